@@ -1,0 +1,36 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "backup/store/store.h"
+#include "backup/store/store_export.h"
+
+/// A database of the embedded SQLite library: a file, or ":memory:".
+///
+/// SQLite has no unsigned 64-bit integer: a value above 2^63-1 is refused with an error rather than rounded. Foreign keys
+/// are enforced. A database locked by another process is waited for up to 5 seconds.
+class BACKUP_STORE_API SQLite_Store : public Store {
+public:
+  enum Open_Mode {
+    OPEN_OR_CREATE,
+    OPEN_EXISTING,  ///< read and write; an error when the file is missing
+    OPEN_READ_ONLY  ///< an error when the file is missing
+  };
+
+  /// Throws Store_Error when the file cannot be opened or is no database.
+  explicit SQLite_Store(std::string const& path, Open_Mode mode = OPEN_OR_CREATE);
+  ~SQLite_Store() override;
+
+  SQL::Database_Type dialect() const override;
+
+private:
+  struct Connection;
+
+  unsigned long long execute(std::string const& text, Bindings const* bindings,
+                             std::vector<Binding_Value> const& values, Row_Callback const& callback,
+                             std::vector<std::string>* columns) override;
+
+  std::unique_ptr<Connection> connection_;
+};

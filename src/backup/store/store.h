@@ -1,0 +1,95 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "backup/store/store_export.h"
+#include "backup/utils/sql/binding_value.h"
+#include "backup/utils/sql/sql.h"
+
+/// What went wrong on the database. `what()` holds the driver's message, its code and the statement's text; a value never.
+class BACKUP_STORE_API Store_Error : public std::runtime_error {
+public:
+  Store_Error(std::string const& message, int code, std::string const& statement);
+  Store_Error(Store_Error const&) noexcept = default;
+  ~Store_Error() override;
+
+  /// The driver's code; 0 when the store itself refused.
+  int code() const noexcept { return code_; }
+  /// The text of the statement, with its parameter marks; empty when there was none.
+  std::string const& statement() const noexcept { return *statement_; }
+
+private:
+  int code_;
+  std::shared_ptr<std::string const> statement_;  // copying an exception must not throw
+};
+
+/// Runs rendered statements on one connection to a real database. Used by one thread at a time.
+///
+/// Statements are rendered for the store's own dialect and their values are bound, by name or by position; prepared
+/// statements are kept and used again for the same text. A parameter without a value, or a value that the text does not
+/// name, is an error and nothing is run. Every failure is a Store_Error, but for want of memory (std::bad_alloc).
+///
+/// Values go in as their own kind: null, integers, reals, texts and bytes of any length with zero bytes, secret kinds like
+/// plain ones; booleans as 1 and 0; objects and arrays as compact JSON text. They come back as null, integer, real, text or
+/// bytes.
+class BACKUP_STORE_API Store {
+public:
+  enum Binding_Mode { BY_NAME, BY_POSITION };
+
+  using Row = std::vector<Binding_Value>;
+  /// Called for each row, with the values in column order; the row is valid during the call. False stops the statement,
+  /// what it throws passes through. It must not use the store.
+  using Row_Callback = std::function<bool(Row const& row)>;
+
+  Store(Store const&) = delete;
+  Store& operator=(Store const&) = delete;
+  virtual ~Store();
+
+  virtual SQL::Database_Type dialect() const = 0;
+
+  /// Runs a statement and returns the number of rows it inserted, changed or deleted.
+  unsigned long long run(SQL const& statement, Binding_Mode mode = BY_NAME);
+  /// Runs one statement text without parameters, for schemas and settings.
+  unsigned long long run(std::string const& text);
+
+  /// Streams the result rows, one in memory at a time, and returns the column names.
+  std::vector<std::string> query(SQL const& statement, Row_Callback const& callback, Binding_Mode mode = BY_NAME);
+  std::vector<std::string> query(std::string const& text, Row_Callback const& callback);
+  /// All result rows; for results known to be small.
+  std::vector<Row> rows(SQL const& statement, Binding_Mode mode = BY_NAME);
+  /// The number that the statement's count query gives.
+  unsigned long long count(SQL const& statement, Binding_Mode mode = BY_NAME);
+
+protected:
+  Store();
+
+private:
+  friend class Transaction;
+
+  /// Runs `text` with its values: `bindings` when it is not null, else `values`. Calls `callback`, when set, for each row.
+  /// Returns the rows changed and, when `columns` is not null, the column names.
+  virtual unsigned long long execute(std::string const& text, Bindings const* bindings,
+                                     std::vector<Binding_Value> const& values, Row_Callback const& callback,
+                                     std::vector<std::string>* columns) = 0;
+};
+
+/// A transaction from construction to `commit()`; destroyed before that, it is rolled back. They do not nest.
+class BACKUP_STORE_API Transaction {
+public:
+  explicit Transaction(Store& store);
+  Transaction(Transaction const&) = delete;
+  Transaction& operator=(Transaction const&) = delete;
+  /// Rolls back what was not committed; a failure to do so is left to the database, which rolls back with the connection.
+  ~Transaction();
+
+  /// After a failure the transaction is still open and is rolled back at the end.
+  void commit();
+
+private:
+  Store& store_;
+  bool open_;
+};

@@ -1,0 +1,67 @@
+#include "backup/utils/sql/binding_value.h"
+
+#include <utility>
+
+#include "backup/runtime/hex_string.h"
+
+namespace {
+
+template <class Characters, class Bytes>
+Characters to_characters(Bytes const& bytes) {
+  return Characters(bytes.begin(), bytes.end());
+}
+
+json_spirit::Value secure_characters(Secure_Byte_String const& bytes) {
+  Secure_String text = to_characters<Secure_String>(bytes);
+  Secure_Wipe_Guard<Secure_String> const wipe(text);
+  return text;
+}
+
+// x"<digits>"
+template <class Hex, class Text>
+void write_hex(Text const& bytes, std::string& out) {
+  Hex const hex(static_cast<void const*>(bytes.data()), bytes.size());
+  out = "x\"";
+  out.append(hex.hex().data(), hex.hex().size());
+  out += '"';
+}
+
+}  // namespace
+
+Binding_Value::Binding_Value() noexcept : type_(null_type) {}
+Binding_Value::Binding_Value(json_spirit::Object const& object) : type_(obj_type), val_(object) {}
+Binding_Value::Binding_Value(json_spirit::Array const& array) : type_(array_type), val_(array) {}
+Binding_Value::Binding_Value(json_spirit::Value const& value) : type_(static_cast<Type>(value.type())), val_(value) {}
+Binding_Value::Binding_Value(std::string const& text) : type_(str_type), val_(text) {}
+Binding_Value::Binding_Value(char const* text) : type_(str_type), val_(text) {}
+Binding_Value::Binding_Value(Secure_String const& text) : type_(secure_str_type), val_(text) {}
+Binding_Value::Binding_Value(Byte_String const& bytes) : type_(bin_type), val_(to_characters<std::string>(bytes)) {}
+Binding_Value::Binding_Value(Secure_Byte_String const& bytes)
+    : type_(secure_bin_type), val_(secure_characters(bytes)) {}
+Binding_Value::Binding_Value(bool value) noexcept : type_(bool_type), val_(value) {}
+Binding_Value::Binding_Value(short value) noexcept : type_(int_type), val_(static_cast<long long>(value)) {}
+Binding_Value::Binding_Value(unsigned short value) noexcept
+    : type_(int_type), val_(static_cast<unsigned long long>(value)) {}
+Binding_Value::Binding_Value(int value) noexcept : type_(int_type), val_(value) {}
+Binding_Value::Binding_Value(unsigned int value) noexcept : type_(int_type), val_(value) {}
+Binding_Value::Binding_Value(long value) noexcept : type_(int_type), val_(value) {}
+Binding_Value::Binding_Value(unsigned long value) noexcept : type_(int_type), val_(value) {}
+Binding_Value::Binding_Value(long long value) noexcept : type_(int_type), val_(value) {}
+Binding_Value::Binding_Value(unsigned long long value) noexcept : type_(int_type), val_(value) {}
+Binding_Value::Binding_Value(double value) noexcept : type_(real_type), val_(value) {}
+
+Binding_Value::Type Binding_Value::type() const noexcept { return type_; }
+void Binding_Value::type(Type type) noexcept { type_ = type; }
+json_spirit::Value const& Binding_Value::val() const noexcept { return val_; }
+void Binding_Value::val(json_spirit::Value const& value) { val_ = value; }
+
+void Binding_Value::to_str(std::string& out) const {
+  if (type_ == bin_type) {
+    write_hex<Hex_String>(val_.get_str(), out);
+  } else if (type_ == secure_bin_type) {
+    write_hex<Secure_Hex_String>(val_.get_secure_str(), out);
+  } else {
+    json_spirit::JSON_Dump const json(val_, false);
+    out.assign(json.c_str(), json.size());
+  }
+}

@@ -1,0 +1,28 @@
+#include "backup/utils/sql/delete_sql.h"
+
+#include "backup/utils/sql/detail/sql_writer.h"
+
+Delete_SQL::Delete_SQL(char const* table) : Where_SQL(nullptr, TYPE_DELETE), table_(table) {}
+
+bool Delete_SQL::empty() const { return table_ == nullptr || *table_ == '\0'; }
+
+Delete_SQL& Delete_SQL::table(char const* name) {
+  table_ = name;
+  return *this;
+}
+
+Delete_SQL& Delete_SQL::where(char const* text) {
+  Where_SQL::where(text, false);
+  return *this;
+}
+
+void Delete_SQL::get_sql_i(Database_Type db, std::string& sql, Bindings& bindings, unsigned long long& index) const {
+  SQL_Writer::render(*this, db, sql, bindings, index);
+}
+
+// DELETE FROM `table`[ WHERE ...]
+void Delete_SQL::write_sql(SQL_Writer& out) const {
+  out << "DELETE FROM ";
+  out.name(table_);
+  write_where(out);
+}

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <string>
+
+#include "backup/utils/sql/sql_export.h"
+#include "backup/utils/sql/where_sql.h"
+
+/// DELETE FROM one table, with the WHERE clause of `Where_SQL`. Shape, every dialect: "DELETE FROM `t` WHERE ...".
+/// A DELETE without conditions deletes every row: nothing here refuses it.
+/// Lifetime: `table` is kept by pointer and must outlive every rendering. Errors: none, a null table renders as "``".
+class BACKUP_SQL_API Delete_SQL : public Where_SQL {
+public:
+  explicit Delete_SQL(char const* table);
+
+  /// True without a table text; conditions are not looked at.
+  bool empty() const override;
+  void get_sql_i(Database_Type db, std::string& sql, Bindings& bindings, unsigned long long& index) const override;
+
+  /// Survives `clear()`, which is `Where_SQL`'s: a cleared DELETE keeps its target.
+  Delete_SQL& table(char const* name);
+  /// A raw WHERE text, kept by pointer.
+  Delete_SQL& where(char const* text);
+
+private:
+  friend class SQL_Writer;
+  void write_sql(SQL_Writer& out) const;
+
+  char const* table_;
+};

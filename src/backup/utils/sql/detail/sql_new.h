@@ -1,0 +1,29 @@
+#pragma once
+
+#include <ace/Intrusive_Auto_Ptr.h>
+
+#include <cerrno>
+#include <new>
+#include <utility>
+
+#include "backup/utils/sql/sql.h"
+
+/// Calls `make`, which makes an object and puts it where it belongs, and returns its pointer. Null with errno ENOMEM when
+/// memory is short; `make` leaves nothing behind then, since whatever it made is owned from the start.
+template <class Make>
+auto without_throwing(Make make) noexcept -> decltype(make()) {
+  try {
+    return make();
+  } catch (std::bad_alloc const&) {
+    errno = ENOMEM;
+    return nullptr;
+  }
+}
+
+/// A new object owned by `owner` before anything else can fail. Throws std::bad_alloc, and only that.
+template <class T, class... Arguments>
+T* new_sql(ACE_Intrusive_Auto_Ptr<SQL>& owner, Arguments&&... arguments) {
+  T* const object = new T(std::forward<Arguments>(arguments)...);
+  owner.reset(object);
+  return object;
+}

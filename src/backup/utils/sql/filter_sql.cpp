@@ -1,0 +1,345 @@
+#include "backup/utils/sql/filter_sql.h"
+
+#include <ace/OS_NS_stdlib.h>
+
+#include <algorithm>
+#include <typeinfo>
+
+#include "backup/utils/sql/detail/sql_log.h"
+#include "backup/utils/sql/detail/sql_new.h"
+#include "backup/utils/sql/detail/sql_writer.h"
+#include "backup/utils/sql/quote.h"
+#include "backup/utils/sql/select_sql.h"
+#include "backup/utils/sql/union_sql.h"
+
+namespace {
+
+constexpr char const* source_file = "src/backup/utils/sql/filter_sql";
+
+char const* not_text(bool negated) { return negated ? "not " : ""; }
+
+// `statement` as its class when it is of that type, else null.
+template <class T>
+T* statement_as(SQL* statement, SQL::Type type) {
+  return statement != nullptr && statement->type() == type ? static_cast<T*>(statement) : nullptr;
+}
+
+}  // namespace
+
+Filter_SQL::Filter_SQL(Filter_Type type) : SQL(nullptr, TYPE_FILTER, true), filter_type_(type) {}
+
+Filter_SQL::Filter_SQL(Filter_SQL const& other) = default;
+
+Filter_SQL::~Filter_SQL() { release(items_); }
+
+And_Filter_SQL::And_Filter_SQL() : Filter_SQL(FILTER_AND) {}
+
+Or_Filter_SQL::Or_Filter_SQL() : Filter_SQL(FILTER_OR) {}
+
+void Filter_SQL::clear() {
+  release(items_);
+  filter_type_ = FILTER_AND;
+  SQL::clear();
+}
+
+Filter_SQL& Filter_SQL::operator=(Filter_SQL const& other) {
+  if (this == &other) return *this;
+  Items items = other.items_;
+  SQL::operator=(other);
+  filter_type_ = other.filter_type_;
+  items_.swap(items);
+  release(items);
+  return *this;
+}
+
+Filter_SQL::Filter_Type Filter_SQL::filter_type() const { return filter_type_; }
+
+void Filter_SQL::get_sql_i(Database_Type db, std::string& sql, Bindings& bindings, unsigned long long& index) const {
+  SQL_Writer::render(*this, db, sql, bindings, index);
+}
+
+// (entry) AND (entry)... | (entry) OR (entry)... | 1 | 0
+//
+// A nested filter is written where it stands, with a stack of the filters around it: no recursion, no copy of its text.
+void Filter_SQL::write_sql(SQL_Writer& out) const {
+  struct Frame {
+    Filter_SQL const* filter;
+    char const* separator;
+    std::size_t next;
+  };
+  auto const open = [&out](Filter_SQL const* filter) {
+    char const* const separator = filter->separator();
+    bool const has_entries = separator != nullptr && !filter->items_.empty();
+    if (separator != nullptr && !has_entries) out << (filter->filter_type_ == FILTER_AND ? '1' : '0');
+    return Frame{filter, separator, has_entries ? 0 : filter->items_.size()};
+  };
+  std::vector<Frame> around;
+  Frame frame = open(this);
+  for (;;) {
+    if (frame.next == frame.filter->items_.size()) {
+      if (around.empty()) return;
+      out.merge_bindings(*frame.filter);
+      out << ')';
+      frame = around.back();
+      around.pop_back();
+      continue;
+    }
+    if (frame.next > 0) out << frame.separator;
+    SQL* const entry = frame.filter->items_[frame.next++].get();
+    if (Filter_SQL const* const nested = plain_filter(entry)) {
+      out << '(';
+      around.push_back(frame);
+      frame = open(nested);
+    } else {
+      out.sub_statement(*entry);
+    }
+  }
+}
+
+// Null, reported, for a filter type that is neither AND nor OR.
+char const* Filter_SQL::separator() const {
+  if (filter_type_ == FILTER_AND) return " AND ";
+  if (filter_type_ == FILTER_OR) return " OR ";
+  sql_log::report({source_file}, LM_ERROR, 0, "Unknown filter type: %d\n", static_cast<int>(filter_type_));
+  return nullptr;
+}
+
+// `entry` as a filter that renders as this file has it; null for a caller's subclass too.
+Filter_SQL* Filter_SQL::plain_filter(SQL* entry) {
+  if (entry->type() != TYPE_FILTER) return nullptr;
+  std::type_info const& type = typeid(*entry);
+  bool const is_plain = type == typeid(And_Filter_SQL) || type == typeid(Or_Filter_SQL) || type == typeid(Filter_SQL);
+  return is_plain ? static_cast<Filter_SQL*>(entry) : nullptr;
+}
+
+// Drops entries, nested filters flat: whatever the depth, no recursion and no allocation. While a filter's entries are worked
+// off, the entries of the one around it wait in its place, the filter around that one at their end.
+void Filter_SQL::release(Items& items) noexcept {
+  Items current;
+  current.swap(items);
+  ACE_Intrusive_Auto_Ptr<SQL> emptied;  // the filter whose entries `current` holds; null at the outermost level
+  for (;;) {
+    if (current.empty()) {
+      if (emptied.get() == nullptr) return;
+      current.swap(static_cast<Filter_SQL*>(emptied.get())->items_);
+      ACE_Intrusive_Auto_Ptr<SQL> const around = current.back();
+      current.pop_back();
+      emptied = around;
+      continue;
+    }
+    ACE_Intrusive_Auto_Ptr<SQL> const entry = current.back();
+    current.pop_back();
+    Filter_SQL* const nested = plain_filter(entry.get());
+    if (nested == nullptr || nested->items_.empty() || !is_sole_reference(*nested)) continue;
+    current.push_back(emptied);  // in the room of the entry just removed
+    current.swap(nested->items_);
+    emptied = entry;
+  }
+}
+
+// Appends a new T. Null with errno ENOMEM and nothing added when memory is short.
+template <class T, class... Arguments>
+T* Filter_SQL::add(Arguments const&... arguments) {
+  return without_throwing([&] {
+    ACE_Intrusive_Auto_Ptr<SQL> owner;
+    T* const object = new_sql<T>(owner, arguments...);
+    items_.push_back(owner);
+    return object;
+  });
+}
+
+// Appends a new condition that holds a statement, and returns that statement; null like `add`.
+template <class T, class... Arguments>
+SQL* Filter_SQL::add_holder(Arguments const&... arguments) {
+  return without_throwing([&]() -> SQL* {
+    ACE_Intrusive_Auto_Ptr<SQL> owner;
+    T* const object = new_sql<T>(owner, arguments...);
+    if (object->sql().get() != nullptr) items_.push_back(owner);
+    return object->sql().get();
+  });
+}
+
+And_Filter_SQL* Filter_SQL::add_and_filter() { return add<And_Filter_SQL>(); }
+Or_Filter_SQL* Filter_SQL::add_or_filter() { return add<Or_Filter_SQL>(); }
+
+Binary_Item_SQL* Filter_SQL::add_item(Item_SQL::Item_Op op, char const* left, char const* right) {
+  if (!sql_log::check_argument({source_file}, left, "left")) return nullptr;
+  if (!sql_log::check_argument({source_file}, right, "right")) return nullptr;
+  return add<Binary_Item_SQL>(op, left, right);
+}
+
+Filter_SQL& Filter_SQL::add_sql(char const* text, bool is_static) {
+  add_sql_ex(text, is_static);
+  return *this;
+}
+
+SQL* Filter_SQL::add_sql_ex(char const* text, bool is_static) {
+  return text == nullptr ? nullptr : add<SQL>(text, TYPE_RAW, is_static);
+}
+
+Null_Item_SQL* Filter_SQL::add_null_item(std::string const& key) { return add_null_item_i(key, true); }
+Null_Item_SQL* Filter_SQL::add_not_null_item(std::string const& key) { return add_null_item_i(key, false); }
+
+Null_Item_SQL* Filter_SQL::add_null_item_i(std::string const& key, bool is_null) {
+  auto* const item = add<Null_Item_SQL>(key, is_null);
+  if (item == nullptr) {
+    sql_log::report({source_file}, LM_WARNING, 0, "Failed to add %snull item '%s' to filter.\n", not_text(!is_null),
+                    key.c_str());
+  }
+  return item;
+}
+
+template <class List, class... Rest>
+In_Item_SQL* Filter_SQL::add_in_item_i(std::string const& key, List const& values, bool in, Rest... rest) {
+  auto* const item = add<In_Item_SQL>(key, values, in, rest...);
+  if (item == nullptr) {
+    sql_log::report({source_file}, LM_WARNING, 0, "Failed to add %sin item '%s' to filter.\n", not_text(!in),
+                    key.c_str());
+  }
+  return item;
+}
+
+In_Item_SQL* Filter_SQL::add_in_item(std::string const& key, std::vector<json_spirit::Value> const& values,
+                                     unsigned int flags) {
+  return add_in_item_i(key, values, true, false, flags);
+}
+
+In_Item_SQL* Filter_SQL::add_not_in_item(std::string const& key, std::vector<json_spirit::Value> const& values,
+                                         unsigned int flags) {
+  return add_in_item_i(key, values, false, false, flags);
+}
+
+In_Item_SQL* Filter_SQL::add_not_in_item(std::string const& key, json_spirit::Object const& values) {
+  return add_in_item_i(key, values, false, false);
+}
+
+In_Item_SQL* Filter_SQL::add_in_uuid_item(std::string const& key, std::vector<json_spirit::Value> const& values) {
+  return add_in_item_i(key, values, true, true, 0U);
+}
+
+In_Item_SQL* Filter_SQL::add_not_in_uuid_item(std::string const& key, std::vector<json_spirit::Value> const& values) {
+  return add_in_item_i(key, values, false, true, 0U);
+}
+
+In_Item_SQL* Filter_SQL::add_in_item(std::string const& key, SQL const& sub) { return add_in_item_i(key, sub, true); }
+
+In_Item_SQL* Filter_SQL::add_not_in_item(std::string const& key, SQL const& sub) {
+  return add_in_item_i(key, sub, false);
+}
+
+KV_Item_SQL* Filter_SQL::add_kv_item(Item_SQL::Item_Op op, std::string const& key, Binding_Value const& value,
+                                     unsigned int flags) {
+  auto* const item = add<KV_Item_SQL>(op, key, value, flags);
+  if (item == nullptr) {
+    sql_log::report({source_file}, LM_WARNING, 0, "Failed to add item '%s' to filter.\n", key.c_str());
+  }
+  return item;
+}
+
+KV_Item_SQL* Filter_SQL::add_kv_eq_item(std::string const& key, Binding_Value const& value) {
+  return add_kv_item(Item_SQL::OP_EQ, key, value, 0);
+}
+
+KV_Item_SQL* Filter_SQL::add_kv_ne_item(std::string const& key, Binding_Value const& value) {
+  return add_kv_item(Item_SQL::OP_NE, key, value, 0);
+}
+
+Key_UUID_Item_SQL* Filter_SQL::add_key_uuid_item(Item_SQL::Item_Op op, std::string const& key,
+                                                 std::string const& uuid) {
+  auto* const item = add<Key_UUID_Item_SQL>(op, key, uuid);
+  if (item == nullptr) {
+    sql_log::report({source_file}, LM_WARNING, 0, "Failed to add uuid item '%s' to filter.\n", key.c_str());
+  }
+  return item;
+}
+
+Key_UUID_Item_SQL* Filter_SQL::add_key_uuid_eq_item(std::string const& key, std::string const& uuid) {
+  return add_key_uuid_item(Item_SQL::OP_EQ, key, uuid);
+}
+
+Key_UUID_Item_SQL* Filter_SQL::add_key_uuid_ne_item(std::string const& key, std::string const& uuid) {
+  return add_key_uuid_item(Item_SQL::OP_NE, key, uuid);
+}
+
+KV_Item_SQL* Filter_SQL::add_key_int_item(Item_SQL::Item_Op op, std::string const& key, std::string const& text) {
+  return add_kv_item(op, key, static_cast<long long>(ACE_OS::strtoll(text.c_str(), nullptr, 10)), 0);
+}
+
+KV_Item_SQL* Filter_SQL::add_key_bool_item(Item_SQL::Item_Op op, std::string const& key, std::string const& text) {
+  return add_kv_item(op, key, text != "0", 0);
+}
+
+SQL* Filter_SQL::add_key_sql_item(Item_SQL::Item_Op op, std::string const& key) {
+  return statement_as<SQL>(add_key_sql_item_i(TYPE_RAW, op, key), TYPE_RAW);
+}
+
+SQL* Filter_SQL::add_key_sql_eq_item(std::string const& key) { return add_key_sql_item(Item_SQL::OP_EQ, key); }
+
+Select_SQL* Filter_SQL::add_key_select_sql_in_item(std::string const& key) {
+  return statement_as<Select_SQL>(add_key_sql_item_i(TYPE_SELECT, Item_SQL::OP_IN, key), TYPE_SELECT);
+}
+
+Select_SQL* Filter_SQL::add_key_select_sql_not_in_item(std::string const& key) {
+  return statement_as<Select_SQL>(add_key_sql_item_i(TYPE_SELECT, Item_SQL::OP_NI, key), TYPE_SELECT);
+}
+
+Union_SQL* Filter_SQL::add_key_union_sql_in_item(std::string const& key) {
+  return statement_as<Union_SQL>(add_key_sql_item_i(TYPE_UNION, Item_SQL::OP_IN, key), TYPE_UNION);
+}
+
+SQL* Filter_SQL::add_val_sql_item(Item_SQL::Item_Op op, Binding_Value const& value) {
+  return statement_as<SQL>(add_val_sql_item_i(TYPE_RAW, op, value, false), TYPE_RAW);
+}
+
+SQL* Filter_SQL::add_sql_val_item(Item_SQL::Item_Op op, Binding_Value const& value) {
+  return statement_as<SQL>(add_val_sql_item_i(TYPE_RAW, op, value, true), TYPE_RAW);
+}
+
+SQL* Filter_SQL::add_key_sql_item_i(SQL::Type type, Item_SQL::Item_Op op, std::string const& key) {
+  SQL* const statement = add_holder<Key_SQL_Item_SQL>(type, op, key);
+  if (statement == nullptr) {
+    sql_log::report({source_file}, LM_ERROR, 0, "Failed to add sql item '%s' to filter.\n", key.c_str());
+  }
+  return statement;
+}
+
+SQL* Filter_SQL::add_val_sql_item_i(SQL::Type type, Item_SQL::Item_Op op, Binding_Value const& value, bool sql_first) {
+  SQL* const statement = add_holder<Val_SQL_Item_SQL>(type, op, value, sql_first);
+  if (statement == nullptr) sql_log::report({source_file}, LM_ERROR, 0, "Failed to add val sql item to filter.\n");
+  return statement;
+}
+
+Filter_SQL& Filter_SQL::add_substr_matching(std::string const& key, std::string const& text) {
+  without_throwing([&]() -> SQL* {
+    std::string const name = ":__search_" + std::to_string(items_.size());
+    std::string const condition = key + " LIKE " + name + " ESCAPE '|'";
+    ACE_Intrusive_Auto_Ptr<SQL> owner;
+    SQL* const fragment = new_sql<SQL>(owner, condition.c_str(), TYPE_RAW, false);
+    fragment->bind(name, Binding_Value('%' + escape_like(text) + '%'));
+    items_.push_back(owner);
+    return fragment;
+  });
+  return *this;
+}
+
+Key_Item_SQL* Filter_SQL::find_key_item(std::string const& key) const {
+  std::string const quoted = Key_Item_SQL::quote_key(key);
+  for (ACE_Intrusive_Auto_Ptr<SQL> const& entry : items_) {
+    if (entry->type() != TYPE_ITEM) continue;
+    auto* const item = dynamic_cast<Key_Item_SQL*>(entry.get());
+    if (item != nullptr && item->key() == quoted) return item;
+  }
+  return nullptr;
+}
+
+KV_Item_SQL* Filter_SQL::find_kv_item(std::string const& key) const {
+  return dynamic_cast<KV_Item_SQL*>(find_key_item(key));
+}
+
+bool Filter_SQL::remove_item(SQL const* item) {
+  auto const entry = std::find_if(items_.begin(), items_.end(),
+                                  [item](ACE_Intrusive_Auto_Ptr<SQL> const& held) { return held.get() == item; });
+  if (entry == items_.end()) return false;
+  items_.erase(entry);
+  return true;
+}

@@ -1,0 +1,140 @@
+#pragma once
+
+#include <ace/Intrusive_Auto_Ptr.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "backup/utils/sql/binding_value.h"
+#include "backup/utils/sql/item_sql.h"
+#include "backup/utils/sql/sql.h"
+#include "backup/utils/sql/sql_export.h"
+#include "json_spirit/json_spirit.h"
+
+class And_Filter_SQL;
+class Or_Filter_SQL;
+class Select_SQL;
+class Union_SQL;
+
+/// Conditions and nested filters, all joined by AND or all by OR. Shape: "(`a`=:1) AND ((`b` IS NULL) OR (`c` IN (1,2)))";
+/// each entry in parentheses, also one whose text is empty. An empty AND filter is "1", an empty OR filter "0".
+///
+/// The filter owns what its adders make; the pointers they return are borrowed and die with the entry. An adder that runs
+/// out of memory sets errno to ENOMEM, returns null (or the filter unchanged) and adds nothing; those for conditions say so
+/// in the log. Nested filters of any depth are rendered, copied, cleared and destroyed in constant stack.
+///
+/// `empty()` is the base's and looks at a text that a filter never has: always true.
+class BACKUP_SQL_API Filter_SQL : public SQL {
+public:
+  enum Filter_Type : std::uint32_t { FILTER_AND = 0, FILTER_OR = 1 };
+
+  explicit Filter_SQL(Filter_Type type);
+  /// Shares the other's entries.
+  Filter_SQL(Filter_SQL const& other);
+  ~Filter_SQL() override;
+
+  /// Drops all entries and makes this an AND filter, also when it was an OR filter: deliberate.
+  void clear() override;
+  void get_sql_i(Database_Type db, std::string& sql, Bindings& bindings, unsigned long long& index) const override;
+
+  /// Shares the other's entries.
+  Filter_SQL& operator=(Filter_SQL const& other);
+
+  Filter_Type filter_type() const;
+
+  And_Filter_SQL* add_and_filter();
+  Or_Filter_SQL* add_or_filter();
+
+  /// Two texts that must outlive the filter; renders as "()". Null, reported, when either is null or empty.
+  Binary_Item_SQL* add_item(Item_SQL::Item_Op op, char const* left, char const* right);
+
+  /// Adds a condition as it stands; with `is_static` it is kept by pointer. A null text adds nothing.
+  Filter_SQL& add_sql(char const* text, bool is_static);
+  /// The same, returning the fragment to bind its parameters on.
+  SQL* add_sql_ex(char const* text, bool is_static);
+
+  Null_Item_SQL* add_null_item(std::string const& key);
+  Null_Item_SQL* add_not_null_item(std::string const& key);
+
+  In_Item_SQL* add_in_item(std::string const& key, std::vector<json_spirit::Value> const& values, unsigned int flags);
+  In_Item_SQL* add_not_in_item(std::string const& key, std::vector<json_spirit::Value> const& values,
+                               unsigned int flags);
+  /// Not among the member names of `values`.
+  In_Item_SQL* add_not_in_item(std::string const& key, json_spirit::Object const& values);
+  /// Texts become hexadecimal literals as they stand: send 32 digits without hyphens if the statement is to run.
+  In_Item_SQL* add_in_uuid_item(std::string const& key, std::vector<json_spirit::Value> const& values);
+  In_Item_SQL* add_not_in_uuid_item(std::string const& key, std::vector<json_spirit::Value> const& values);
+  /// `sub` is kept by address and must outlive every rendering.
+  In_Item_SQL* add_in_item(std::string const& key, SQL const& sub);
+  In_Item_SQL* add_not_in_item(std::string const& key, SQL const& sub);
+
+  /// Bit 0 of `flags` compares a text in lower case.
+  KV_Item_SQL* add_kv_item(Item_SQL::Item_Op op, std::string const& key, Binding_Value const& value,
+                           unsigned int flags);
+  KV_Item_SQL* add_kv_eq_item(std::string const& key, Binding_Value const& value);
+  KV_Item_SQL* add_kv_ne_item(std::string const& key, Binding_Value const& value);
+  Key_UUID_Item_SQL* add_key_uuid_item(Item_SQL::Item_Op op, std::string const& key, std::string const& uuid);
+  Key_UUID_Item_SQL* add_key_uuid_eq_item(std::string const& key, std::string const& uuid);
+  Key_UUID_Item_SQL* add_key_uuid_ne_item(std::string const& key, std::string const& uuid);
+  /// Compares with the integer at the start of `text`, base 10 (strtoll).
+  KV_Item_SQL* add_key_int_item(Item_SQL::Item_Op op, std::string const& key, std::string const& text);
+  /// Compares with false for exactly "0" and with true for any other text, "" and "false" included: deliberate.
+  KV_Item_SQL* add_key_bool_item(Item_SQL::Item_Op op, std::string const& key, std::string const& text);
+
+  /// Return the statement that the new condition holds, for the caller to fill.
+  SQL* add_key_sql_item(Item_SQL::Item_Op op, std::string const& key);
+  SQL* add_key_sql_eq_item(std::string const& key);
+  Select_SQL* add_key_select_sql_in_item(std::string const& key);
+  Select_SQL* add_key_select_sql_not_in_item(std::string const& key);
+  Union_SQL* add_key_union_sql_in_item(std::string const& key);
+  /// ":1<op>(statement)", and "(statement)<op>:1" for `add_sql_val_item`.
+  SQL* add_val_sql_item(Item_SQL::Item_Op op, Binding_Value const& value);
+  SQL* add_sql_val_item(Item_SQL::Item_Op op, Binding_Value const& value);
+
+  /// "key LIKE :__search_n ESCAPE '|'" for rows that hold `text`, "%" and "_" in it taken literally. The key is written as it
+  /// stands, not quoted; n is the number of entries before.
+  Filter_SQL& add_substr_matching(std::string const& key, std::string const& text);
+
+  /// The first condition on the column `key`, quoted or not; null without one. Nested filters are not searched. Linear.
+  Key_Item_SQL* find_key_item(std::string const& key) const;
+  /// The same when that condition compares with a value; null when it does not, whatever follows it.
+  KV_Item_SQL* find_kv_item(std::string const& key) const;
+  /// Removes the first entry that is this object; false when none is. Linear.
+  bool remove_item(SQL const* item);
+
+  /// The workers behind the adders of statement conditions. Return the condition's statement.
+  SQL* add_key_sql_item_i(SQL::Type type, Item_SQL::Item_Op op, std::string const& key);
+  SQL* add_val_sql_item_i(SQL::Type type, Item_SQL::Item_Op op, Binding_Value const& value, bool sql_first);
+
+private:
+  friend class SQL_Writer;
+  using Items = std::vector<ACE_Intrusive_Auto_Ptr<SQL>>;
+
+  template <class T, class... Arguments>
+  T* add(Arguments const&... arguments);
+  template <class T, class... Arguments>
+  SQL* add_holder(Arguments const&... arguments);
+  Null_Item_SQL* add_null_item_i(std::string const& key, bool is_null);
+  template <class List, class... Rest>
+  In_Item_SQL* add_in_item_i(std::string const& key, List const& values, bool in, Rest... rest);
+  void write_sql(SQL_Writer& out) const;
+  char const* separator() const;
+  static Filter_SQL* plain_filter(SQL* entry);
+  static void release(Items& items) noexcept;
+
+  Items items_;
+  Filter_Type filter_type_;
+};
+
+/// A filter joined by AND.
+class BACKUP_SQL_API And_Filter_SQL : public Filter_SQL {
+public:
+  And_Filter_SQL();
+};
+
+/// A filter joined by OR.
+class BACKUP_SQL_API Or_Filter_SQL : public Filter_SQL {
+public:
+  Or_Filter_SQL();
+};

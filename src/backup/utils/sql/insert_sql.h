@@ -1,0 +1,103 @@
+#pragma once
+
+#include <ace/Intrusive_Auto_Ptr.h>
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "backup/utils/sql/binding_value.h"
+#include "backup/utils/sql/binding_value_converter.h"
+#include "backup/utils/sql/sql.h"
+#include "backup/utils/sql/sql_export.h"
+#include "json_spirit/json_spirit.h"
+
+class Select_SQL;
+
+/// One INSERT of one or more rows, or of the rows of a SELECT. Shape: "INSERT INTO `t`(`a`,`b`) VALUES(:1,:2),(:3,NULL)".
+/// The verb is the dialect's: "INSERT IGNORE" and "REPLACE" for MySQL, "INSERT OR IGNORE" and "INSERT OR REPLACE" for SQLite.
+///
+/// Columns are listed in the order of their first use in any row; a row without a value for one gets the word NULL there,
+/// while `value_null` binds a null value. A new statement has one empty row; value setters fill the last one.
+///
+/// Lifetime: the table is kept by pointer and must outlive every rendering; statements returned for filling belong to this
+/// one. Errors: a value that cannot be had changes nothing; a converter that refuses leaves the value unconverted.
+class BACKUP_SQL_API Insert_SQL : public SQL {
+public:
+  enum Or_Expr : std::uint32_t { OR_NONE = 1, OR_IGNORE = 2, OR_REPLACE = 3 };
+
+  using Entry = std::map<std::string, SQL_Value>;
+
+  explicit Insert_SQL(char const* table);
+
+  void clear() override;
+  /// True without columns and without a SELECT.
+  bool empty() const override;
+  /// For a dialect that is neither MySQL nor SQLite no verb is written and `sql` is not reset: " INTO `t`..." is appended to
+  /// what it holds. Deliberate.
+  void get_sql_i(Database_Type db, std::string& sql, Bindings& bindings, unsigned long long& index) const override;
+
+  Insert_SQL& table(char const* name);
+  Insert_SQL& or_expr(Or_Expr expression);
+
+  /// Starts the next row.
+  Insert_SQL& new_entry();
+  /// The rows, each with its values by column.
+  std::vector<Entry> const& entries() const;
+  /// Drops all rows and starts one; the columns stay.
+  Insert_SQL& clear_entries();
+
+  /// What every setter ends in: lists the column if it is new and sets its value in the last row.
+  Insert_SQL& value_i(std::string const& column, SQL_Value const& value);
+  Insert_SQL& value(std::string const& column, Binding_Value const& value,
+                    Binding_Value_Converter const* converter = nullptr);
+  /// The member `key`, of any JSON type. Without one nothing changes, and a debug run logs a warning.
+  Insert_SQL& value(std::string const& column, json_spirit::Object const& object, std::string const& key,
+                    Binding_Value_Converter const* converter = nullptr);
+  /// The same with the key as column.
+  Insert_SQL& value(json_spirit::Object const& object, std::string const& key,
+                    Binding_Value_Converter const* converter = nullptr);
+
+  /// Bytes of a uuid text; a text that is none is bound as it is.
+  Insert_SQL& value_uuid(std::string const& column, char const* uuid);
+  Insert_SQL& value_uuid(std::string const& column, std::string const& uuid);
+  Insert_SQL& value_uuid(std::string const& column, Secure_String const& uuid);
+  /// The string or secure string `key`, or its JSON null. For anything else nothing changes, and a debug run logs a warning.
+  Insert_SQL& value_uuid(std::string const& column, json_spirit::Object const& object, std::string const& key);
+  Insert_SQL& value_uuid(json_spirit::Object const& object, std::string const& key);
+  /// Bytes of 32 hexadecimal digits; a text of another length is bound as it is.
+  Insert_SQL& value_hex(std::string const& column, std::string const& hex);
+  Insert_SQL& value_hex(std::string const& column, Secure_String const& hex);
+  Insert_SQL& value_hex(std::string const& column, json_spirit::Object const& object, std::string const& key);
+  Insert_SQL& value_hex(json_spirit::Object const& object, std::string const& key);
+
+  /// A parameter bound to null.
+  Insert_SQL& value_null(std::string const& column);
+  /// A new uuid's bytes. When there is none to be had nothing changes, and an error is logged.
+  Insert_SQL& value_new_uuid(std::string const& column);
+  /// The text "YYYY-MM-DD hh:mm:ss", UTC.
+  Insert_SQL& value_time(std::string const& column, long long const& seconds);
+  /// A text fragment, or a SELECT, for the caller to fill, written in parentheses. Null with errno ENOMEM and nothing
+  /// changed when memory is short.
+  SQL* value_sql(std::string const& column);
+  Select_SQL* value_select_sql(std::string const& column);
+  /// Lists the column only.
+  Insert_SQL& value_key(std::string const& column);
+
+  /// The SELECT whose rows are inserted instead; made at the first call. Null with errno ENOMEM when memory is short.
+  Select_SQL* values_sql();
+
+private:
+  void add_column(std::string const& column);
+  Insert_SQL& store(std::string const& column, SQL_Value&& value);
+  template <class T, class... Arguments>
+  T* store_new(std::string const& column, Arguments... arguments);
+  void write_row(SQL_Writer& out, Entry const& entry) const;
+
+  char const* table_;
+  Or_Expr or_expr_;
+  std::vector<std::string> columns_;
+  std::vector<Entry> entries_;
+  ACE_Intrusive_Auto_Ptr<SQL> select_;
+};

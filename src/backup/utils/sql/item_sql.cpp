@@ -1,0 +1,307 @@
+#include "backup/utils/sql/item_sql.h"
+
+#include <algorithm>
+#include <boost/algorithm/string/case_conv.hpp>
+#include <utility>
+
+#include "backup/runtime/string_template.h"
+#include "backup/runtime/uuid.h"
+#include "backup/utils/sql/delete_sql.h"
+#include "backup/utils/sql/detail/sql_log.h"
+#include "backup/utils/sql/detail/sql_new.h"
+#include "backup/utils/sql/detail/sql_writer.h"
+#include "backup/utils/sql/filter_sql.h"
+#include "backup/utils/sql/insert_sql.h"
+#include "backup/utils/sql/key2_value.h"
+#include "backup/utils/sql/quote.h"
+#include "backup/utils/sql/select_sql.h"
+#include "backup/utils/sql/union_sql.h"
+
+namespace {
+
+constexpr char const* source_file = "src/backup/utils/sql/item_sql";
+constexpr unsigned int lower_flag = 1;
+
+Key2_Value_T<Item_SQL::Item_Op> const op_names[] = {
+    {"EQ", 2, Item_SQL::OP_EQ}, {"NE", 2, Item_SQL::OP_NE}, {"LT", 2, Item_SQL::OP_LT}, {"LE", 2, Item_SQL::OP_LE},
+    {"GT", 2, Item_SQL::OP_GT}, {"GE", 2, Item_SQL::OP_GE}, {"NL", 2, Item_SQL::OP_NL}, {"NN", 2, Item_SQL::OP_NN},
+    {"IN", 2, Item_SQL::OP_IN}, {"NI", 2, Item_SQL::OP_NI}, {"LK", 2, Item_SQL::OP_LK}, {"NK", 2, Item_SQL::OP_NK},
+    {nullptr, 0, Item_SQL::OP_NONE}};
+
+// The operator after a key that is already written; `key` is its plain text. False, reported, for one without text.
+bool write_operator(SQL_Writer& out, Item_SQL::Item_Op op, std::string const& key) {
+  if (op == Item_SQL::OP_DEC) {
+    out << '=' << key << '-';
+    return true;
+  }
+  char const* const text = op_to_sql(op);
+  if (!sql_log::check_argument({source_file}, text, "op_sql")) return false;
+  out << text;
+  return true;
+}
+
+// The key, in LOWER( ) or not, and the operator; false without a key or an operator.
+bool write_key_and_operator(SQL_Writer& out, Item_SQL::Item_Op op, std::string const& key, bool lower) {
+  if (key.empty()) return false;
+  if (lower) {
+    out << "LOWER(" << key << ')';
+  } else {
+    out << key;
+  }
+  return write_operator(out, op, key);
+}
+
+// The text of a text value in lower case; secret text becomes plain text here.
+std::string lower_text(Binding_Value const& value) {
+  if (value.type() == Binding_Value::str_type) return boost::algorithm::to_lower_copy(value.val().get_str());
+  Secure_String const& secret = value.val().get_secure_str();
+  std::string text(secret.begin(), secret.end());
+  boost::algorithm::to_lower(text);
+  return text;
+}
+
+// The empty statement that an item holds, or null without memory, errno ENOMEM.
+ACE_Intrusive_Auto_Ptr<SQL> new_sub_statement(SQL::Type type) {
+  ACE_Intrusive_Auto_Ptr<SQL> owner;
+  without_throwing([&]() -> SQL* {
+    switch (type) {
+      case SQL::TYPE_SELECT: return new_sql<Select_SQL>(owner, nullptr, nullptr);
+      case SQL::TYPE_INSERT: return new_sql<Insert_SQL>(owner, nullptr);
+      case SQL::TYPE_DELETE: return new_sql<Delete_SQL>(owner, nullptr);
+      case SQL::TYPE_FILTER: return new_sql<And_Filter_SQL>(owner);
+      case SQL::TYPE_UNION: return new_sql<Union_SQL>(owner, 0U);
+      default: return new_sql<SQL>(owner, nullptr, type, true);
+    }
+  });
+  return owner;
+}
+
+// Sets the template's variable to the literal of one list element. `buffer` is storage for quoted text.
+void set_literal(String_Template& literal, json_spirit::Value const& value, bool hex, std::string& buffer) {
+  auto const set_quoted = [&](char const* prefix, std::string const& text) {
+    buffer = prefix;
+    Quote quote(text, buffer);
+    literal.set("val", quote.str());
+    buffer = std::move(quote).str();
+  };
+  switch (value.type()) {
+    case json_spirit::str_type: set_quoted(hex ? "x" : "", value.get_str()); break;
+    case json_spirit::secure_str_type:
+      sql_log::report({source_file}, LM_CRITICAL, 0, "String template not support secure string.\n");
+      break;
+    case json_spirit::bool_type: literal.set("val", value.get_bool()); break;
+    case json_spirit::int_type:
+      if (value.is_uint64()) {
+        literal.set("val", static_cast<unsigned long long>(value.get_uint64()));
+      } else {
+        literal.set("val", static_cast<long long>(value.get_int64()));
+      }
+      break;
+    case json_spirit::real_type: literal.set("val", value.get_real()); break;
+    case json_spirit::null_type: literal.set("val", "NULL"); break;
+    default: {
+      json_spirit::JSON_Dump const json(value, false);
+      set_quoted("", std::string(json.c_str(), json.size()));
+    }
+  }
+}
+
+std::vector<json_spirit::Value> member_names(json_spirit::Object const& object) {
+  std::vector<json_spirit::Value> names;
+  names.reserve(object.size());
+  for (auto const& member : object) names.emplace_back(member.first);
+  return names;
+}
+
+}  // namespace
+
+Item_SQL::Item_SQL(Item_Type type, Item_Op op) : SQL(nullptr, TYPE_ITEM, true), item_type_(type), op_(op) {}
+
+void Item_SQL::clear() {}
+
+Item_SQL::Item_Type Item_SQL::item_type() const { return item_type_; }
+Item_SQL::Item_Op Item_SQL::op() const { return op_; }
+
+Item_SQL::Item_Op Item_SQL::op_name_to_value(char const* name, unsigned long long length) {
+  if (name == nullptr || *name == '\0' || length == 0) return OP_NONE;
+  return Key2_Value_T<Item_Op>::find(op_names, name, length).value;
+}
+
+char const* Item_SQL::op_value_to_name(Item_Op op) {
+  Key2_Value_T<Item_Op> const* entry = op_names;
+  while (entry->key != nullptr && entry->value != op) ++entry;
+  return entry->key;
+}
+
+char const* op_to_sql(Item_SQL::Item_Op op) {
+  switch (op) {
+    case Item_SQL::OP_EQ: return "=";
+    case Item_SQL::OP_NE: return "!=";
+    case Item_SQL::OP_LT: return "<";
+    case Item_SQL::OP_LE: return "<=";
+    case Item_SQL::OP_GT: return ">";
+    case Item_SQL::OP_GE: return ">=";
+    case Item_SQL::OP_IN: return " IN ";
+    case Item_SQL::OP_NI: return " NOT IN ";
+    case Item_SQL::OP_LK: return " LIKE ";
+    case Item_SQL::OP_NK: return " NOT LIKE ";
+    default: return nullptr;
+  }
+}
+
+Key_Item_SQL::Key_Item_SQL(Item_Type type, Item_Op op, std::string const& key, unsigned int flags)
+    : Item_SQL(type, op), key_(quote_key(key)), flags_(flags) {}
+
+std::string const& Key_Item_SQL::key() const { return key_; }
+unsigned int Key_Item_SQL::flags() const { return flags_; }
+
+std::string Key_Item_SQL::quote_key(std::string const& key) {
+  std::string quoted;
+  quoted.reserve(key.size() + 4);
+  for (std::size_t begin = 0; begin < key.size();) {
+    std::size_t const end = std::min(key.find('.', begin), key.size());
+    if (end > begin) {
+      if (!quoted.empty()) quoted += '.';
+      if (key[begin] != '`') quoted += '`';
+      quoted.append(key, begin, end - begin);
+      if (key[end - 1] != '`') quoted += '`';
+    }
+    begin = end + 1;
+  }
+  return quoted;
+}
+
+Null_Item_SQL::Null_Item_SQL(std::string const& key, bool is_null)
+    : Key_Item_SQL(ITEM_NULL, is_null ? OP_NL : OP_NN, key, 0) {}
+
+void Null_Item_SQL::get_sql_i(Database_Type db, std::string& sql, Bindings& bindings, unsigned long long& index) const {
+  SQL_Writer::render(*this, db, sql, bindings, index);
+}
+
+void Null_Item_SQL::write_sql(SQL_Writer& out) const { out << key() << (op() == OP_NN ? " IS NOT NULL" : " IS NULL"); }
+
+In_Item_SQL::In_Item_SQL(std::string const& key, std::vector<json_spirit::Value> const& values, bool in, bool hex,
+                         unsigned int flags)
+    : Key_Item_SQL(ITEM_IN, in ? OP_IN : OP_NI, key, flags), values_(values), sub_statement_(nullptr), hex_(hex) {}
+
+In_Item_SQL::In_Item_SQL(std::string const& key, json_spirit::Object const& values, bool in, bool hex)
+    : Key_Item_SQL(ITEM_IN, in ? OP_IN : OP_NI, key, 0),
+      values_(member_names(values)),
+      sub_statement_(nullptr),
+      hex_(hex) {}
+
+In_Item_SQL::In_Item_SQL(std::string const& key, SQL const& sub, bool in)
+    : Key_Item_SQL(ITEM_IN, in ? OP_IN : OP_NI, key, 0), sub_statement_(&sub), hex_(false) {}
+
+void In_Item_SQL::get_sql_i(Database_Type db, std::string& sql, Bindings& bindings, unsigned long long& index) const {
+  SQL_Writer::render(*this, db, sql, bindings, index);
+}
+
+// `key`[ NOT] IN (<literal>,... | statement), or 0 or 1 for an empty list
+void In_Item_SQL::write_sql(SQL_Writer& out) const {
+  bool const negated = op() == OP_NI;
+  if (sub_statement_ == nullptr && values_.empty()) {
+    out << (negated ? '1' : '0');
+    return;
+  }
+  out << key() << (negated ? " NOT IN (" : " IN (");
+  if (sub_statement_ != nullptr) {
+    out.part(*sub_statement_);
+  } else {
+    write_list(out);
+  }
+  out << ')';
+}
+
+void In_Item_SQL::write_list(SQL_Writer& out) const {
+  String_Template literal("{{val}}", "{{", "}}");
+  std::string buffer;
+  out.list(values_, [&](json_spirit::Value const& value) {
+    set_literal(literal, value, hex_, buffer);
+    literal.append_to(out.text());
+  });
+}
+
+std::vector<json_spirit::Value> const& In_Item_SQL::value() const { return values_; }
+
+Binary_Item_SQL::Binary_Item_SQL(Item_Op op, char const* left, char const* right)
+    : Item_SQL(ITEM_BINARY, op), left_(left, TYPE_RAW, true), right_(right, TYPE_RAW, true) {}
+
+KV_Item_SQL::KV_Item_SQL(Item_Op op, std::string const& key, Binding_Value const& value, unsigned int flags)
+    : Key_Item_SQL(ITEM_KV, op, key, flags), value_(value) {}
+
+void KV_Item_SQL::get_sql_i(Database_Type db, std::string& sql, Bindings& bindings, unsigned long long& index) const {
+  SQL_Writer::render(*this, db, sql, bindings, index);
+}
+
+// [LOWER(]`key`[)]<operator>:n
+void KV_Item_SQL::write_sql(SQL_Writer& out) const {
+  bool const is_text = value_.type() == Binding_Value::str_type || value_.type() == Binding_Value::secure_str_type;
+  bool const lower = is_text && (flags() & lower_flag) != 0;
+  std::size_t const start = out.text().size();
+  if (!write_key_and_operator(out, op(), key(), lower)) {
+    out.text().resize(start);
+    return;
+  }
+  if (lower) {
+    out.param(Binding_Value(lower_text(value_)));
+  } else {
+    out.param(value_);
+  }
+}
+
+Binding_Value const& KV_Item_SQL::value() const { return value_; }
+void KV_Item_SQL::value(Binding_Value const& value) { value_ = value; }
+
+Key_UUID_Item_SQL::Key_UUID_Item_SQL(Item_Op op, std::string const& key, std::string const& uuid)
+    : KV_Item_SQL(op, key, Binding_Value(uuid_string_to_binary(uuid)), 0) {}
+
+Key_SQL_Item_SQL::Key_SQL_Item_SQL(SQL::Type type, Item_Op op, std::string const& key)
+    : Key_Item_SQL(ITEM_KEY_SQL, op, key, 0), sql_(new_sub_statement(type)) {}
+
+void Key_SQL_Item_SQL::get_sql_i(Database_Type db, std::string& sql, Bindings& bindings,
+                                 unsigned long long& index) const {
+  SQL_Writer::render(*this, db, sql, bindings, index);
+}
+
+// `key`<operator>(statement)
+void Key_SQL_Item_SQL::write_sql(SQL_Writer& out) const {
+  if (sql_.get() == nullptr) return;
+  std::size_t const start = out.text().size();
+  if (write_key_and_operator(out, op(), key(), false)) {
+    out.sub_statement(*sql_);
+  } else {
+    out.text().resize(start);
+  }
+}
+
+ACE_Intrusive_Auto_Ptr<SQL> const& Key_SQL_Item_SQL::sql() const { return sql_; }
+
+Val_SQL_Item_SQL::Val_SQL_Item_SQL(SQL::Type type, Item_Op op, Binding_Value const& value, bool sql_first)
+    : Item_SQL(ITEM_VAL_SQL, op), value_(value), sql_(new_sub_statement(type)), sql_first_(sql_first) {}
+
+void Val_SQL_Item_SQL::get_sql_i(Database_Type db, std::string& sql, Bindings& bindings,
+                                 unsigned long long& index) const {
+  SQL_Writer::render(*this, db, sql, bindings, index);
+}
+
+// (statement)<operator>:n | :n<operator>(statement)
+void Val_SQL_Item_SQL::write_sql(SQL_Writer& out) const {
+  if (sql_.get() == nullptr) return;
+  std::size_t const start = out.text().size();
+  if (sql_first_) {
+    out.sub_statement(*sql_);
+  } else {
+    out.param(value_);
+  }
+  std::string const key = op() == OP_DEC ? out.text().substr(start) : std::string();
+  if (!write_operator(out, op(), key)) {
+    out.text().resize(start);
+  } else if (sql_first_) {
+    out.param(value_);
+  } else {
+    out.sub_statement(*sql_);
+  }
+}
+
+ACE_Intrusive_Auto_Ptr<SQL> const& Val_SQL_Item_SQL::sql() const { return sql_; }

@@ -1,0 +1,198 @@
+#pragma once
+
+#include <ace/Intrusive_Auto_Ptr.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "backup/utils/sql/binding_value.h"
+#include "backup/utils/sql/sql.h"
+#include "backup/utils/sql/sql_export.h"
+#include "json_spirit/json_spirit.h"
+
+/// One condition of a filter. An item that cannot render (no key, an operator without text) renders as empty text and the
+/// filter that holds it writes "()". Conditions keep copies of keys and values.
+class BACKUP_SQL_API Item_SQL : public SQL {
+public:
+  enum Item_Type : std::uint32_t {
+    ITEM_NULL = 1,     ///< `Null_Item_SQL`
+    ITEM_IN = 2,       ///< `In_Item_SQL`
+    ITEM_BINARY = 3,   ///< `Binary_Item_SQL`
+    ITEM_KV = 4,       ///< `KV_Item_SQL`, `Key_UUID_Item_SQL`
+    ITEM_KEY_SQL = 5,  ///< `Key_SQL_Item_SQL`
+    ITEM_VAL_SQL = 6   ///< `Val_SQL_Item_SQL`
+  };
+
+  /// Names and texts in brackets: the two letters of requests and documents, and what `op_to_sql` gives.
+  enum Item_Op : std::uint32_t {
+    OP_NONE = 0,
+    OP_EQ = 1,   ///< [EQ] "="
+    OP_NE = 2,   ///< [NE] "!="
+    OP_LT = 3,   ///< [LT] "<"
+    OP_LE = 4,   ///< [LE] "<="
+    OP_GT = 5,   ///< [GT] ">"
+    OP_GE = 6,   ///< [GE] ">="
+    OP_DEC = 7,  ///< no name, no text: written as "`n`=`n`-:1"
+    OP_NL = 8,   ///< [NL] IS NULL, no text
+    OP_NN = 9,   ///< [NN] IS NOT NULL, no text
+    OP_IN = 10,  ///< [IN] " IN "
+    OP_NI = 11,  ///< [NI] " NOT IN "
+    OP_LK = 12,  ///< [LK] " LIKE "
+    OP_NK = 13   ///< [NK] " NOT LIKE "
+  };
+
+  Item_SQL(Item_Type type, Item_Op op);
+
+  /// Does nothing: an item keeps key, operator, value and text.
+  void clear() override;
+
+  Item_Type item_type() const;
+  Item_Op op() const;
+
+  /// The operator of a name of exactly `length` characters, upper case only; OP_NONE for any other and for null.
+  static Item_Op op_name_to_value(char const* name, unsigned long long length);
+  /// The two letters; null for an operator without a name.
+  static char const* op_value_to_name(Item_Op op);
+
+private:
+  Item_Type item_type_;
+  Item_Op op_;
+};
+
+/// The operator's SQL text with its blanks, or null when it has none.
+BACKUP_SQL_API char const* op_to_sql(Item_SQL::Item_Op op);
+
+/// Base of the conditions on a column.
+class BACKUP_SQL_API Key_Item_SQL : public Item_SQL {
+public:
+  /// Bit 0 of `flags` asks for a comparison in lower case; only `KV_Item_SQL` with a text value heeds it.
+  Key_Item_SQL(Item_Type type, Item_Op op, std::string const& key, unsigned int flags);
+
+  /// Quoted.
+  std::string const& key() const;
+  unsigned int flags() const;
+
+  /// Backticks around each part of a dotted key that has none yet: t.name becomes `t`.`name`. Empty parts are dropped with
+  /// their point.
+  static std::string quote_key(std::string const& key);
+
+private:
+  std::string key_;
+  unsigned int flags_;
+};
+
+/// "`key` IS NULL" or "`key` IS NOT NULL".
+class BACKUP_SQL_API Null_Item_SQL : public Key_Item_SQL {
+public:
+  Null_Item_SQL(std::string const& key, bool is_null);
+
+  void get_sql_i(Database_Type db, std::string& sql, Bindings& bindings, unsigned long long& index) const override;
+
+private:
+  friend class SQL_Writer;
+  void write_sql(SQL_Writer& out) const;
+};
+
+/// "`key` IN (...)" or "`key` NOT IN (...)", of a list or a statement.
+///
+/// A list is written as literals, not bound: texts by `Quote`, integers and reals in decimal, booleans as 1 and 0, null as
+/// NULL, objects and arrays as their quoted compact JSON. An empty list is the constant "0" for IN, "1" for NOT IN. Secret
+/// texts are refused with a critical log record: an empty text takes the place of the first element, a later one repeats
+/// the literal before it.
+class BACKUP_SQL_API In_Item_SQL : public Key_Item_SQL {
+public:
+  /// `hex` writes texts as hexadecimal literals, x'0a1b'. The flags are stored and never applied.
+  In_Item_SQL(std::string const& key, std::vector<json_spirit::Value> const& values, bool in, bool hex,
+              unsigned int flags);
+  /// The list is the object's member names.
+  In_Item_SQL(std::string const& key, json_spirit::Object const& values, bool in, bool hex);
+  /// Keeps the address of `sub`, which must outlive every rendering.
+  In_Item_SQL(std::string const& key, SQL const& sub, bool in);
+
+  void get_sql_i(Database_Type db, std::string& sql, Bindings& bindings, unsigned long long& index) const override;
+
+  /// The list; empty in the form with a statement.
+  std::vector<json_spirit::Value> const& value() const;
+
+private:
+  friend class SQL_Writer;
+  void write_sql(SQL_Writer& out) const;
+  void write_list(SQL_Writer& out) const;
+
+  std::vector<json_spirit::Value> values_;
+  SQL const* sub_statement_;
+  bool hex_;
+};
+
+/// Two texts, kept by pointer. Renders as empty text ("()" in a filter), deliberately: nothing renders the two sides.
+class BACKUP_SQL_API Binary_Item_SQL : public Item_SQL {
+public:
+  Binary_Item_SQL(Item_Op op, char const* left, char const* right);
+
+private:
+  SQL left_;
+  SQL right_;
+};
+
+/// A column compared with a bound value: "`key`=:1".
+///
+/// With bit 0 of the flags and a text value, "LOWER(`key`)=:1" bound to the text in lower case (the global locale's), as
+/// plain text even when it was secret.
+class BACKUP_SQL_API KV_Item_SQL : public Key_Item_SQL {
+public:
+  KV_Item_SQL(Item_Op op, std::string const& key, Binding_Value const& value, unsigned int flags);
+
+  void get_sql_i(Database_Type db, std::string& sql, Bindings& bindings, unsigned long long& index) const override;
+
+  Binding_Value const& value() const;
+  void value(Binding_Value const& value);
+
+private:
+  friend class SQL_Writer;
+  void write_sql(SQL_Writer& out) const;
+
+  Binding_Value value_;
+};
+
+/// A column compared with the 16 bytes of a uuid; a text that is no uuid is compared as no bytes.
+class BACKUP_SQL_API Key_UUID_Item_SQL : public KV_Item_SQL {
+public:
+  Key_UUID_Item_SQL(Item_Op op, std::string const& key, std::string const& uuid);
+};
+
+/// A column compared with a statement that the item owns and the caller fills: "`key` IN (SELECT ...)".
+class BACKUP_SQL_API Key_SQL_Item_SQL : public Key_Item_SQL {
+public:
+  /// Makes an empty statement of the class for `type`; without memory for it the item renders as empty text.
+  Key_SQL_Item_SQL(SQL::Type type, Item_Op op, std::string const& key);
+
+  void get_sql_i(Database_Type db, std::string& sql, Bindings& bindings, unsigned long long& index) const override;
+
+  ACE_Intrusive_Auto_Ptr<SQL> const& sql() const;
+
+private:
+  friend class SQL_Writer;
+  void write_sql(SQL_Writer& out) const;
+
+  ACE_Intrusive_Auto_Ptr<SQL> sql_;
+};
+
+/// A bound value compared with a statement that the item owns and the caller fills: ":1 IN (SELECT ...)", or with
+/// `sql_first` "(SELECT ...)>:1", whose statement's parameters come first in number too.
+class BACKUP_SQL_API Val_SQL_Item_SQL : public Item_SQL {
+public:
+  Val_SQL_Item_SQL(SQL::Type type, Item_Op op, Binding_Value const& value, bool sql_first);
+
+  void get_sql_i(Database_Type db, std::string& sql, Bindings& bindings, unsigned long long& index) const override;
+
+  ACE_Intrusive_Auto_Ptr<SQL> const& sql() const;
+
+private:
+  friend class SQL_Writer;
+  void write_sql(SQL_Writer& out) const;
+
+  Binding_Value value_;
+  ACE_Intrusive_Auto_Ptr<SQL> sql_;
+  bool sql_first_;
+};

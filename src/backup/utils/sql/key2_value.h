@@ -1,0 +1,18 @@
+#pragma once
+
+#include <cstring>
+
+/// One entry of a constant table from texts to values. A table ends with an entry whose key is null and whose value is all
+/// zero, so a miss reads as a zero value. The table is an aggregate; it must outlive whoever searches it.
+template <class T>
+struct Key2_Value_T {
+  char const* key;
+  unsigned long long key_length;
+  T value;
+
+  /// The first entry of `table` with exactly this text (case-sensitive), or the closing one. Linear in the table.
+  static Key2_Value_T const& find(Key2_Value_T const* table, char const* text, unsigned long long length) {
+    while (table->key != nullptr && (table->key_length != length || std::strncmp(table->key, text, length) != 0)) ++table;
+    return *table;
+  }
+};

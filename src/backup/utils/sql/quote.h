@@ -1,0 +1,33 @@
+#pragma once
+
+#include <string>
+
+#include "backup/utils/sql/sql_export.h"
+
+/// An SQL string literal: the text in single quotes, each single quote in it doubled, nothing else changed. A MySQL
+/// connection that reads it must run with NO_BACKSLASH_ESCAPES, or a backslash in the text ends the literal early.
+///
+/// A text from a pointer ends at its first zero byte; a std::string is quoted whole.
+class BACKUP_SQL_API Quote {
+public:
+  /// A null pointer gives the empty string, without quotes.
+  explicit Quote(char const* text);
+  explicit Quote(std::string const& text);
+  /// Swaps `buffer` in first and appends the literal to what it held; the caller's string is left empty.
+  Quote(char const* text, std::string& buffer);
+  Quote(std::string const& text, std::string& buffer);
+
+  /// Appends the literal of `text`; a null pointer appends nothing.
+  void init(char const* text);
+  std::string const& str() const&;
+  /// Gives the literal's storage away, to be the next one's buffer.
+  std::string&& str() &&;
+
+private:
+  void append(char const* text, std::size_t length);
+
+  std::string str_;
+};
+
+/// `text` for a LIKE pattern whose escape character is "|": "|", "_" and "%" get a "|" in front. A backslash stays.
+BACKUP_SQL_API std::string escape_like(std::string const& text);

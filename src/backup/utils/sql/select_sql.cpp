@@ -1,0 +1,371 @@
+#include "backup/utils/sql/select_sql.h"
+
+#include <algorithm>
+#include <boost/algorithm/string/classification.hpp>
+#include <boost/algorithm/string/split.hpp>
+#include <boost/algorithm/string/trim.hpp>
+#include <limits>
+#include <utility>
+
+#include "backup/utils/sql/detail/sql_log.h"
+#include "backup/utils/sql/detail/sql_new.h"
+#include "backup/utils/sql/detail/sql_writer.h"
+
+namespace {
+
+constexpr char const* source_file = "src/backup/utils/sql/select_sql";
+
+bool is_set(char const* text) { return text != nullptr && *text != '\0'; }
+
+// `statement` when it is a SELECT, else null.
+SQL const* as_select(ACE_Intrusive_Auto_Ptr<SQL> const& statement) {
+  SQL const* const sql = statement.get();
+  return sql != nullptr && sql->type() == SQL::TYPE_SELECT ? sql : nullptr;
+}
+
+char const* join_keyword(Select_SQL::Join_Mode mode) {
+  switch (mode) {
+    case Select_SQL::LEFT_JOIN: return " LEFT JOIN ";
+    case Select_SQL::RIGHT_JOIN: return " RIGHT JOIN ";
+    case Select_SQL::INNER_JOIN: return " INNER JOIN ";
+    case Select_SQL::FULL_JOIN: return " FULL JOIN ";
+    default: return " JOIN ";
+  }
+}
+
+// The pieces between commas, empty ones too, each without blanks around it.
+std::vector<std::string> split_list(char const* list) {
+  std::string const text = list == nullptr ? "" : list;
+  std::vector<std::string> pieces;
+  boost::algorithm::split(pieces, text, boost::algorithm::is_any_of(","), boost::algorithm::token_compress_off);
+  for (std::string& piece : pieces) boost::algorithm::trim(piece);
+  return pieces;
+}
+
+// Makes an empty SELECT and lets `add` put its owner where it belongs. Null with errno ENOMEM when memory is short.
+template <class Add>
+Select_SQL* add_select(Add add) {
+  return without_throwing([&add] {
+    ACE_Intrusive_Auto_Ptr<SQL> owner;
+    Select_SQL* const select = new_sql<Select_SQL>(owner, nullptr, nullptr);
+    add(owner);
+    return select;
+  });
+}
+
+}  // namespace
+
+Select_SQL::Select_SQL(char const* table, char const* alias) : Where_SQL(nullptr, TYPE_SELECT) {
+  if (is_set(table)) this->table(table, alias);
+}
+
+void Select_SQL::clear() {
+  clear_key();
+  tables_.clear();
+  from_ = nullptr;
+  clear_join();
+  group_by_.clear();
+  having_sql_ = nullptr;
+  having_.clear();
+  sorts_.clear();
+  order_by_ = nullptr;
+  limit_ = -1;
+  offset_ = 0;
+  desc_ = false;
+  distinct_ = false;
+  Where_SQL::clear();
+}
+
+bool Select_SQL::empty() const { return !is_set(select_) && keys_.empty(); }
+
+Select_SQL& Select_SQL::select(char const* text) {
+  select_ = text;
+  return *this;
+}
+
+Select_SQL& Select_SQL::add_key(std::string const& key, char const* alias) {
+  keys_.push_back({key, {}, alias});
+  return *this;
+}
+
+Select_SQL* Select_SQL::add_sql_key(char const* alias) {
+  return add_select([&](ACE_Intrusive_Auto_Ptr<SQL> const& sql) { keys_.push_back({{}, sql, alias}); });
+}
+
+Select_SQL& Select_SQL::clear_key() {
+  keys_.clear();
+  select_ = nullptr;
+  return *this;
+}
+
+Select_SQL& Select_SQL::count(char const* key) {
+  count_ = key;
+  return *this;
+}
+
+Select_SQL& Select_SQL::from(char const* text) {
+  from_ = text;
+  return *this;
+}
+
+Select_SQL& Select_SQL::table(char const* name, char const* alias) {
+  tables_.push_back({name, {}, alias});
+  return *this;
+}
+
+Select_SQL* Select_SQL::sql_table(char const* alias) {
+  return add_select([&](ACE_Intrusive_Auto_Ptr<SQL> const& sql) { tables_.push_back({nullptr, sql, alias}); });
+}
+
+Select_SQL& Select_SQL::join(char const* table, char const* alias, std::string const& on) {
+  return join_i(PLAIN_JOIN, table, alias, on);
+}
+
+Select_SQL& Select_SQL::left_join(char const* table, char const* alias, std::string const& on) {
+  return join_i(LEFT_JOIN, table, alias, on);
+}
+
+Select_SQL& Select_SQL::right_join(char const* table, char const* alias, std::string const& on) {
+  return join_i(RIGHT_JOIN, table, alias, on);
+}
+
+Select_SQL& Select_SQL::inner_join(char const* table, char const* alias, std::string const& on) {
+  return join_i(INNER_JOIN, table, alias, on);
+}
+
+Select_SQL& Select_SQL::join_i(Join_Mode mode, char const* table, char const* alias, std::string const& on) {
+  joins_.push_back({mode, {table, {}, alias}, on});
+  return *this;
+}
+
+Select_SQL* Select_SQL::sql_join(char const* alias, std::string const& on) { return sql_join_i(PLAIN_JOIN, alias, on); }
+
+Select_SQL* Select_SQL::sql_left_join(char const* alias, std::string const& on) {
+  return sql_join_i(LEFT_JOIN, alias, on);
+}
+
+Select_SQL* Select_SQL::sql_right_join(char const* alias, std::string const& on) {
+  return sql_join_i(RIGHT_JOIN, alias, on);
+}
+
+Select_SQL* Select_SQL::sql_inner_join(char const* alias, std::string const& on) {
+  return sql_join_i(INNER_JOIN, alias, on);
+}
+
+Select_SQL* Select_SQL::sql_join_i(Join_Mode mode, char const* alias, std::string const& on) {
+  return add_select(
+      [&](ACE_Intrusive_Auto_Ptr<SQL> const& sql) { joins_.push_back({mode, {nullptr, sql, alias}, on}); });
+}
+
+Select_SQL& Select_SQL::clear_join() {
+  joins_.clear();
+  return *this;
+}
+
+Select_SQL& Select_SQL::where(char const* text, bool copy) {
+  Where_SQL::where(text, copy);
+  return *this;
+}
+
+Select_SQL& Select_SQL::group_by(char const* text, bool copy) {
+  group_by_.set(text, copy);
+  return *this;
+}
+
+Select_SQL& Select_SQL::having(char const* text, bool copy) {
+  having_.set(text, copy);
+  return *this;
+}
+
+Select_SQL& Select_SQL::having(SQL const* condition) {
+  having_sql_ = condition;
+  return *this;
+}
+
+Select_SQL& Select_SQL::order_by(char const* text) {
+  order_by_ = text;
+  return *this;
+}
+
+Select_SQL& Select_SQL::sort_by(std::string const& key, bool desc) {
+  sorts_.push_back({key, desc});
+  return *this;
+}
+
+Select_SQL& Select_SQL::sort_keys(char const* keys) {
+  std::vector<Sort> sorts;
+  for (std::string& piece : split_list(keys)) sorts.push_back({std::move(piece), desc_});
+  sorts_.swap(sorts);
+  return *this;
+}
+
+Select_SQL& Select_SQL::sort_orders(char const* orders) {
+  std::vector<std::string> const pieces = split_list(orders);
+  std::size_t const count = std::min(pieces.size(), sorts_.size());
+  for (std::size_t i = 0; i < count; ++i) sorts_[i].desc = pieces[i] == "desc";
+  return *this;
+}
+
+Select_SQL& Select_SQL::desc(bool d) {
+  for (Sort& sort : sorts_) sort.desc = d;
+  desc_ = d;
+  return *this;
+}
+
+Select_SQL& Select_SQL::limit(long long n) {
+  limit_ = n;
+  return *this;
+}
+
+Select_SQL& Select_SQL::offset(long long n) {
+  offset_ = n;
+  return *this;
+}
+
+long long Select_SQL::limit() const { return limit_; }
+long long Select_SQL::offset() const { return offset_; }
+
+Select_SQL& Select_SQL::distinct(bool d) {
+  distinct_ = d;
+  return *this;
+}
+
+void Select_SQL::get_sql_i(Database_Type db, std::string& sql, Bindings& bindings, unsigned long long& index) const {
+  SQL_Writer::render(*this, db, sql, bindings, index);
+}
+
+// SELECT [DISTINCT ]<text | key,... | *><tail><order, limit, offset>
+void Select_SQL::write_sql(SQL_Writer& out) const {
+  out << "SELECT ";
+  if (distinct_) out << "DISTINCT ";
+  if (is_set(select_)) {
+    out << select_;
+  } else if (keys_.empty()) {
+    out << '*';
+  } else {
+    out.list(keys_, [&](Key const& key) { write_key(out, key); });
+  }
+  std::string scratch;
+  write_tail(out, scratch);
+  write_order(out);
+}
+
+void Select_SQL::write_key(SQL_Writer& out, Key const& key) const {
+  if (SQL const* const sub = as_select(key.sql)) {
+    out.sub_statement(*sub);
+  } else {
+    out << key.key;
+  }
+  out.alias(key.alias);
+}
+
+// [ FROM ...][ JOIN ...]...[ WHERE ...][ GROUP BY ...][ HAVING ...]
+void Select_SQL::write_tail(SQL_Writer& out, std::string& scratch) const {
+  write_from(out);
+  for (Join const& join : joins_) write_join(out, join);
+  std::size_t const where_start = out.text().size();
+  write_where(out);
+  std::size_t const where_end = out.text().size();
+  if (!group_by_.empty()) out << " GROUP BY " << group_by_.get();
+  if (!having_.empty()) {
+    out << " HAVING " << having_.get();
+  } else if (having_sql_ != nullptr) {
+    scratch.assign(out.text(), where_start, where_end - where_start);
+    write_having(out, scratch);
+  }
+}
+
+// FROM <text | source,...>, a source being `name` or (sub-select), each with its alias
+void Select_SQL::write_from(SQL_Writer& out) const {
+  if (is_set(from_)) {
+    out << " FROM " << from_;
+    return;
+  }
+  if (tables_.empty()) return;
+  out << " FROM ";
+  out.list(tables_, [&](Source const& source) {
+    if (SQL const* const sub = as_select(source.sql)) {
+      out.sub_statement(*sub);
+    } else if (is_set(source.name)) {
+      out.name(source.name);
+    }
+    out.alias(source.alias);
+  });
+}
+
+// [ LEFT| RIGHT| INNER| FULL] JOIN <source>[ ON condition]
+void Select_SQL::write_join(SQL_Writer& out, Join const& join) const {
+  SQL const* const sub = as_select(join.source.sql);
+  if (sub == nullptr && !is_set(join.source.name)) return;
+  out << join_keyword(join.mode);
+  if (sub != nullptr) {
+    out.sub_statement(*sub);
+  } else {
+    out.name(join.source.name);
+  }
+  out.alias(join.source.alias);
+  if (!join.on.empty()) out << " ON " << join.on;
+}
+
+// The statement renders into the text that the WHERE clause was made in, as it stands: one that appends instead of replacing
+// finds that clause there.
+void Select_SQL::write_having(SQL_Writer& out, std::string& scratch) const {
+  having_sql_->get_sql(out.db(), scratch, out.bindings(), out.index());
+  if (!scratch.empty()) out << " HAVING " << scratch;
+}
+
+// [ ORDER BY <text[ DESC] | key ASC|DESC,...>][ LIMIT n][ OFFSET n]
+void Select_SQL::write_order(SQL_Writer& out) const {
+  if (is_set(order_by_)) {
+    out << " ORDER BY " << order_by_;
+    if (desc_) out << " DESC";
+  } else if (!sorts_.empty()) {
+    out << " ORDER BY ";
+    out.list(sorts_, [&](Sort const& sort) { out << sort.key << (sort.desc ? " DESC" : " ASC"); });
+  }
+  if (limit_ >= 0 || offset_ > 0) {
+    out << " LIMIT " << (limit_ >= 0 ? limit_ : std::numeric_limits<long long>::max());
+  }
+  if (offset_ > 0) out << " OFFSET " << offset_;
+}
+
+// SELECT COUNT(dummy) FROM (SELECT 1 dummy<tail>) | SELECT COUNT(key)<tail> | SELECT COUNT([DISTINCT ][`table`.]id)<tail>
+void Select_SQL::get_count_sql_i(Database_Type db, std::string& sql, Bindings& bindings,
+                                 unsigned long long& index) const {
+  sql = "SELECT COUNT(";
+  SQL_Writer out(db, sql, bindings, index);
+  std::string scratch;
+  if (group_by_.get() != nullptr) {
+    out << "dummy) FROM (SELECT 1 dummy";
+    write_tail(out, scratch);
+    out << get_count_sql_suffix(db);
+    return;
+  }
+  if (is_set(count_)) {
+    out << count_;
+  } else {
+    write_guessed_count_key(out);
+  }
+  out << ')';
+  write_tail(out, scratch);
+  if (!is_set(count_) && distinct_) {
+    sql_log::report({source_file}, LM_WARNING, 0,
+                    "Please use Select_SQL::count(val) to set up the key of count query SQL: %s\n", sql.c_str());
+  }
+}
+
+void Select_SQL::write_guessed_count_key(SQL_Writer& out) const {
+  if (distinct_) out << "DISTINCT ";
+  if (!tables_.empty() && tables_.front().name != nullptr) {
+    Source const& first = tables_.front();
+    out.name(first.alias != nullptr ? first.alias : first.name);
+    out << '.';
+  }
+  out << "id";
+}
+
+void Select_SQL::get_sql_ii(Database_Type db, std::string& sql, Bindings& bindings, unsigned long long& index,
+                            std::string& scratch) const {
+  SQL_Writer out(db, sql, bindings, index);
+  write_tail(out, scratch);
+}

@@ -1,0 +1,148 @@
+#pragma once
+
+#include <ace/Intrusive_Auto_Ptr.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "backup/utils/sql/sql.h"
+#include "backup/utils/sql/sql_export.h"
+#include "backup/utils/sql/where_sql.h"
+
+/// One SELECT statement, and the query that counts its rows. Setters record, rendering writes. Shape, every dialect:
+///
+///   SELECT [DISTINCT ]<select list> FROM <tables> <joins> WHERE ... GROUP BY ... HAVING ... ORDER BY ... LIMIT n OFFSET n
+///
+/// Table names and aliases get backticks; keys, conditions and free texts are written as they stand.
+///
+/// Lifetime: every char const* is kept by pointer and must outlive rendering, unless a copy is asked for; std::string
+/// arguments are copied. Sub-selects returned for filling belong to the statement. Errors: setters check nothing; null and
+/// empty texts count as unset. Factories give null with errno ENOMEM and add nothing when memory is short.
+class BACKUP_SQL_API Select_SQL : public Where_SQL {
+public:
+  enum Join_Mode : std::uint32_t { PLAIN_JOIN = 1, LEFT_JOIN = 2, RIGHT_JOIN = 3, INNER_JOIN = 4, FULL_JOIN = 5 };
+
+  explicit Select_SQL(char const* table = nullptr, char const* alias = nullptr);
+
+  /// Back to the state of a new statement, but for the key set by `count()`, which stays: deliberate.
+  void clear() override;
+  /// True without select text and keys; tables and conditions are not looked at.
+  bool empty() const override;
+  void get_sql_i(Database_Type db, std::string& sql, Bindings& bindings, unsigned long long& index) const override;
+  /// Counts the rows without select list, ORDER BY, LIMIT and OFFSET, in one of three forms:
+  ///   a GROUP BY text set, even an empty one: "SELECT COUNT(dummy) FROM (SELECT 1 dummy FROM ... GROUP BY ...) AS sum"
+  ///   a count key:                            "SELECT COUNT(<key>) FROM ..."
+  ///   neither:                                "SELECT COUNT([DISTINCT ]`t`.id) FROM ...", t being the first table's alias
+  ///                                           or name; "id" alone without a named table
+  /// The last with DISTINCT is logged as a warning that asks for `count()`. The first does not heed DISTINCT.
+  void get_count_sql_i(Database_Type db, std::string& sql, Bindings& bindings,
+                       unsigned long long& index) const override;
+
+  /// The whole select list as one text, instead of the keys.
+  Select_SQL& select(char const* text);
+  /// One column text; without any, "*".
+  Select_SQL& add_key(std::string const& key, char const* alias);
+  /// A sub-select as a column.
+  Select_SQL* add_sql_key(char const* alias);
+  Select_SQL& clear_key();
+  /// The expression that the count query counts.
+  Select_SQL& count(char const* key);
+
+  /// The whole FROM list as one text, instead of the tables.
+  Select_SQL& from(char const* text);
+  Select_SQL& table(char const* name, char const* alias);
+  Select_SQL* sql_table(char const* alias);
+
+  /// Joins, in order of addition. One without a table name and a sub-select is left out without a trace.
+  Select_SQL& join(char const* table, char const* alias, std::string const& on);
+  Select_SQL& left_join(char const* table, char const* alias, std::string const& on);
+  Select_SQL& right_join(char const* table, char const* alias, std::string const& on);
+  Select_SQL& inner_join(char const* table, char const* alias, std::string const& on);
+  Select_SQL& join_i(Join_Mode mode, char const* table, char const* alias, std::string const& on);
+  Select_SQL* sql_join(char const* alias, std::string const& on);
+  Select_SQL* sql_left_join(char const* alias, std::string const& on);
+  Select_SQL* sql_right_join(char const* alias, std::string const& on);
+  Select_SQL* sql_inner_join(char const* alias, std::string const& on);
+  Select_SQL* sql_join_i(Join_Mode mode, char const* alias, std::string const& on);
+  Select_SQL& clear_join();
+
+  Select_SQL& where(char const* text, bool copy);
+  Select_SQL& group_by(char const* text, bool copy);
+  Select_SQL& having(char const* text, bool copy);
+  /// Not owned. Any statement; written without parentheses. The text wins over it.
+  Select_SQL& having(SQL const* condition);
+
+  /// The whole ORDER BY as one text, instead of the sort keys; " DESC" follows when `desc` is set.
+  Select_SQL& order_by(char const* text);
+  Select_SQL& sort_by(std::string const& key, bool desc);
+  /// Replaces the sort keys by a comma-separated list, each trimmed, each in the direction that `desc` set. Empty pieces are
+  /// kept. Null counts as "".
+  Select_SQL& sort_keys(char const* keys);
+  /// Sets the directions of the sort keys from a comma-separated list: "desc" exactly is descending, anything else
+  /// ascending. Keys beyond the list keep theirs, so call it after `sort_keys`.
+  Select_SQL& sort_orders(char const* orders);
+  /// Sets the direction of every sort key so far, and of those that `sort_keys` will set.
+  Select_SQL& desc(bool d);
+
+  /// Rows at most; any negative number: no limit. With an offset alone the limit is written as 2^63-1.
+  Select_SQL& limit(long long n);
+  /// Rows to skip; only numbers above 0 count.
+  Select_SQL& offset(long long n);
+  long long limit() const;
+  long long offset() const;
+  Select_SQL& distinct(bool d);
+
+  /// FROM to HAVING, appended to `sql`: the part that a SELECT shares with its count query. `scratch` is working storage.
+  void get_sql_ii(Database_Type db, std::string& sql, Bindings& bindings, unsigned long long& index,
+                  std::string& scratch) const;
+
+private:
+  friend class SQL_Writer;
+
+  // A name or a sub-select, with an alias.
+  struct Source {
+    char const* name;
+    ACE_Intrusive_Auto_Ptr<SQL> sql;
+    char const* alias;
+  };
+  struct Key {
+    std::string key;
+    ACE_Intrusive_Auto_Ptr<SQL> sql;
+    char const* alias;
+  };
+  struct Join {
+    Join_Mode mode;
+    Source source;
+    std::string on;
+  };
+  struct Sort {
+    std::string key;
+    bool desc;
+  };
+
+  void write_sql(SQL_Writer& out) const;
+  void write_tail(SQL_Writer& out, std::string& scratch) const;
+  void write_key(SQL_Writer& out, Key const& key) const;
+  void write_from(SQL_Writer& out) const;
+  void write_join(SQL_Writer& out, Join const& join) const;
+  void write_having(SQL_Writer& out, std::string& scratch) const;
+  void write_order(SQL_Writer& out) const;
+  void write_guessed_count_key(SQL_Writer& out) const;
+
+  std::vector<Key> keys_;
+  char const* select_ = nullptr;
+  char const* count_ = nullptr;
+  std::vector<Source> tables_;
+  char const* from_ = nullptr;
+  std::vector<Join> joins_;
+  SQL_Text group_by_;
+  SQL const* having_sql_ = nullptr;
+  SQL_Text having_;
+  std::vector<Sort> sorts_;
+  char const* order_by_ = nullptr;
+  long long limit_ = -1;
+  long long offset_ = 0;
+  bool desc_ = false;
+  bool distinct_ = false;
+};

@@ -1,0 +1,263 @@
+#include "backup/utils/sql/sql.h"
+
+#include <array>
+#include <utility>
+
+#include "backup/runtime/hex_string.h"
+#include "backup/runtime/uuid.h"
+#include "backup/utils/sql/detail/sql_log.h"
+#include "backup/utils/sql/detail/sql_writer.h"
+#include "backup/utils/sql/question_mask_sql_converter.h"
+
+namespace {
+
+constexpr char const* source_file = "src/backup/utils/sql/sql";
+constexpr std::size_t reserved_characters = 1024;
+
+template <class Text>
+Byte_String decode_hex(Text const& hex) {
+  Byte_String bytes;
+  Hex_String(hex.data(), hex.size()).get_bytes(bytes);
+  return bytes;
+}
+
+void log_statement(std::string const& sql) {
+  sql_log::report({source_file}, LM_DEBUG, 0, "SQL: %s\n", sql.c_str());
+  sql_log::report({source_file}, LM_DEBUG, 0, "Params:\n");
+}
+
+void log_value(char const* name, Binding_Value const& value) {
+  std::string text;
+  value.to_str(text);
+  sql_log::report({source_file}, LM_DEBUG, 0, "%s: %s\n", name, text.c_str());
+}
+
+}  // namespace
+
+SQL_Text::SQL_Text() noexcept : text_(nullptr) {}
+
+SQL_Text::SQL_Text(SQL_Text const& other) : text_(nullptr) { *this = other; }
+
+SQL_Text& SQL_Text::operator=(SQL_Text const& other) {
+  if (this != &other) set(other.text_, other.text_ == other.copy_.c_str());
+  return *this;
+}
+
+SQL_Text::~SQL_Text() = default;
+
+void SQL_Text::set(char const* text, bool copy) {
+  if (!copy || text == nullptr) {
+    text_ = text;
+    return;
+  }
+  copy_ = text;
+  text_ = copy_.c_str();
+}
+
+void SQL_Text::clear() noexcept {
+  text_ = nullptr;
+  copy_.clear();
+}
+
+SQL::SQL(char const* sql, Type type, bool is_static) : type_(type), ref_count_(0) { sql_.set(sql, !is_static); }
+
+SQL::SQL(SQL const& other)
+    : sql_(other.sql_), count_sql_(other.count_sql_), type_(other.type_), bindings_(other.bindings_), ref_count_(0) {}
+
+SQL::~SQL() = default;
+
+void SQL::clear() {
+  sql_.clear();
+  count_sql_.clear();
+  bindings_.clear();
+}
+
+bool SQL::empty() const { return sql_.empty(); }
+
+void SQL::get_sql_i(Database_Type db, std::string& sql, Bindings& bindings, unsigned long long& index) const {
+  SQL_Writer::render(*this, db, sql, bindings, index);
+}
+
+void SQL::write_sql(SQL_Writer& out) const {
+  if (sql_.get() != nullptr) out << sql_.get();
+}
+
+void SQL::get_count_sql_i(Database_Type db, std::string& sql, Bindings& /*bindings*/,
+                          unsigned long long& /*index*/) const {
+  if (count_sql_.get() != nullptr) {
+    sql = count_sql_.get();
+    return;
+  }
+  sql = get_count_sql_prefix(db);
+  if (sql_.get() != nullptr) sql += sql_.get();
+  sql += get_count_sql_suffix(db);
+  if (ACE::debug()) {
+    sql_log::report({source_file}, LM_DEBUG, 0,
+                    "Please use SQL::count_sql or Select_SQL to perform this count query SQL: %s\n", sql.c_str());
+  }
+}
+
+SQL& SQL::operator=(SQL const& other) {
+  if (this != &other) {
+    sql_ = other.sql_;
+    count_sql_ = other.count_sql_;
+    type_ = other.type_;
+    bindings_ = other.bindings_;
+  }
+  return *this;
+}
+
+SQL& SQL::sql(char const* text, bool is_static) {
+  sql_.set(text, !is_static);
+  return *this;
+}
+
+SQL& SQL::count_sql(char const* text, bool is_static) {
+  count_sql_.set(text, !is_static);
+  return *this;
+}
+
+char const* SQL::sql() const { return sql_.get(); }
+char const* SQL::count_sql() const { return count_sql_.get(); }
+SQL::Type SQL::type() const { return type_; }
+
+std::string& SQL::get_sql(Database_Type db, std::string& sql, Bindings& bindings) const {
+  unsigned long long index = 0;
+  get_sql(db, sql, bindings, index);
+  if (ACE::debug()) log_sql(sql, bindings);
+  return sql;
+}
+
+std::string& SQL::get_sql(Database_Type db, std::string& sql, Bindings& bindings, unsigned long long& index) const {
+  sql.reserve(reserved_characters);
+  get_sql_i(db, sql, bindings, index);
+  SQL_Writer(db, sql, bindings, index).merge_bindings(*this);
+  return sql;
+}
+
+std::string& SQL::get_sql(Database_Type db, std::string& sql, std::vector<Binding_Value>& values) const {
+  Bindings bindings;
+  unsigned long long index = 0;
+  get_sql(db, sql, bindings, index);
+  if (Question_Mask_SQL_Converter().convert(sql, bindings, values) && ACE::debug()) log_sql(sql, values);
+  return sql;
+}
+
+std::string& SQL::get_count_sql(Database_Type db, std::string& sql, Bindings& bindings) const {
+  unsigned long long index = 0;
+  get_count_sql(db, sql, bindings, index);
+  if (ACE::debug()) log_sql(sql, bindings);
+  return sql;
+}
+
+std::string& SQL::get_count_sql(Database_Type db, std::string& sql, Bindings& bindings,
+                                unsigned long long& index) const {
+  sql.reserve(reserved_characters);
+  get_count_sql_i(db, sql, bindings, index);
+  bool const own_count = count_sql_.get() != nullptr;
+  for (auto const& [name, value] : bindings_) {
+    if (own_count && (name == ":limit" || name == ":offset")) continue;
+    bindings.insert_or_assign(name, value);
+  }
+  return sql;
+}
+
+std::string& SQL::get_count_sql(Database_Type db, std::string& sql, std::vector<Binding_Value>& values) const {
+  Bindings bindings;
+  unsigned long long index = 0;
+  get_count_sql(db, sql, bindings, index);
+  if (!Question_Mask_SQL_Converter().convert(sql, bindings, values)) {
+    sql_log::report({source_file}, LM_ERROR, 0, "Failed to convert SQL to question mark format: %s\n", sql.c_str());
+  }
+  if (ACE::debug()) log_sql(sql, values);
+  return sql;
+}
+
+char const* SQL::get_count_sql_prefix(Database_Type db) const {
+  return db == DB_MYSQL ? "SELECT COUNT(*) FROM (" : "SELECT COUNT() FROM (";
+}
+
+char const* SQL::get_count_sql_suffix(Database_Type db) const { return db == DB_MYSQL ? ") AS sum" : ")"; }
+
+SQL& SQL::bind(std::string const& name, Binding_Value const& value) {
+  bindings_.insert_or_assign(name, value);
+  return *this;
+}
+
+SQL& SQL::bind(std::string const& name, json_spirit::Object const& object, std::string const& key) {
+  json_spirit::Value const* const value = json_spirit::object_get_value(object, key);
+  return value == nullptr ? *this : bind(name, Binding_Value(*value));
+}
+
+SQL& SQL::bind(json_spirit::Object const& object, std::string const& key) { return bind(':' + key, object, key); }
+
+SQL& SQL::bind_uuid(std::string const& name, char const* uuid) {
+  return bind(name, Binding_Value(uuid_string_to_binary(uuid)));
+}
+
+SQL& SQL::bind_uuid(std::string const& name, std::string const& uuid) {
+  return bind(name, Binding_Value(uuid_string_to_binary(uuid)));
+}
+
+SQL& SQL::bind_uuid(std::string const& name, Secure_String const& uuid) {
+  return bind(name, Binding_Value(uuid_string_to_binary_secure(uuid)));
+}
+
+SQL& SQL::bind_uuid(std::string const& name, json_spirit::Object const& object, std::string const& key) {
+  std::string const* const uuid = json_spirit::object_get_str(object, key);
+  return uuid == nullptr ? *this : bind_uuid(name, *uuid);
+}
+
+SQL& SQL::bind_uuid(json_spirit::Object const& object, std::string const& key) {
+  return bind_uuid(':' + key, object, key);
+}
+
+SQL& SQL::bind_hex(std::string const& name, std::string const& hex) {
+  return bind(name, Binding_Value(decode_hex(hex)));
+}
+
+SQL& SQL::bind_hex(std::string const& name, Secure_String const& hex) {
+  return bind(name, Binding_Value(decode_hex(hex)));
+}
+
+SQL& SQL::bind_new_uuid(std::string const& name) {
+  std::array<unsigned char, 16> uuid{};
+  if (!uuid_binary(uuid.data())) {
+    sql_log::report({source_file}, LM_ERROR, 0, "Failed to bind new uuid for '%s'\n", name.c_str());
+    return *this;
+  }
+  return bind(name, Binding_Value(Byte_String(uuid.begin(), uuid.end())));
+}
+
+SQL& SQL::unbind(std::string const& name) {
+  bindings_.erase(name);
+  return *this;
+}
+
+void SQL::log_sql(std::string const& sql, Bindings const& bindings) {
+  log_statement(sql);
+  for (auto const& [name, value] : bindings) log_value(name.c_str(), value);
+}
+
+void SQL::log_sql(std::string const& sql, std::vector<Binding_Value> const& values) {
+  log_statement(sql);
+  for (Binding_Value const& value : values) log_value("?", value);
+}
+
+void SQL::intrusive_add_ref(SQL* sql) {
+  if (sql != nullptr) ++sql->ref_count_;
+}
+
+void SQL::intrusive_remove_ref(SQL* sql) {
+  if (sql != nullptr && sql->ref_count_.value() > 0 && --sql->ref_count_ == 0) delete sql;
+}
+
+bool SQL::is_sole_reference(SQL const& sql) { return sql.ref_count_.value() == 1; }
+
+SQL_Value::SQL_Value() = default;
+SQL_Value::SQL_Value(ACE_Intrusive_Auto_Ptr<SQL> const& sql) : sql_(sql) {}
+SQL_Value::SQL_Value(Binding_Value const& value) : val_(value) {}
+SQL_Value::SQL_Value(Binding_Value&& value) noexcept : val_(std::move(value)) {}
+
+SQL* SQL_Value::sql() const { return sql_.get(); }
+Binding_Value const& SQL_Value::val() const { return val_; }

@@ -1,0 +1,42 @@
+#include "backup/utils/sql/union_sql.h"
+
+#include "backup/utils/sql/detail/sql_new.h"
+#include "backup/utils/sql/detail/sql_writer.h"
+
+namespace {
+
+constexpr unsigned int all_flag = 1;
+
+}  // namespace
+
+Union_SQL::Union_SQL(unsigned int flags) : SQL(nullptr, TYPE_UNION, true), flags_(flags) {}
+
+void Union_SQL::clear() {
+  selects_.clear();
+  SQL::clear();
+}
+
+Select_SQL* Union_SQL::add_select_sql() {
+  return without_throwing([this] {
+    ACE_Intrusive_Auto_Ptr<SQL> owner;
+    Select_SQL* const select = new_sql<Select_SQL>(owner, nullptr, nullptr);
+    selects_.push_back(owner);
+    return select;
+  });
+}
+
+void Union_SQL::get_sql_i(Database_Type db, std::string& sql, Bindings& bindings, unsigned long long& index) const {
+  SQL_Writer out(db, sql, bindings, index);
+  write_sql(out);
+}
+
+// select[ UNION[ ALL] select]...
+void Union_SQL::write_sql(SQL_Writer& out) const {
+  char const* const keyword = (flags_ & all_flag) != 0 ? " UNION ALL " : " UNION ";
+  char const* separator = "";
+  for (ACE_Intrusive_Auto_Ptr<SQL> const& select : selects_) {
+    out << separator;
+    out.part(*select);
+    separator = keyword;
+  }
+}

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <ace/Intrusive_Auto_Ptr.h>
+
+#include <string>
+#include <vector>
+
+#include "backup/utils/sql/select_sql.h"
+#include "backup/utils/sql/sql.h"
+#include "backup/utils/sql/sql_export.h"
+
+/// SELECTs joined by UNION or UNION ALL, in order of addition, without parentheses; the union itself has no ORDER BY or
+/// LIMIT. Shape: "SELECT * FROM `a` UNION ALL SELECT * FROM `b`". Parameter names stay unique across the members.
+///
+/// `empty()` is the base's: true whatever the members. The count query is the base's too and does not look at them.
+class BACKUP_SQL_API Union_SQL : public SQL {
+public:
+  /// Bit 0 of `flags`: UNION ALL. Other bits are not used.
+  explicit Union_SQL(unsigned int flags);
+
+  /// Drops the members; the flags stay.
+  void clear() override;
+  /// Appends to what `sql` holds, deliberately: the one renderer beside INSERT's that does not replace it.
+  void get_sql_i(Database_Type db, std::string& sql, Bindings& bindings, unsigned long long& index) const override;
+
+  /// A new empty member for the caller to fill, owned by the union. Null with errno ENOMEM and the union unchanged when
+  /// memory is short; nothing is logged.
+  Select_SQL* add_select_sql();
+
+private:
+  friend class SQL_Writer;
+  void write_sql(SQL_Writer& out) const;
+
+  unsigned int flags_;
+  std::vector<ACE_Intrusive_Auto_Ptr<SQL>> selects_;
+};

@@ -1,0 +1,44 @@
+#pragma once
+
+#include <ace/Intrusive_Auto_Ptr.h>
+
+#include <string>
+
+#include "backup/utils/sql/filter_sql.h"
+#include "backup/utils/sql/sql.h"
+#include "backup/utils/sql/sql_export.h"
+
+/// Base of the statements with a WHERE clause: a raw text, or one top-level filter.
+///
+/// A raw text that is not empty wins over the filter, whose values are not bound then. A filter without conditions renders
+/// as " WHERE 1" (AND) or " WHERE 0" (OR); neither text nor filter gives no clause.
+class BACKUP_SQL_API Where_SQL : public SQL {
+public:
+  /// `text` is kept by pointer.
+  Where_SQL(char const* text, Type type);
+
+  void clear() override;
+
+  /// With `copy` keeps a copy, without it the pointer.
+  Where_SQL& where(char const* text, bool copy);
+
+  /// The top-level filter, owned by this statement and its copies; null when there is none.
+  Filter_SQL* filter() const;
+  /// The top-level filter when it is one of this kind; otherwise a new one takes its place and the old one is dropped with
+  /// its conditions. Null with errno ENOMEM and nothing changed when memory is short.
+  Filter_SQL* and_filter();
+  Filter_SQL* or_filter();
+
+  /// Replaces `sql` by the clause, its leading " WHERE " included, or by nothing. Returns `sql`.
+  std::string& get_where_sql(Database_Type db, std::string& sql, Bindings& bindings, unsigned long long& index) const;
+
+protected:
+  void write_where(SQL_Writer& out) const;
+
+private:
+  template <class T>
+  Filter_SQL* filter_of_type(Filter_SQL::Filter_Type type);
+
+  SQL_Text where_;
+  ACE_Intrusive_Auto_Ptr<SQL> filter_;
+};

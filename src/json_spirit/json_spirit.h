@@ -1,0 +1,161 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "backup/runtime/secure_memory.h"
+#include "json_spirit/json_spirit_export.h"
+
+/// JSON values, their text in and out. No function recurses on the depth of a value, and none fails on depth: a value
+/// nested a million levels deep is read, copied, compared, written and destroyed in constant stack and linear time.
+namespace json_spirit {
+
+class Value;
+using Object = std::map<std::string, Value>;
+using Array = std::vector<Value>;
+
+/// The numbers are fixed: callers store them and write them into messages.
+enum Value_type : int {
+  obj_type = 0,
+  array_type = 1,
+  str_type = 2,
+  secure_str_type = 3,
+  bool_type = 4,
+  int_type = 5,
+  real_type = 6,
+  null_type = 7
+};
+
+/// "object", "array", "string", "secure string", "bool", "int", "real" or "null"; "unknown" for any other number.
+JSON_SPIRIT_API char const* value_type_to_string(Value_type type) noexcept;
+
+/// One JSON value: 40 bytes on 64-bit platforms. Texts that fit std::string's own buffer are held without an
+/// allocation. Integers keep their signedness: signed 1 and unsigned 1 differ. A value that held a secure string wipes
+/// it, inside the value as on the heap, when it is assigned to, moved from or destroyed. A reader called on another
+/// kind throws std::runtime_error, "value is of type string, not int". Copying may throw std::bad_alloc and leaves the
+/// target unchanged then.
+class JSON_SPIRIT_API Value {
+public:
+  Value() noexcept : bool_(false), type_(null_type), is_uint64_(false) {}
+  // NOLINTBEGIN(google-explicit-constructor): a value stands wherever one of these does
+  Value(char const* text);  ///< a null pointer gives the empty text
+  Value(std::string const& text);
+  Value(std::string&& text) noexcept;
+  Value(Secure_String const& text);
+  Value(Object const& object);
+  Value(Object&& object);
+  Value(Array const& array);
+  Value(Array&& array);
+  Value(bool value) noexcept;
+  Value(int value) noexcept;
+  Value(unsigned int value) noexcept;
+  Value(long value) noexcept;
+  Value(unsigned long value) noexcept;
+  Value(long long value) noexcept;
+  Value(unsigned long long value) noexcept;
+  Value(double value) noexcept;
+  // NOLINTEND(google-explicit-constructor)
+  template <class T>
+  Value(T const* pointer) = delete;  // would become a bool
+
+  Value(Value const& other);
+  /// Moving leaves `other` null. Assigned to, this value may hold `other` in its depth, but must not lie in it.
+  Value(Value&& other) noexcept;
+  Value& operator=(Value const& other);
+  Value& operator=(Value&& other) noexcept;
+  ~Value() {
+    if (type_ <= secure_str_type) destroy();
+  }
+
+  Value_type type() const noexcept { return type_; }
+  bool is_null() const noexcept { return type_ == null_type; }
+  /// True for an integer stored as unsigned.
+  bool is_uint64() const noexcept { return is_uint64_; }
+
+  std::string const& get_str() const;
+  Secure_String const& get_secure_str() const;
+  Object const& get_obj() const;
+  Object& get_obj();
+  Array const& get_array() const;
+  Array& get_array();
+  bool get_bool() const;
+  /// Also throws std::range_error, "integer 9223372036854775808 does not fit int64", instead of changing the number.
+  std::int64_t get_int64() const;
+  /// The same for a negative number.
+  std::uint64_t get_uint64() const;
+  /// Reads an integer too, rounded to the nearest double.
+  double get_real() const;
+
+  /// Same kind and same content: members of objects, elements of arrays in order, integers by value and signedness,
+  /// reals by ==.
+  friend JSON_SPIRIT_API bool operator==(Value const& a, Value const& b);
+  friend bool operator!=(Value const& a, Value const& b) { return !(a == b); }
+
+private:
+  struct Object_Box;
+  struct Array_Box;
+  friend struct Value_Access;
+
+  void destroy() noexcept;
+  void check(Value_type wanted) const;
+
+  union {
+    Object_Box* object_;
+    Array_Box* array_;
+    std::string str_;
+    Secure_String secure_str_;
+    bool bool_;
+    std::int64_t int_;  // an unsigned one as its bits
+    double real_;
+  };
+  Value_type type_;
+  bool is_uint64_;
+};
+
+/// The member `key`, or null when there is none. Points into `object`.
+JSON_SPIRIT_API Value const* object_get_value(Object const& object, std::string const& key);
+/// The same for a member that is a string; null for any other kind.
+JSON_SPIRIT_API std::string const* object_get_str(Object const& object, std::string const& key);
+/// The same for a member that is an array; null for any other kind.
+JSON_SPIRIT_API Array const* object_get_array(Object const& object, std::string const& key);
+/// The array member `key`; throws std::out_of_range when there is none and std::runtime_error when it is no array.
+JSON_SPIRIT_API Array const& object_get_array_or_throw(Object const& object, std::string const& key);
+JSON_SPIRIT_API Array& object_get_array_or_throw(Object& object, std::string const& key);
+
+/// The JSON text of a value (RFC 8259), made at construction; keeps nothing of the value.
+/// Compact text has no blanks; pretty text has a member or element a line, indented by 4. Strings are written as they
+/// are with quotes, backslashes and control characters escaped; secure strings are written in clear, like any other.
+/// Reals are the shortest text that reads back the same, always with a fraction or an exponent; what is no number
+/// becomes null.
+class JSON_SPIRIT_API JSON_Dump {
+public:
+  JSON_Dump(Value const& value, bool pretty);
+  /// Bytes of the text.
+  std::size_t size() const noexcept { return text_.size(); }
+  /// Valid as long as this object.
+  char const* c_str() const noexcept { return text_.c_str(); }
+
+private:
+  std::string text_;
+};
+
+/// What `read_string` found wrong, and where.
+struct JSON_SPIRIT_API Read_Error {
+  std::size_t line = 0;    ///< from 1; 0: no error
+  std::size_t column = 0;  ///< from 1, in bytes
+  std::string reason;
+};
+
+/// Reads one JSON text (RFC 8259, UTF-8 checked, nothing but blanks after it) into `value`. Integers that fit are
+/// signed, larger ones up to 2^64-1 unsigned, all others real; of two members with one name the last counts; zero bytes
+/// are kept. False, with `value` unchanged and `error` filled, when the text is malformed or a number exceeds a double;
+/// one with 309 digits before its point or an exponent above 308 may count as such whatever it comes to ("0e400"). What
+/// is too small for a double is 0.
+JSON_SPIRIT_API bool read_string(std::string const& text, Value& value, Read_Error& error);
+/// The same, throwing std::runtime_error "line 1, column 5: REASON" instead.
+JSON_SPIRIT_API void read_string_or_throw(std::string const& text, Value& value);
+
+}  // namespace json_spirit

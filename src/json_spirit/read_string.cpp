@@ -1,0 +1,209 @@
+#include "json_spirit/json_spirit.h"
+#include "json_spirit/rapidjson_setup.h"
+
+#include <rapidjson/memorystream.h>
+#include <rapidjson/reader.h>
+
+#include <algorithm>
+#include <charconv>
+#include <string_view>
+#include <system_error>
+
+namespace json_spirit {
+
+namespace {
+
+using Utf8 = rapidjson::UTF8<>;
+
+// Numbers come as text: RapidJSON's own conversion reads outside of its tables for a fraction of some 350 zeros.
+constexpr unsigned parse_flags =
+    rapidjson::kParseIterativeFlag | rapidjson::kParseValidateEncodingFlag | rapidjson::kParseNumbersAsStringsFlag;
+
+// For a number that fits no double: whether its first digit other than 0 stands before the point once the exponent has
+// moved the point.
+bool is_too_big(std::string_view number) {
+  std::size_t const mantissa_end = std::min(number.find_first_of("eE"), number.size());
+  std::size_t const point = std::min(number.find('.'), mantissa_end);
+  std::size_t const first = number.find_first_of("123456789");
+  long long exponent = 0;
+  if (mantissa_end != number.size()) {
+    char const* const digits = number.data() + mantissa_end + 1;
+    auto const parsed = std::from_chars(*digits == '+' ? digits + 1 : digits, number.data() + number.size(), exponent);
+    if (parsed.ec != std::errc()) return *digits != '-';
+  }
+  return static_cast<long long>(point) - static_cast<long long>(first) + exponent > 0;
+}
+
+// False when `number` is too big for a double.
+bool read_real(std::string_view number, Value& value) {
+  double real = 0;
+  if (std::from_chars(number.data(), number.data() + number.size(), real).ec != std::errc()) {
+    if (is_too_big(number)) return false;
+    real = number.front() == '-' ? -0.0 : 0.0;
+  }
+  value = real;
+  return true;
+}
+
+template <class Integer>
+bool read_integer(std::string_view number, Value& value) {
+  Integer integer = 0;
+  if (std::from_chars(number.data(), number.data() + number.size(), integer).ec != std::errc()) return false;
+  value = integer;
+  return true;
+}
+
+bool read_number(std::string_view number, Value& value) {
+  if (number.find_first_of(".eE") == std::string_view::npos) {
+    if (read_integer<long long>(number, value)) return true;
+    if (number.front() != '-' && read_integer<unsigned long long>(number, value)) return true;
+  }
+  return read_real(number, value);
+}
+
+// Takes the reader's events. The places it keeps are stable: containers stay where they are when their value moves, and
+// a member's place is used before the next one is made.
+class Value_Builder : public rapidjson::BaseReaderHandler<Utf8, Value_Builder> {
+public:
+  explicit Value_Builder(Value& root) : root_(root) {}
+
+  bool Null() {
+    place() = Value();
+    return true;
+  }
+  bool Bool(bool value) {
+    place() = value;
+    return true;
+  }
+  bool RawNumber(char const* text, std::size_t size, bool /*copy*/) { return read_number({text, size}, place()); }
+  bool String(char const* text, std::size_t size, bool /*copy*/) {
+    place() = std::string(text, size);
+    return true;
+  }
+  bool Key(char const* text, std::size_t size, bool /*copy*/) {
+    member_ = &(*open_.back().object)[std::string(text, size)];
+    return true;
+  }
+  bool StartObject() {
+    Value& value = place();
+    value = Object();
+    open_.push_back({&value.get_obj(), nullptr});
+    return true;
+  }
+  bool StartArray() {
+    Value& value = place();
+    value = Array();
+    open_.push_back({nullptr, &value.get_array()});
+    return true;
+  }
+  bool EndObject(std::size_t /*count*/) { return end(); }
+  bool EndArray(std::size_t /*count*/) { return end(); }
+
+private:
+  // One of the two is null.
+  struct Level {
+    Object* object;
+    Array* array;
+  };
+
+  bool end() {
+    open_.pop_back();
+    return true;
+  }
+  Value& place() {
+    if (open_.empty()) return root_;
+    Array* const array = open_.back().array;
+    return array != nullptr ? array->emplace_back() : *member_;
+  }
+
+  Value& root_;
+  Value* member_ = nullptr;
+  std::vector<Level> open_;
+};
+
+// Bytes of a well-formed escape, or of two that make a surrogate pair; 0 for the second half of a pair without its
+// first.
+std::size_t escape_size(char const* escape) {
+  if (escape[1] != 'u') return 2;
+  bool const is_surrogate = (escape[2] == 'd' || escape[2] == 'D') && escape[3] >= '8';
+  if (!is_surrogate) return 6;
+  return std::string_view("89abAB").find(escape[3]) != std::string_view::npos ? 12 : 0;
+}
+
+// RapidJSON lets such a half alone pass, which no UTF-8 text can hold. Elsewhere `text` is well-formed.
+std::size_t find_lone_surrogate(std::string const& text) {
+  std::size_t i = text.find('\\');
+  while (i != std::string::npos) {
+    std::size_t const size = escape_size(text.data() + i);
+    if (size == 0) break;
+    i = text.find('\\', i + size);
+  }
+  return i;
+}
+
+char const* reason_of(rapidjson::ParseErrorCode code) {
+  switch (code) {
+    case rapidjson::kParseErrorDocumentEmpty: return "there is no value";
+    case rapidjson::kParseErrorDocumentRootNotSingular: return "there is more text after the value";
+    case rapidjson::kParseErrorValueInvalid: return "a value is missing or misspelt";
+    case rapidjson::kParseErrorObjectMissName: return "the name of a member is missing";
+    case rapidjson::kParseErrorObjectMissColon: return "the colon after the name of a member is missing";
+    case rapidjson::kParseErrorObjectMissCommaOrCurlyBracket: return "a comma or '}' is missing after a member";
+    case rapidjson::kParseErrorArrayMissCommaOrSquareBracket: return "a comma or ']' is missing after an element";
+    case rapidjson::kParseErrorStringUnicodeEscapeInvalidHex: return "\\u needs four hexadecimal digits";
+    case rapidjson::kParseErrorStringUnicodeSurrogateInvalid: return "half of a surrogate pair is missing";
+    case rapidjson::kParseErrorStringEscapeInvalid: return "unknown escape or unescaped control character in a string";
+    case rapidjson::kParseErrorStringMissQuotationMark: return "the closing quotation mark of a string is missing";
+    case rapidjson::kParseErrorStringInvalidEncoding: return "a string is not valid UTF-8";
+    case rapidjson::kParseErrorNumberTooBig:
+    case rapidjson::kParseErrorTermination: return "the number is too big";  // nothing else stops the builder
+    case rapidjson::kParseErrorNumberMissFraction: return "a digit is missing after the point of a number";
+    case rapidjson::kParseErrorNumberMissExponent: return "a digit is missing in the exponent of a number";
+    default: return "the text is not JSON";
+  }
+}
+
+Read_Error error_at(std::string const& text, std::size_t offset, char const* reason) {
+  auto const end = text.begin() + static_cast<std::ptrdiff_t>(offset);
+  auto const newline = std::find(std::make_reverse_iterator(end), text.rend(), '\n');
+  Read_Error error;
+  error.line = 1 + static_cast<std::size_t>(std::count(text.begin(), end, '\n'));
+  error.column = 1 + static_cast<std::size_t>(end - newline.base());
+  error.reason = reason;
+  return error;
+}
+
+// The error's line is 0 when there is none.
+Read_Error read(std::string const& text, Value& root) {
+  Value_Builder builder(root);
+  rapidjson::MemoryStream stream(text.data(), text.size());
+  Throwing_Allocator allocator;
+  rapidjson::GenericReader<Utf8, Utf8, Throwing_Allocator> reader(&allocator);
+  rapidjson::ParseResult const result = reader.Parse<parse_flags>(stream, builder);
+  std::size_t const end = result.IsError() ? result.Offset() : stream.Tell();
+  // RapidJSON takes a zero byte for the end of the text.
+  if (end < text.size() && text[end] == '\0') return error_at(text, end, "there is a zero byte in the text");
+  if (result.IsError()) return error_at(text, end, reason_of(result.Code()));
+  std::size_t const surrogate = find_lone_surrogate(text);
+  if (surrogate == std::string::npos) return {};
+  return error_at(text, surrogate, reason_of(rapidjson::kParseErrorStringUnicodeSurrogateInvalid));
+}
+
+}  // namespace
+
+bool read_string(std::string const& text, Value& value, Read_Error& error) {
+  Value root;
+  error = read(text, root);
+  if (error.line != 0) return false;
+  value = std::move(root);
+  return true;
+}
+
+void read_string_or_throw(std::string const& text, Value& value) {
+  Read_Error error;
+  if (read_string(text, value, error)) return;
+  throw std::runtime_error("line " + std::to_string(error.line) + ", column " + std::to_string(error.column) + ": " +
+                           error.reason);
+}
+
+}  // namespace json_spirit

@@ -10,7 +10,8 @@
 #include "backup/utils/sql/binding_value.h"
 #include "backup/utils/sql/sql.h"
 
-/// What went wrong on the database. `what()` holds the driver's message, its code and the statement's text; a value never.
+/// What went wrong on the database. `what()` holds the driver's message, its code and the statement's text; a value
+/// never.
 class BACKUP_STORE_API Store_Error : public std::runtime_error {
 public:
   Store_Error(std::string const& message, int code, std::string const& statement);
@@ -33,9 +34,9 @@ private:
 /// statements are kept and used again for the same text. A parameter without a value, or a value that the text does not
 /// name, is an error and nothing is run. Every failure is a Store_Error, but for want of memory (std::bad_alloc).
 ///
-/// Values go in as their own kind: null, integers, reals, texts and bytes of any length with zero bytes, secret kinds like
-/// plain ones; booleans as 1 and 0; objects and arrays as compact JSON text. They come back as null, integer, real, text or
-/// bytes.
+/// Values go in as their own kind: null, integers, reals, texts and bytes of any length with zero bytes, secret kinds
+/// like plain ones; booleans as 1 and 0; objects and arrays as compact JSON text. They come back as null, integer,
+/// real, text or bytes.
 class BACKUP_STORE_API Store {
 public:
   enum Binding_Mode { BY_NAME, BY_POSITION };
@@ -70,8 +71,8 @@ protected:
 private:
   friend class Transaction;
 
-  /// Runs `text` with its values: `bindings` when it is not null, else `values`. Calls `callback`, when set, for each row.
-  /// Returns the rows changed and, when `columns` is not null, the column names.
+  /// Runs `text` with its values: `bindings` when it is not null, else `values`. Calls `callback`, when set, for each
+  /// row. Returns the rows changed and, when `columns` is not null, the column names.
   virtual unsigned long long execute(std::string const& text, Bindings const* bindings,
                                      std::vector<Binding_Value> const& values, Row_Callback const& callback,
                                      std::vector<std::string>* columns) = 0;
@@ -83,7 +84,8 @@ public:
   explicit Transaction(Store& store);
   Transaction(Transaction const&) = delete;
   Transaction& operator=(Transaction const&) = delete;
-  /// Rolls back what was not committed; a failure to do so is left to the database, which rolls back with the connection.
+  /// Rolls back what was not committed; a failure to do so is left to the database, which rolls back with the
+  /// connection.
   ~Transaction();
 
   /// After a failure the transaction is still open and is rolled back at the end.

@@ -11,8 +11,8 @@
 
 /// The value bound to one parameter of a statement: a type tag and a JSON value. Copying copies both.
 ///
-/// Integers keep the signedness of the C++ type they came from. Secret kinds are held in secure strings and wiped with the
-/// value. Nothing here fails but for want of memory (std::bad_alloc).
+/// Integers keep the signedness of the C++ type they came from. Secret kinds are held in secure strings and wiped with
+/// the value. Nothing here fails but for want of memory (std::bad_alloc).
 class BACKUP_SQL_API Binding_Value {
 public:
   /// 0 to 7 are the numbers of `json_spirit::Value_type`.

@@ -4,8 +4,8 @@
 #include "backup/utils/sql/binding_value.h"
 #include "backup/utils/sql/sql_export.h"
 
-/// Turns a caller's value into the form in which a column stores it. On true the caller stores `out`, on false the input as
-/// it came, whatever `out` holds then. Converters log nothing, keep no state and may be shared by threads.
+/// Turns a caller's value into the form in which a column stores it. On true the caller stores `out`, on false the
+/// input as it came, whatever `out` holds then. Converters log nothing, keep no state and may be shared by threads.
 class BACKUP_SQL_API Binding_Value_Converter {
 public:
   Binding_Value_Converter();
@@ -14,15 +14,16 @@ public:
   virtual bool convert(Binding_Value const& in, Binding_Value& out) const = 0;
 };
 
-/// Uuid text to its 16 bytes, plain or secret like the text. The empty text becomes no bytes and is accepted. False for a
-/// text that gives any other number of bytes (`out` is overwritten all the same) and for other kinds (`out` untouched).
+/// Uuid text to its 16 bytes, plain or secret like the text. The empty text becomes no bytes and is accepted. False for
+/// a text that gives any other number of bytes (`out` is overwritten all the same) and for other kinds (`out`
+/// untouched).
 class BACKUP_SQL_API Binding_Value_UUID_Converter : public Binding_Value_Converter {
 public:
   bool convert(Binding_Value const& in, Binding_Value& out) const override;
 };
 
-/// Hexadecimal text, up to its first zero byte, to bytes; accepts what the uuid converter accepts: exactly 16 bytes or the
-/// empty text. Hexadecimal text of any other length is refused, deliberately.
+/// Hexadecimal text, up to its first zero byte, to bytes; accepts what the uuid converter accepts: exactly 16 bytes or
+/// the empty text. Hexadecimal text of any other length is refused, deliberately.
 class BACKUP_SQL_API Binding_Value_Hex_Converter : public Binding_Value_Converter {
 public:
   bool convert(Binding_Value const& in, Binding_Value& out) const override;

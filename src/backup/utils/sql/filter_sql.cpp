@@ -112,8 +112,8 @@ Filter_SQL* Filter_SQL::plain_filter(SQL* entry) {
   return is_plain ? static_cast<Filter_SQL*>(entry) : nullptr;
 }
 
-// Drops entries, nested filters flat: whatever the depth, no recursion and no allocation. While a filter's entries are worked
-// off, the entries of the one around it wait in its place, the filter around that one at their end.
+// Drops entries, nested filters flat: whatever the depth, no recursion and no allocation. While a filter's entries are
+// worked off, the entries of the one around it wait in its place, the filter around that one at their end.
 void Filter_SQL::release(Items& items) noexcept {
   Items current;
   current.swap(items);

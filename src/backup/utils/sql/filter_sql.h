@@ -17,12 +17,14 @@ class Or_Filter_SQL;
 class Select_SQL;
 class Union_SQL;
 
-/// Conditions and nested filters, all joined by AND or all by OR. Shape: "(`a`=:1) AND ((`b` IS NULL) OR (`c` IN (1,2)))";
-/// each entry in parentheses, also one whose text is empty. An empty AND filter is "1", an empty OR filter "0".
+/// Conditions and nested filters, all joined by AND or all by OR. Shape: "(`a`=:1) AND ((`b` IS NULL) OR (`c` IN
+/// (1,2)))"; each entry in parentheses, also one whose text is empty. An empty AND filter is "1", an empty OR filter
+/// "0".
 ///
-/// The filter owns what its adders make; the pointers they return are borrowed and die with the entry. An adder that runs
-/// out of memory sets errno to ENOMEM, returns null (or the filter unchanged) and adds nothing; those for conditions say so
-/// in the log. Nested filters of any depth are rendered, copied, cleared and destroyed in constant stack.
+/// The filter owns what its adders make; the pointers they return are borrowed and die with the entry. An adder that
+/// runs out of memory sets errno to ENOMEM, returns null (or the filter unchanged) and adds nothing; those for
+/// conditions say so in the log. Nested filters of any depth are rendered, copied, cleared and destroyed in constant
+/// stack.
 ///
 /// `empty()` is the base's and looks at a text that a filter never has: always true.
 class BACKUP_SQL_API Filter_SQL : public SQL {
@@ -92,8 +94,8 @@ public:
   SQL* add_val_sql_item(Item_SQL::Item_Op op, Binding_Value const& value);
   SQL* add_sql_val_item(Item_SQL::Item_Op op, Binding_Value const& value);
 
-  /// "key LIKE :__search_n ESCAPE '|'" for rows that hold `text`, "%" and "_" in it taken literally. The key is written as it
-  /// stands, not quoted; n is the number of entries before.
+  /// "key LIKE :__search_n ESCAPE '|'" for rows that hold `text`, "%" and "_" in it taken literally. The key is written
+  /// as it stands, not quoted; n is the number of entries before.
   Filter_SQL& add_substr_matching(std::string const& key, std::string const& text);
 
   /// The first condition on the column `key`, quoted or not; null without one. Nested filters are not searched. Linear.

@@ -15,14 +15,15 @@
 
 class Select_SQL;
 
-/// One INSERT of one or more rows, or of the rows of a SELECT. Shape: "INSERT INTO `t`(`a`,`b`) VALUES(:1,:2),(:3,NULL)".
-/// The verb is the dialect's: "INSERT IGNORE" and "REPLACE" for MySQL, "INSERT OR IGNORE" and "INSERT OR REPLACE" for SQLite.
+/// One INSERT of one or more rows, or of the rows of a SELECT. Shape: "INSERT INTO `t`(`a`,`b`)
+/// VALUES(:1,:2),(:3,NULL)". The verb is the dialect's: "INSERT IGNORE" and "REPLACE" for MySQL, "INSERT OR IGNORE" and
+/// "INSERT OR REPLACE" for SQLite.
 ///
-/// Columns are listed in the order of their first use in any row; a row without a value for one gets the word NULL there,
-/// while `value_null` binds a null value. A new statement has one empty row; value setters fill the last one.
+/// Columns are listed in the order of their first use in any row; a row without a value for one gets the word NULL
+/// there, while `value_null` binds a null value. A new statement has one empty row; value setters fill the last one.
 ///
-/// Lifetime: the table is kept by pointer and must outlive every rendering; statements returned for filling belong to this
-/// one. Errors: a value that cannot be had changes nothing; a converter that refuses leaves the value unconverted.
+/// Lifetime: the table is kept by pointer and must outlive every rendering; statements returned for filling belong to
+/// this one. Errors: a value that cannot be had changes nothing; a converter that refuses leaves the value unconverted.
 class BACKUP_SQL_API Insert_SQL : public SQL {
 public:
   enum Or_Expr : std::uint32_t { OR_NONE = 1, OR_IGNORE = 2, OR_REPLACE = 3 };
@@ -34,8 +35,8 @@ public:
   void clear() override;
   /// True without columns and without a SELECT.
   bool empty() const override;
-  /// For a dialect that is neither MySQL nor SQLite no verb is written and `sql` is not reset: " INTO `t`..." is appended to
-  /// what it holds. Deliberate.
+  /// For a dialect that is neither MySQL nor SQLite no verb is written and `sql` is not reset: " INTO `t`..." is
+  /// appended to what it holds. Deliberate.
   void get_sql_i(Database_Type db, std::string& sql, Bindings& bindings, unsigned long long& index) const override;
 
   Insert_SQL& table(char const* name);
@@ -63,7 +64,8 @@ public:
   Insert_SQL& value_uuid(std::string const& column, char const* uuid);
   Insert_SQL& value_uuid(std::string const& column, std::string const& uuid);
   Insert_SQL& value_uuid(std::string const& column, Secure_String const& uuid);
-  /// The string or secure string `key`, or its JSON null. For anything else nothing changes, and a debug run logs a warning.
+  /// The string or secure string `key`, or its JSON null. For anything else nothing changes, and a debug run logs a
+  /// warning.
   Insert_SQL& value_uuid(std::string const& column, json_spirit::Object const& object, std::string const& key);
   Insert_SQL& value_uuid(json_spirit::Object const& object, std::string const& key);
   /// Bytes of 32 hexadecimal digits; a text of another length is bound as it is.

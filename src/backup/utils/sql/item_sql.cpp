@@ -23,9 +23,9 @@ constexpr char const* source_file = "src/backup/utils/sql/item_sql";
 constexpr unsigned int lower_flag = 1;
 
 Key2_Value_T<Item_SQL::Item_Op> const op_names[] = {
-    {"EQ", 2, Item_SQL::OP_EQ}, {"NE", 2, Item_SQL::OP_NE}, {"LT", 2, Item_SQL::OP_LT}, {"LE", 2, Item_SQL::OP_LE},
-    {"GT", 2, Item_SQL::OP_GT}, {"GE", 2, Item_SQL::OP_GE}, {"NL", 2, Item_SQL::OP_NL}, {"NN", 2, Item_SQL::OP_NN},
-    {"IN", 2, Item_SQL::OP_IN}, {"NI", 2, Item_SQL::OP_NI}, {"LK", 2, Item_SQL::OP_LK}, {"NK", 2, Item_SQL::OP_NK},
+    {"EQ", 2, Item_SQL::OP_EQ},     {"NE", 2, Item_SQL::OP_NE}, {"LT", 2, Item_SQL::OP_LT}, {"LE", 2, Item_SQL::OP_LE},
+    {"GT", 2, Item_SQL::OP_GT},     {"GE", 2, Item_SQL::OP_GE}, {"NL", 2, Item_SQL::OP_NL}, {"NN", 2, Item_SQL::OP_NN},
+    {"IN", 2, Item_SQL::OP_IN},     {"NI", 2, Item_SQL::OP_NI}, {"LK", 2, Item_SQL::OP_LK}, {"NK", 2, Item_SQL::OP_NK},
     {nullptr, 0, Item_SQL::OP_NONE}};
 
 // The operator after a key that is already written; `key` is its plain text. False, reported, for one without text.

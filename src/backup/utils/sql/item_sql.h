@@ -11,8 +11,8 @@
 #include "backup/utils/sql/sql_export.h"
 #include "json_spirit/json_spirit.h"
 
-/// One condition of a filter. An item that cannot render (no key, an operator without text) renders as empty text and the
-/// filter that holds it writes "()". Conditions keep copies of keys and values.
+/// One condition of a filter. An item that cannot render (no key, an operator without text) renders as empty text and
+/// the filter that holds it writes "()". Conditions keep copies of keys and values.
 class BACKUP_SQL_API Item_SQL : public SQL {
 public:
   enum Item_Type : std::uint32_t {
@@ -73,8 +73,8 @@ public:
   std::string const& key() const;
   unsigned int flags() const;
 
-  /// Backticks around each part of a dotted key that has none yet: t.name becomes `t`.`name`. Empty parts are dropped with
-  /// their point.
+  /// Backticks around each part of a dotted key that has none yet: t.name becomes `t`.`name`. Empty parts are dropped
+  /// with their point.
   static std::string quote_key(std::string const& key);
 
 private:
@@ -96,10 +96,10 @@ private:
 
 /// "`key` IN (...)" or "`key` NOT IN (...)", of a list or a statement.
 ///
-/// A list is written as literals, not bound: texts by `Quote`, integers and reals in decimal, booleans as 1 and 0, null as
-/// NULL, objects and arrays as their quoted compact JSON. An empty list is the constant "0" for IN, "1" for NOT IN. Secret
-/// texts are refused with a critical log record: an empty text takes the place of the first element, a later one repeats
-/// the literal before it.
+/// A list is written as literals, not bound: texts by `Quote`, integers and reals in decimal, booleans as 1 and 0, null
+/// as NULL, objects and arrays as their quoted compact JSON. An empty list is the constant "0" for IN, "1" for NOT IN.
+/// Secret texts are refused with a critical log record: an empty text takes the place of the first element, a later one
+/// repeats the literal before it.
 class BACKUP_SQL_API In_Item_SQL : public Key_Item_SQL {
 public:
   /// `hex` writes texts as hexadecimal literals, x'0a1b'. The flags are stored and never applied.
@@ -137,8 +137,8 @@ private:
 
 /// A column compared with a bound value: "`key`=:1".
 ///
-/// With bit 0 of the flags and a text value, "LOWER(`key`)=:1" bound to the text in lower case (the global locale's), as
-/// plain text even when it was secret.
+/// With bit 0 of the flags and a text value, "LOWER(`key`)=:1" bound to the text in lower case (the global locale's),
+/// as plain text even when it was secret.
 class BACKUP_SQL_API KV_Item_SQL : public Key_Item_SQL {
 public:
   KV_Item_SQL(Item_Op op, std::string const& key, Binding_Value const& value, unsigned int flags);

@@ -2,8 +2,8 @@
 
 #include <cstring>
 
-/// One entry of a constant table from texts to values. A table ends with an entry whose key is null and whose value is all
-/// zero, so a miss reads as a zero value. The table is an aggregate; it must outlive whoever searches it.
+/// One entry of a constant table from texts to values. A table ends with an entry whose key is null and whose value is
+/// all zero, so a miss reads as a zero value. The table is an aggregate; it must outlive whoever searches it.
 template <class T>
 struct Key2_Value_T {
   char const* key;
@@ -12,7 +12,8 @@ struct Key2_Value_T {
 
   /// The first entry of `table` with exactly this text (case-sensitive), or the closing one. Linear in the table.
   static Key2_Value_T const& find(Key2_Value_T const* table, char const* text, unsigned long long length) {
-    while (table->key != nullptr && (table->key_length != length || std::strncmp(table->key, text, length) != 0)) ++table;
+    while (table->key != nullptr && (table->key_length != length || std::strncmp(table->key, text, length) != 0))
+      ++table;
     return *table;
   }
 };

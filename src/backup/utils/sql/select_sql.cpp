@@ -153,8 +153,9 @@ Select_SQL* Select_SQL::sql_inner_join(char const* alias, std::string const& on)
 }
 
 Select_SQL* Select_SQL::sql_join_i(Join_Mode mode, char const* alias, std::string const& on) {
-  return add_select(
-      [&](ACE_Intrusive_Auto_Ptr<SQL> const& sql) { joins_.push_back({mode, {nullptr, sql, alias}, on}); });
+  return add_select([&](ACE_Intrusive_Auto_Ptr<SQL> const& sql) {
+    joins_.push_back({mode, {nullptr, sql, alias}, on});
+  });
 }
 
 Select_SQL& Select_SQL::clear_join() {
@@ -307,8 +308,8 @@ void Select_SQL::write_join(SQL_Writer& out, Join const& join) const {
   if (!join.on.empty()) out << " ON " << join.on;
 }
 
-// The statement renders into the text that the WHERE clause was made in, as it stands: one that appends instead of replacing
-// finds that clause there.
+// The statement renders into the text that the WHERE clause was made in, as it stands: one that appends instead of
+// replacing finds that clause there.
 void Select_SQL::write_having(SQL_Writer& out, std::string& scratch) const {
   having_sql_->get_sql(out.db(), scratch, out.bindings(), out.index());
   if (!scratch.empty()) out << " HAVING " << scratch;
@@ -329,7 +330,8 @@ void Select_SQL::write_order(SQL_Writer& out) const {
   if (offset_ > 0) out << " OFFSET " << offset_;
 }
 
-// SELECT COUNT(dummy) FROM (SELECT 1 dummy<tail>) | SELECT COUNT(key)<tail> | SELECT COUNT([DISTINCT ][`table`.]id)<tail>
+// SELECT COUNT(dummy) FROM (SELECT 1 dummy<tail>) | SELECT COUNT(key)<tail> | SELECT COUNT([DISTINCT
+// ][`table`.]id)<tail>
 void Select_SQL::get_count_sql_i(Database_Type db, std::string& sql, Bindings& bindings,
                                  unsigned long long& index) const {
   sql = "SELECT COUNT(";
@@ -350,7 +352,8 @@ void Select_SQL::get_count_sql_i(Database_Type db, std::string& sql, Bindings& b
   write_tail(out, scratch);
   if (!is_set(count_) && distinct_) {
     sql_log::report({source_file}, LM_WARNING, 0,
-                    "Please use Select_SQL::count(val) to set up the key of count query SQL: %s\n", sql.c_str());
+                    "Please use Select_SQL::count(val) to set up the key of count query SQL: %s\n",
+                    sql_log::fitting(sql).c_str());
   }
 }
 

@@ -12,13 +12,14 @@
 
 /// One SELECT statement, and the query that counts its rows. Setters record, rendering writes. Shape, every dialect:
 ///
-///   SELECT [DISTINCT ]<select list> FROM <tables> <joins> WHERE ... GROUP BY ... HAVING ... ORDER BY ... LIMIT n OFFSET n
+///   SELECT [DISTINCT ]<select list> FROM <tables> <joins> WHERE ... GROUP BY ... HAVING ... ORDER BY ... LIMIT n
+///   OFFSET n
 ///
 /// Table names and aliases get backticks; keys, conditions and free texts are written as they stand.
 ///
 /// Lifetime: every char const* is kept by pointer and must outlive rendering, unless a copy is asked for; std::string
-/// arguments are copied. Sub-selects returned for filling belong to the statement. Errors: setters check nothing; null and
-/// empty texts count as unset. Factories give null with errno ENOMEM and add nothing when memory is short.
+/// arguments are copied. Sub-selects returned for filling belong to the statement. Errors: setters check nothing; null
+/// and empty texts count as unset. Factories give null with errno ENOMEM and add nothing when memory is short.
 class BACKUP_SQL_API Select_SQL : public Where_SQL {
 public:
   enum Join_Mode : std::uint32_t { PLAIN_JOIN = 1, LEFT_JOIN = 2, RIGHT_JOIN = 3, INNER_JOIN = 4, FULL_JOIN = 5 };
@@ -33,7 +34,8 @@ public:
   /// Counts the rows without select list, ORDER BY, LIMIT and OFFSET, in one of three forms:
   ///   a GROUP BY text set, even an empty one: "SELECT COUNT(dummy) FROM (SELECT 1 dummy FROM ... GROUP BY ...) AS sum"
   ///   a count key:                            "SELECT COUNT(<key>) FROM ..."
-  ///   neither:                                "SELECT COUNT([DISTINCT ]`t`.id) FROM ...", t being the first table's alias
+  ///   neither:                                "SELECT COUNT([DISTINCT ]`t`.id) FROM ...", t being the first table's
+  ///   alias
   ///                                           or name; "id" alone without a named table
   /// The last with DISTINCT is logged as a warning that asks for `count()`. The first does not heed DISTINCT.
   void get_count_sql_i(Database_Type db, std::string& sql, Bindings& bindings,
@@ -76,8 +78,8 @@ public:
   /// The whole ORDER BY as one text, instead of the sort keys; " DESC" follows when `desc` is set.
   Select_SQL& order_by(char const* text);
   Select_SQL& sort_by(std::string const& key, bool desc);
-  /// Replaces the sort keys by a comma-separated list, each trimmed, each in the direction that `desc` set. Empty pieces are
-  /// kept. Null counts as "".
+  /// Replaces the sort keys by a comma-separated list, each trimmed, each in the direction that `desc` set. Empty
+  /// pieces are kept. Null counts as "".
   Select_SQL& sort_keys(char const* keys);
   /// Sets the directions of the sort keys from a comma-separated list: "desc" exactly is descending, anything else
   /// ascending. Keys beyond the list keep theirs, so call it after `sort_keys`.
@@ -93,7 +95,8 @@ public:
   long long offset() const;
   Select_SQL& distinct(bool d);
 
-  /// FROM to HAVING, appended to `sql`: the part that a SELECT shares with its count query. `scratch` is working storage.
+  /// FROM to HAVING, appended to `sql`: the part that a SELECT shares with its count query. `scratch` is working
+  /// storage.
   void get_sql_ii(Database_Type db, std::string& sql, Bindings& bindings, unsigned long long& index,
                   std::string& scratch) const;
 

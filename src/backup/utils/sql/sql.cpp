@@ -22,14 +22,14 @@ Byte_String decode_hex(Text const& hex) {
 }
 
 void log_statement(std::string const& sql) {
-  sql_log::report({source_file}, LM_DEBUG, 0, "SQL: %s\n", sql.c_str());
+  sql_log::report({source_file}, LM_DEBUG, 0, "SQL: %s\n", sql_log::fitting(sql).c_str());
   sql_log::report({source_file}, LM_DEBUG, 0, "Params:\n");
 }
 
 void log_value(char const* name, Binding_Value const& value) {
   std::string text;
   value.to_str(text);
-  sql_log::report({source_file}, LM_DEBUG, 0, "%s: %s\n", name, text.c_str());
+  sql_log::report({source_file}, LM_DEBUG, 0, "%s: %s\n", name, sql_log::fitting(text).c_str());
 }
 
 }  // namespace
@@ -93,7 +93,8 @@ void SQL::get_count_sql_i(Database_Type db, std::string& sql, Bindings& /*bindin
   sql += get_count_sql_suffix(db);
   if (ACE::debug()) {
     sql_log::report({source_file}, LM_DEBUG, 0,
-                    "Please use SQL::count_sql or Select_SQL to perform this count query SQL: %s\n", sql.c_str());
+                    "Please use SQL::count_sql or Select_SQL to perform this count query SQL: %s\n",
+                    sql_log::fitting(sql).c_str());
   }
 }
 
@@ -167,7 +168,8 @@ std::string& SQL::get_count_sql(Database_Type db, std::string& sql, std::vector<
   unsigned long long index = 0;
   get_count_sql(db, sql, bindings, index);
   if (!Question_Mask_SQL_Converter().convert(sql, bindings, values)) {
-    sql_log::report({source_file}, LM_ERROR, 0, "Failed to convert SQL to question mark format: %s\n", sql.c_str());
+    sql_log::report({source_file}, LM_ERROR, 0, "Failed to convert SQL to question mark format: %s\n",
+                    sql_log::fitting(sql).c_str());
   }
   if (ACE::debug()) log_sql(sql, values);
   return sql;

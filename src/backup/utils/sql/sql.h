@@ -37,12 +37,13 @@ private:
 
 /// Base of everything that renders itself as SQL text, and by itself a plain text fragment.
 ///
-/// Rendering is const, may be repeated and always gives the same names: ":1", ":2", ... in text order, counted from each
-/// top-level call. Names bound with `bind` are merged in after the object that holds them has rendered, so they replace
-/// generated values of the same name. An object is used by one thread at a time; only the reference count is atomic.
+/// Rendering is const, may be repeated and always gives the same names: ":1", ":2", ... in text order, counted from
+/// each top-level call. Names bound with `bind` are merged in after the object that holds them has rendered, so they
+/// replace generated values of the same name. An object is used by one thread at a time; only the reference count is
+/// atomic.
 ///
-/// Lifetime: a text set with `is_static` true is kept by pointer and must outlive every rendering. Shared objects live under
-/// ACE_Intrusive_Auto_Ptr<SQL>; others are destroyed by their creator as usual.
+/// Lifetime: a text set with `is_static` true is kept by pointer and must outlive every rendering. Shared objects live
+/// under ACE_Intrusive_Auto_Ptr<SQL>; others are destroyed by their creator as usual.
 class BACKUP_SQL_API SQL {
 public:
   enum Type : std::uint32_t {
@@ -69,8 +70,8 @@ public:
   /// True without text. Subclasses have their own notion.
   virtual bool empty() const;
   /// The rendering worker of each class: writes its whole text to `sql`, replacing what was there, adds one binding a
-  /// generated parameter and advances `index`, the last number given. An embedded object is rendered with the four-argument
-  /// `get_sql`, never with this, or its own bindings are lost.
+  /// generated parameter and advances `index`, the last number given. An embedded object is rendered with the
+  /// four-argument `get_sql`, never with this, or its own bindings are lost.
   virtual void get_sql_i(Database_Type db, std::string& sql, Bindings& bindings, unsigned long long& index) const;
   /// The same for the count query. The base wraps its text in a count of rows and says so in the debug log.
   virtual void get_count_sql_i(Database_Type db, std::string& sql, Bindings& bindings, unsigned long long& index) const;
@@ -90,8 +91,8 @@ public:
   std::string& get_sql(Database_Type db, std::string& sql, Bindings& bindings) const;
   /// The step behind the others and for embedded objects: continues the numbering at `index` and logs nothing.
   std::string& get_sql(Database_Type db, std::string& sql, Bindings& bindings, unsigned long long& index) const;
-  /// Renders with "?" marks and appends their values to `values`, see Question_Mask_SQL_Converter, whose length error may
-  /// pass through. An empty statement gives the empty text and no values.
+  /// Renders with "?" marks and appends their values to `values`, see Question_Mask_SQL_Converter, whose length error
+  /// may pass through. An empty statement gives the empty text and no values.
   std::string& get_sql(Database_Type db, std::string& sql, std::vector<Binding_Value>& values) const;
 
   /// The count query in the same three forms. With an own count text, ":limit" and ":offset" bound here are left out.

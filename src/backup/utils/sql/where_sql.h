@@ -10,8 +10,8 @@
 
 /// Base of the statements with a WHERE clause: a raw text, or one top-level filter.
 ///
-/// A raw text that is not empty wins over the filter, whose values are not bound then. A filter without conditions renders
-/// as " WHERE 1" (AND) or " WHERE 0" (OR); neither text nor filter gives no clause.
+/// A raw text that is not empty wins over the filter, whose values are not bound then. A filter without conditions
+/// renders as " WHERE 1" (AND) or " WHERE 0" (OR); neither text nor filter gives no clause.
 class BACKUP_SQL_API Where_SQL : public SQL {
 public:
   /// `text` is kept by pointer.
@@ -24,8 +24,8 @@ public:
 
   /// The top-level filter, owned by this statement and its copies; null when there is none.
   Filter_SQL* filter() const;
-  /// The top-level filter when it is one of this kind; otherwise a new one takes its place and the old one is dropped with
-  /// its conditions. Null with errno ENOMEM and nothing changed when memory is short.
+  /// The top-level filter when it is one of this kind; otherwise a new one takes its place and the old one is dropped
+  /// with its conditions. Null with errno ENOMEM and nothing changed when memory is short.
   Filter_SQL* and_filter();
   Filter_SQL* or_filter();
 

@@ -25,8 +25,8 @@ Binding_Value convert(Binding_Value const& value, Binding_Value_Converter const*
 std::optional<Binding_Value> from_json(Reporter const& reporter, json_spirit::Object const& object,
                                        std::string const& key, Binding_Value_Converter const* converter);
 
-/// The string or secure string `key`, converted, or its JSON null as it is. None, reported when ACE::debug() is true, for
-/// anything else.
+/// The string or secure string `key`, converted, or its JSON null as it is. None, reported when ACE::debug() is true,
+/// for anything else.
 std::optional<Binding_Value> from_json_text(Reporter const& reporter, json_spirit::Object const& object,
                                             std::string const& key, Binding_Value_Converter const& converter);
 

@@ -4,6 +4,8 @@
 #include <ace/Log_Msg.h>
 #include <ace/OS_Errno.h>
 
+#include <string>
+
 /// The one way into the log.
 namespace sql_log {
 
@@ -14,7 +16,8 @@ struct Source {
   Source(char const* path, int at = __builtin_LINE()) : file(path), line(at) {}  // NOLINT(google-explicit-constructor)
 };
 
-/// Logs one record. `op_status` is -1 for violated preconditions, 0 otherwise; errno and ACE's last error stay as they are.
+/// Logs one record. `op_status` is -1 for violated preconditions, 0 otherwise; errno and ACE's last error stay as they
+/// are.
 template <class... Arguments>
 void report(Source source, ACE_Log_Priority priority, int op_status, char const* format, Arguments... arguments) {
   ACE_Errno_Guard const keep_errno(errno);
@@ -22,6 +25,12 @@ void report(Source source, ACE_Log_Priority priority, int op_status, char const*
   ACE_Log_Msg* const log = ACE_Log_Msg::instance();
   log->conditional_set(source.file, source.line, op_status, error);
   log->log(priority, format, arguments...);
+}
+
+/// `text`, cut where the log would cut the record and with it the end of the line. The log takes 4 KiB a record.
+inline std::string fitting(std::string const& text) {
+  constexpr std::size_t longest = 3900;
+  return text.size() <= longest ? text : text.substr(0, longest) + "...";
 }
 
 /// A violated precondition, with the call stack.

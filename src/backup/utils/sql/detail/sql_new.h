@@ -8,8 +8,8 @@
 
 #include "backup/utils/sql/sql.h"
 
-/// Calls `make`, which makes an object and puts it where it belongs, and returns its pointer. Null with errno ENOMEM when
-/// memory is short; `make` leaves nothing behind then, since whatever it made is owned from the start.
+/// Calls `make`, which makes an object and puts it where it belongs, and returns its pointer. Null with errno ENOMEM
+/// when memory is short; `make` leaves nothing behind then, since whatever it made is owned from the start.
 template <class Make>
 auto without_throwing(Make make) noexcept -> decltype(make()) {
   try {

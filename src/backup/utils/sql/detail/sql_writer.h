@@ -4,8 +4,8 @@
 
 #include "backup/utils/sql/sql.h"
 
-/// Where a rendering goes: the text so far, the bindings, the parameter counter. Everything is appended in place, embedded
-/// statements too, so no text is copied once per level of nesting.
+/// Where a rendering goes: the text so far, the bindings, the parameter counter. Everything is appended in place,
+/// embedded statements too, so no text is copied once per level of nesting.
 class SQL_Writer {
 public:
   SQL_Writer(SQL::Database_Type db, std::string& sql, Bindings& bindings, unsigned long long& index)

@@ -1,0 +1,314 @@
+#include "backup/store/sqlite_store.h"
+
+#include <sqlite3.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+#include <limits>
+#include <list>
+#include <new>
+#include <string_view>
+#include <system_error>
+#include <utility>
+
+namespace {
+
+constexpr int busy_milliseconds = 5000;
+// A compiled statement takes about ten times its text, so the kept ones stay around 10 MB. A multi-row INSERT of some
+// hundred kilobytes stays while it repeats, and a stream of different ones does not pile up.
+constexpr std::size_t kept_statements = 64;
+constexpr std::size_t kept_characters = 1024UL * 1024UL;
+
+struct Close {
+  void operator()(sqlite3* db) const noexcept { sqlite3_close(db); }
+};
+struct Finalize {
+  void operator()(sqlite3_stmt* statement) const noexcept { sqlite3_finalize(statement); }
+};
+using Database = std::unique_ptr<sqlite3, Close>;
+using Handle = std::unique_ptr<sqlite3_stmt, Finalize>;
+
+[[noreturn]] void fail(std::string const& message, int code, std::string const& text) {
+  if ((code & 0xFF) == SQLITE_NOMEM) throw std::bad_alloc();
+  throw Store_Error(message + " (SQLite error " + std::to_string(code) + ')', code, text);
+}
+
+// True when nothing but blanks, comments and semicolons is left. SQLite's own parser would tell too, but some settings act
+// as soon as they are parsed.
+bool is_blank(char const* text) {
+  std::string_view rest(text);
+  for (;;) {
+    rest.remove_prefix(std::min(rest.find_first_not_of(" \t\n\f\r;"), rest.size()));
+    if (rest.empty()) return true;
+    bool const line = rest.substr(0, 2) == "--";
+    if (!line && rest.substr(0, 2) != "/*") return false;
+    std::size_t const end = rest.find(line ? "\n" : "*/", 2);
+    if (end == std::string_view::npos) return true;
+    rest.remove_prefix(end + (line ? 1 : 2));
+  }
+}
+
+Handle compile(sqlite3* db, std::string const& text, bool keep) {
+  std::size_t const zero = text.find('\0');
+  if (zero != std::string::npos) throw Store_Error("zero byte at offset " + std::to_string(zero), 0, text);
+  sqlite3_stmt* statement = nullptr;
+  char const* tail = nullptr;
+  int const code = sqlite3_prepare_v3(db, text.c_str(), -1, keep ? SQLITE_PREPARE_PERSISTENT : 0, &statement, &tail);
+  if (code != SQLITE_OK) fail(sqlite3_errmsg(db), code, text);
+  Handle handle(statement);
+  if (!handle) throw Store_Error("empty statement", 0, text);
+  if (!is_blank(tail)) throw Store_Error("more than one statement", 0, text);
+  return handle;
+}
+
+// What to put around a statement's values while they are bound: JSON texts made for them, at addresses that stay.
+using JSON_Texts = std::list<json_spirit::JSON_Dump>;
+
+template <class Text>
+int bind_text(sqlite3_stmt* statement, int index, Text const& text) {
+  return sqlite3_bind_text64(statement, index, text.c_str(), text.size(), SQLITE_STATIC, SQLITE_UTF8);
+}
+
+template <class Bytes>
+int bind_bytes(sqlite3_stmt* statement, int index, Bytes const& bytes) {
+  return sqlite3_bind_blob64(statement, index, bytes.data(), bytes.size(), SQLITE_STATIC);
+}
+
+int bind_integer(sqlite3_stmt* statement, int index, json_spirit::Value const& value) {
+  constexpr std::uint64_t largest = std::numeric_limits<std::int64_t>::max();
+  if (value.is_uint64() && value.get_uint64() > largest) {
+    throw std::range_error("unsigned integer above " + std::to_string(largest));
+  }
+  return sqlite3_bind_int64(statement, index, value.get_int64());
+}
+
+int bind_real(sqlite3_stmt* statement, int index, double value) {
+  if (std::isnan(value)) throw std::range_error("not a number, which would be stored as NULL");
+  return sqlite3_bind_double(statement, index, value);
+}
+
+// Binds without copying: `value` and `json_texts` must live until the statement is through. Throws std::runtime_error with
+// the reason when the value itself is no good.
+int bind_value(sqlite3_stmt* statement, int index, Binding_Value const& value, JSON_Texts& json_texts) {
+  json_spirit::Value const& json = value.val();
+  switch (value.type()) {
+    case Binding_Value::null_type: return sqlite3_bind_null(statement, index);
+    case Binding_Value::bool_type: return sqlite3_bind_int(statement, index, json.get_bool() ? 1 : 0);
+    case Binding_Value::int_type: return bind_integer(statement, index, json);
+    case Binding_Value::real_type: return bind_real(statement, index, json.get_real());
+    case Binding_Value::str_type: return bind_text(statement, index, json.get_str());
+    case Binding_Value::secure_str_type: return bind_text(statement, index, json.get_secure_str());
+    case Binding_Value::bin_type: return bind_bytes(statement, index, json.get_str());
+    case Binding_Value::secure_bin_type: return bind_bytes(statement, index, json.get_secure_str());
+    case Binding_Value::obj_type:
+    case Binding_Value::array_type: return bind_text(statement, index, json_texts.emplace_back(json, false));
+  }
+  throw std::runtime_error("unknown kind of value");
+}
+
+struct Prepared {
+  std::string text;
+  Handle handle;
+  // The named parameters in order of name, as copies: SQLite finds one only by searching them all, and moves them when it
+  // compiles the text again after a schema change.
+  std::vector<std::pair<std::string, int>> names;
+};
+
+Prepared prepare(sqlite3* db, std::string const& text, bool keep) {
+  Prepared prepared{text, compile(db, text, keep), {}};
+  int const count = sqlite3_bind_parameter_count(prepared.handle.get());
+  for (int index = 1; index <= count; ++index) {
+    char const* const name = sqlite3_bind_parameter_name(prepared.handle.get(), index);
+    if (name != nullptr) prepared.names.emplace_back(name, index);
+  }
+  std::sort(prepared.names.begin(), prepared.names.end());
+  return prepared;
+}
+
+// Compiled statements that wait for their next use, the last used first.
+class Statement_Cache {
+public:
+  using Node = std::list<Prepared>;  // of one statement
+
+  // Empty when there is none for `text`. A statement in use is out of here, so it is neither dropped nor given out again.
+  Node take(std::string const& text) {
+    Node taken;
+    auto const kept = std::find_if(kept_.begin(), kept_.end(), [&](Prepared const& p) { return p.text == text; });
+    if (kept == kept_.end()) return taken;
+    characters_ -= text.size();
+    taken.splice(taken.begin(), kept_, kept);
+    return taken;
+  }
+
+  void put_back(Node& used) noexcept {
+    characters_ += used.front().text.size();
+    kept_.splice(kept_.begin(), used);
+    while (kept_.size() > kept_statements || characters_ > kept_characters) {
+      characters_ -= kept_.back().text.size();
+      kept_.pop_back();
+    }
+  }
+
+private:
+  std::list<Prepared> kept_;
+  std::size_t characters_ = 0;
+};
+
+// A statement with the values of one run; ready for the next one when it goes back.
+class Running_Statement {
+public:
+  // Only statements with values are kept: others are mostly schemas and settings, and some settings act while they are
+  // compiled only.
+  Running_Statement(sqlite3* db, Statement_Cache& cache, std::string const& text, bool has_values)
+      : db_(db), cache_(cache), text_(text), keep_(has_values && text.size() <= kept_characters) {
+    if (keep_) node_ = cache_.take(text);
+    if (node_.empty()) node_.push_back(prepare(db, text, keep_));
+    statement_ = node_.front().handle.get();
+  }
+  Running_Statement(Running_Statement const&) = delete;
+  Running_Statement& operator=(Running_Statement const&) = delete;
+  ~Running_Statement() {
+    sqlite3_reset(statement_);
+    sqlite3_clear_bindings(statement_);
+    if (keep_) cache_.put_back(node_);
+  }
+
+  void bind(Bindings const& bindings) {
+    auto const& names = node_.front().names;
+    if (names.size() != static_cast<std::size_t>(sqlite3_bind_parameter_count(statement_))) {
+      refuse("a parameter without a name, but the values have names");
+    }
+    auto parameter = names.begin();  // both are in order of name
+    for (auto const& [name, value] : bindings) {
+      if (parameter == names.end() || name < parameter->first) refuse("no parameter " + name + " for the value");
+      if (parameter->first < name) break;
+      bind(parameter->second, value);
+      ++parameter;
+    }
+    if (parameter != names.end()) refuse("no value for the parameter " + parameter->first);
+  }
+
+  void bind(std::vector<Binding_Value> const& values) {
+    auto const& names = node_.front().names;
+    if (!names.empty()) refuse("no value for the parameter " + names.front().first + ": the values have no names");
+    auto const count = static_cast<std::size_t>(sqlite3_bind_parameter_count(statement_));
+    if (count != values.size()) {
+      refuse(std::to_string(values.size()) + " values for " + std::to_string(count) + " parameters");
+    }
+    int index = 0;
+    for (Binding_Value const& value : values) bind(++index, value);
+  }
+
+  // True when there is a row to read, false at the end.
+  bool step() {
+    int const code = sqlite3_step(statement_);
+    if (code == SQLITE_ROW) return true;
+    if (code != SQLITE_DONE) fail_step(code);
+    return false;
+  }
+
+  // Columns are known after the first step only, which may compile the statement again.
+  std::size_t column_count() const { return static_cast<std::size_t>(sqlite3_column_count(statement_)); }
+
+  std::vector<std::string> column_names() const {
+    std::vector<std::string> names;
+    names.reserve(column_count());
+    for (int i = 0; names.size() < column_count(); ++i) names.emplace_back(or_no_memory(sqlite3_column_name(statement_, i)));
+    return names;
+  }
+
+  void read(Store::Row& row) {
+    row.resize(column_count());
+    int column = 0;
+    for (Binding_Value& value : row) read(column++, value);
+  }
+
+private:
+  template <class T>
+  static T const* or_no_memory(T const* result) {
+    if (result == nullptr) throw std::bad_alloc();
+    return result;
+  }
+
+  [[noreturn]] void refuse(std::string const& reason) const { throw Store_Error(reason, 0, text_); }
+
+  std::string name_of(int index) const {
+    char const* const name = sqlite3_bind_parameter_name(statement_, index);
+    return "parameter " + (name == nullptr ? std::to_string(index) : name);
+  }
+
+  void bind(int index, Binding_Value const& value) {
+    try {
+      int const code = bind_value(statement_, index, value, json_texts_);
+      if (code != SQLITE_OK) fail(name_of(index) + ": " + sqlite3_errmsg(db_), code, text_);
+    } catch (Store_Error const&) {
+      throw;
+    } catch (std::runtime_error const& error) {
+      refuse(name_of(index) + ": " + error.what());
+    }
+  }
+
+  void read(int column, Binding_Value& value) {
+    switch (sqlite3_column_type(statement_, column)) {
+      case SQLITE_INTEGER: value = static_cast<long long>(sqlite3_column_int64(statement_, column)); break;
+      case SQLITE_FLOAT: value = sqlite3_column_double(statement_, column); break;
+      case SQLITE_TEXT:
+        assign(or_no_memory(sqlite3_column_text(statement_, column)), column);
+        value = buffer_;
+        break;
+      case SQLITE_BLOB:
+        assign(sqlite3_column_blob(statement_, column), column);
+        value = buffer_;
+        value.type(Binding_Value::bin_type);
+        break;
+      default: value = Binding_Value();
+    }
+  }
+
+  // The buffer keeps its storage from row to row. Empty bytes come as a null pointer.
+  void assign(void const* data, int column) {
+    auto const size = static_cast<std::size_t>(sqlite3_column_bytes(statement_, column));
+    buffer_.assign(size == 0 ? "" : static_cast<char const*>(data), size);
+  }
+
+  // Functions quote their arguments in messages ("JSON path error near 'x'"), so with values bound only a constraint's
+  // message, which names columns, is passed on, and what the text says without any value.
+  [[noreturn]] void fail_step(int code) {
+    std::string const message = sqlite3_errmsg(db_);
+    bool const quotes_values = sqlite3_bind_parameter_count(statement_) > 0 && (code & 0xFF) != SQLITE_CONSTRAINT;
+    if (quotes_values) {
+      compile(db_, text_, false);
+      fail(sqlite3_errstr(code), code, text_);
+    }
+    fail(message, code, text_);
+  }
+
+  sqlite3* db_;
+  Statement_Cache& cache_;
+  std::string const& text_;
+  bool keep_;
+  Statement_Cache::Node node_;
+  sqlite3_stmt* statement_ = nullptr;
+  JSON_Texts json_texts_;
+  std::string buffer_;
+};
+
+}  // namespace
+
+struct SQLite_Store::Connection {
+  Database db;
+  Statement_Cache cache;
+};
+
+namespace {
+
+int open_flags(SQLite_Store::Open_Mode mode) {
+  // One thread at a time is the contract of the store.
+  int const flags = SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_EXRESCODE;
+  if (mode == SQLite_Store::OPEN_READ_ONLY) return flags | SQLITE_OPEN_READONLY;
+  return flags | SQLITE_OPEN_READWRITE | (mode == SQLite_Store::OPEN_OR_CREATE ? SQLITE_OPEN_CREATE : 0);
+}
+
+}  // namespace

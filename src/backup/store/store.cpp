@@ -1,0 +1,124 @@
+#include "backup/store/store.h"
+
+#include <cstddef>
+
+namespace {
+
+constexpr std::size_t shown_characters = 500;
+
+// `text`, or its beginning and its size when it is long; no UTF-8 character is cut in two.
+std::string shorten(std::string const& text) {
+  if (text.size() <= shown_characters) return text;
+  std::size_t end = shown_characters;
+  while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xC0U) == 0x80U) --end;
+  return text.substr(0, end) + "... (" + std::to_string(text.size()) + " bytes)";
+}
+
+// <message>[ in: <statement>]
+std::string error_text(std::string const& message, std::string const& statement) {
+  return statement.empty() ? shorten(message) : shorten(message) + " in: " + shorten(statement);
+}
+
+struct Rendered {
+  std::string text;
+  Bindings bindings;
+  std::vector<Binding_Value> values;
+};
+
+Rendered render(SQL const& statement, SQL::Database_Type db, Store::Binding_Mode mode, bool count) {
+  Rendered out;
+  try {
+    if (mode == Store::BY_NAME) {
+      count ? statement.get_count_sql(db, out.text, out.bindings) : statement.get_sql(db, out.text, out.bindings);
+    } else {
+      count ? statement.get_count_sql(db, out.text, out.values) : statement.get_sql(db, out.text, out.values);
+    }
+  } catch (std::length_error const&) {
+    throw Store_Error("more names are bound than the text can hold", 0, out.text);
+  }
+  return out;
+}
+
+Bindings const* named(Rendered const& rendered, Store::Binding_Mode mode) {
+  return mode == Store::BY_NAME ? &rendered.bindings : nullptr;
+}
+
+char const* begin_text(SQL::Database_Type db) {
+  // A lock taken later, by the first change after a read, would fail at once instead of waiting for another writer.
+  return db == SQL::DB_SQLITE ? "BEGIN IMMEDIATE" : "BEGIN";
+}
+
+}  // namespace
+
+Store_Error::Store_Error(std::string const& message, int code, std::string const& statement)
+    : std::runtime_error(error_text(message, statement)),
+      code_(code),
+      statement_(std::make_shared<std::string const>(statement)) {}
+
+Store_Error::~Store_Error() = default;
+
+Store::Store() = default;
+Store::~Store() = default;
+
+unsigned long long Store::run(SQL const& statement, Binding_Mode mode) {
+  Rendered const rendered = render(statement, dialect(), mode, false);
+  return execute(rendered.text, named(rendered, mode), rendered.values, nullptr, nullptr);
+}
+
+unsigned long long Store::run(std::string const& text) { return execute(text, nullptr, {}, nullptr, nullptr); }
+
+std::vector<std::string> Store::query(SQL const& statement, Row_Callback const& callback, Binding_Mode mode) {
+  Rendered const rendered = render(statement, dialect(), mode, false);
+  std::vector<std::string> columns;
+  execute(rendered.text, named(rendered, mode), rendered.values, callback, &columns);
+  return columns;
+}
+
+std::vector<std::string> Store::query(std::string const& text, Row_Callback const& callback) {
+  std::vector<std::string> columns;
+  execute(text, nullptr, {}, callback, &columns);
+  return columns;
+}
+
+std::vector<Store::Row> Store::rows(SQL const& statement, Binding_Mode mode) {
+  std::vector<Row> all;
+  auto const keep = [&all](Row const& row) {
+    all.push_back(row);
+    return true;
+  };
+  query(statement, keep, mode);
+  return all;
+}
+
+unsigned long long Store::count(SQL const& statement, Binding_Mode mode) {
+  Rendered const rendered = render(statement, dialect(), mode, true);
+  Row number;
+  auto const keep = [&number](Row const& row) {
+    number = row;
+    return false;
+  };
+  execute(rendered.text, named(rendered, mode), rendered.values, keep, nullptr);
+  if (number.size() != 1 || number.front().type() != Binding_Value::int_type) {
+    throw Store_Error("the count query does not give one number", 0, rendered.text);
+  }
+  return number.front().val().get_uint64();
+}
+
+Transaction::Transaction(Store& store) : store_(store), open_(false) {
+  store_.run(begin_text(store_.dialect()));
+  open_ = true;
+}
+
+Transaction::~Transaction() {
+  if (!open_) return;
+  try {
+    store_.run("ROLLBACK");
+  } catch (std::exception const&) {
+    // Nobody to tell: the database rolls back when the connection closes.
+  }
+}
+
+void Transaction::commit() {
+  store_.run("COMMIT");
+  open_ = false;
+}

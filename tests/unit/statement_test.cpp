@@ -1,0 +1,166 @@
+// The statement base: own text, bindings, rendering entries, log, reference count.
+#include "backup/utils/sql/sql.h"
+
+#include <gtest/gtest.h>
+
+#include "backup/utils/sql/filter_sql.h"
+#include "support/log_capture.h"
+#include "support/render.h"
+
+namespace {
+
+using Lines = std::vector<std::string>;
+
+// A caller's own statement that renders its way.
+class Own_SQL : public SQL {
+public:
+  explicit Own_SQL(bool* destroyed = nullptr) : SQL(nullptr, TYPE_RAW, true), destroyed_(destroyed) {}
+  ~Own_SQL() override {
+    if (destroyed_ != nullptr) *destroyed_ = true;
+  }
+  void get_sql_i(Database_Type /*db*/, std::string& sql, Bindings& bindings, unsigned long long& index) const override {
+    sql = "own:" + std::to_string(++index);
+    bindings[":" + std::to_string(index)] = "mine";
+  }
+
+private:
+  bool* destroyed_;
+};
+
+}  // namespace
+
+TEST(SQL, text_is_kept_by_pointer_or_copied) {
+  char text[] = "SELECT 1";
+  SQL shared(text, SQL::TYPE_RAW, true);
+  SQL copied(text, SQL::TYPE_RAW, false);
+  SQL const shared_copy(shared);
+  SQL const copied_copy(copied);
+  text[7] = '2';
+  EXPECT_EQ(render(shared), "SELECT 2");
+  EXPECT_EQ(render(copied), "SELECT 1");
+  EXPECT_EQ(shared_copy.sql(), text);
+  copied.sql("other", false);
+  EXPECT_EQ(render(copied_copy), "SELECT 1");
+  copied = copied_copy;
+  EXPECT_EQ(render(copied), "SELECT 1");
+  EXPECT_NE(copied.sql(), copied_copy.sql());
+  copied = static_cast<SQL const&>(copied);
+  EXPECT_EQ(render(copied), "SELECT 1");
+  copied.sql(nullptr, false);
+  EXPECT_EQ(copied.sql(), nullptr);
+  EXPECT_TRUE(copied.empty());
+  EXPECT_TRUE(SQL("", SQL::TYPE_RAW, true).empty());
+  EXPECT_FALSE(shared.empty());
+}
+
+TEST(SQL, count_query_wraps_the_text_in_the_dialects_form) {
+  Log_Capture log(true);
+  SQL statement("SELECT a FROM t", SQL::TYPE_RAW, true);
+  statement.bind(":limit", 5).bind(":x", 1);
+  EXPECT_EQ(render_count(statement, SQL::DB_MYSQL), "SELECT COUNT(*) FROM (SELECT a FROM t) AS sum {:limit=5 :x=1}");
+  EXPECT_EQ(log.take().front(),
+            "DEBUG sql 0: Please use SQL::count_sql or Select_SQL to perform this count query SQL: "
+            "SELECT COUNT(*) FROM (SELECT a FROM t) AS sum\n");
+  EXPECT_EQ(render_count(statement, SQL::DB_SQLITE), "SELECT COUNT() FROM (SELECT a FROM t) {:limit=5 :x=1}");
+  EXPECT_EQ(render_count(statement, SQL::DB_NONE), "SELECT COUNT() FROM (SELECT a FROM t) {:limit=5 :x=1}");
+  statement.bind(":offset", 6).count_sql("SELECT COUNT(a) FROM t", true);
+  EXPECT_EQ(render_count(statement), "SELECT COUNT(a) FROM t {:x=1}");
+  EXPECT_EQ(render(statement), "SELECT a FROM t {:limit=5 :offset=6 :x=1}");
+}
+
+TEST(SQL, explicit_bindings_replace_generated_ones_and_leave_the_callers) {
+  And_Filter_SQL filter;
+  filter.add_kv_eq_item("a", 1);
+  filter.bind(":1", "explicit");
+  Bindings bindings{{":1", "caller"}, {":other", "caller"}};
+  std::string sql = "replaced";
+  filter.get_sql(SQL::DB_MYSQL, sql, bindings);
+  EXPECT_EQ(with_bindings(sql, bindings), "(`a`=:1) {:1=\"explicit\" :other=\"caller\"}");
+}
+
+TEST(SQL, binds_values_from_objects_uuids_and_hex) {
+  SQL statement("?", SQL::TYPE_RAW, true);
+  json_spirit::Object const object{
+      {"size", 5}, {"none", {}}, {"id", "00112233-4455-6677-8899-aabbccddeeff"}, {"number", 1}};
+  statement.bind(":a", object, "size").bind(object, "none").bind(object, "absent").bind(":b", object, "absent");
+  statement.bind_uuid(":u", "00112233445566778899AABBCCDDEEFF").bind_uuid(object, "id").bind_uuid(object, "number");
+  statement.bind_uuid(":bad", std::string("no uuid")).bind_uuid(":null", static_cast<char const*>(nullptr));
+  statement.bind_hex(":h", std::string("0aFF")).bind_hex(":odd", std::string("0aF"));
+  statement.bind_hex(":s", Secure_String("01")).bind_uuid(":t", Secure_String("00112233-4455-6677-8899-aabbccddeeff"));
+  statement.bind(":gone", 1).unbind(":gone").unbind(":never");
+  Bindings bindings;
+  std::string sql;
+  EXPECT_EQ(with_bindings(statement.get_sql(SQL::DB_SQLITE, sql, bindings), bindings),
+            "? {:a=5 :bad=x\"\" :h=x\"0AFF\" :id=x\"00112233445566778899AABBCCDDEEFF\" :none=null :null=x\"\" "
+            ":odd=x\"\" :s=x\"01\" :t=x\"00112233445566778899AABBCCDDEEFF\" :u=x\"00112233445566778899AABBCCDDEEFF\"}");
+  EXPECT_EQ(bindings[":s"].type(), Binding_Value::bin_type) << "secret hex becomes plain bytes";
+  EXPECT_EQ(bindings[":t"].type(), Binding_Value::secure_bin_type);
+  statement.bind_new_uuid(":new").get_sql(SQL::DB_SQLITE, sql, bindings);
+  EXPECT_EQ(bindings[":new"].val().get_str().size(), 16U);
+  statement.clear();
+  EXPECT_EQ(render(statement), "");
+}
+
+TEST(SQL, renders_positionally_and_logs_each_line) {
+  Log_Capture log(true);
+  SQL statement("a=:x AND b=:y", SQL::TYPE_RAW, true);
+  statement.bind(":x", "X").bind(":y", Secure_String("secret"));
+  EXPECT_EQ(render_positional(statement), "a=? AND b=? [\"X\",\"secret\"]");
+  EXPECT_EQ(log.take(), (Lines{"DEBUG sql 0: SQL: a=? AND b=?\n", "DEBUG sql 0: Params:\n", "DEBUG sql 0: ?: \"X\"\n",
+                               "DEBUG sql 0: ?: \"secret\"\n"}));
+  EXPECT_EQ(render(statement), "a=:x AND b=:y {:x=\"X\" :y=\"secret\"}");
+  EXPECT_EQ(log.take(), (Lines{"DEBUG sql 0: SQL: a=:x AND b=:y\n", "DEBUG sql 0: Params:\n",
+                               "DEBUG sql 0: :x: \"X\"\n", "DEBUG sql 0: :y: \"secret\"\n"}));
+  std::string const wide(10000, 'w');
+  SQL::log_sql(wide, Bindings());
+  EXPECT_EQ(log.take().front(), "DEBUG sql 0: SQL: " + wide.substr(0, 3900) + "...\n");
+}
+
+TEST(SQL, an_empty_text_fails_the_positional_conversion) {
+  Log_Capture log;
+  SQL empty(nullptr, SQL::TYPE_RAW, true);
+  EXPECT_EQ(render_positional(empty), " []");
+  EXPECT_EQ(log.take().size(), 1U) << "get_sql adds nothing to the converter's own report";
+  empty.count_sql("", true);
+  std::string sql;
+  std::vector<Binding_Value> values;
+  empty.get_count_sql(SQL::DB_MYSQL, sql, values);
+  EXPECT_EQ(log.take().back(), "ERROR sql 0: Failed to convert SQL to question mark format: \n");
+}
+
+TEST(SQL, a_callers_subclass_renders_its_own_way_inside_a_filter) {
+  class Own_Item : public KV_Item_SQL {
+  public:
+    Own_Item() : KV_Item_SQL(OP_EQ, "k", 1, 0) {}
+    void get_sql_i(Database_Type /*db*/, std::string& sql, Bindings& /*bindings*/,
+                   unsigned long long& /*index*/) const override {
+      sql = "own item";
+    }
+  };
+  Own_SQL own;
+  own.bind(":e", 5);
+  And_Filter_SQL filter;
+  filter.add_in_item("a", own);
+  filter.add_kv_eq_item("b", 2);
+  EXPECT_EQ(render(filter), "(`a` IN (own:1)) AND (`b`=:2) {:1=\"mine\" :2=2 :e=5}");
+  Own_Item const item;
+  filter.add_not_in_item("c", item);
+  EXPECT_EQ(render(filter), "(`a` IN (own:1)) AND (`b`=:2) AND (`c` NOT IN (own item)) {:1=\"mine\" :2=2 :e=5}");
+}
+
+TEST(SQL, reference_count_deletes_with_the_last_pointer) {
+  bool destroyed = false;
+  {
+    ACE_Intrusive_Auto_Ptr<SQL> const first(new Own_SQL(&destroyed));
+    SQL_Value const shared(first);
+    ACE_Intrusive_Auto_Ptr<SQL> const copy_of_the_statement(new SQL(*first));
+    EXPECT_EQ(shared.sql(), first.get());
+    EXPECT_EQ(shared.val().type(), Binding_Value::null_type);
+  }
+  EXPECT_TRUE(destroyed);
+  Own_SQL untouched(&(destroyed = false));
+  SQL::intrusive_remove_ref(&untouched);
+  SQL::intrusive_remove_ref(nullptr);
+  SQL::intrusive_add_ref(nullptr);
+  EXPECT_FALSE(destroyed);
+}

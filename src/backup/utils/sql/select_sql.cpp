@@ -134,7 +134,8 @@ Select_SQL& Select_SQL::inner_join(char const* table, char const* alias, std::st
 }
 
 Select_SQL& Select_SQL::join_i(Join_Mode mode, char const* table, char const* alias, std::string const& on) {
-  joins_.push_back({mode, {table, {}, alias}, on});
+  Source const source = {table, {}, alias};
+  joins_.push_back({mode, source, on});
   return *this;
 }
 
@@ -154,7 +155,8 @@ Select_SQL* Select_SQL::sql_inner_join(char const* alias, std::string const& on)
 
 Select_SQL* Select_SQL::sql_join_i(Join_Mode mode, char const* alias, std::string const& on) {
   return add_select([&](ACE_Intrusive_Auto_Ptr<SQL> const& sql) {
-    joins_.push_back({mode, {nullptr, sql, alias}, on});
+    Source const source = {nullptr, sql, alias};
+    joins_.push_back({mode, source, on});
   });
 }
 

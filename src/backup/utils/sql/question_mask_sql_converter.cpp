@@ -14,9 +14,6 @@ bool is_name_character(char c) {
 
 }  // namespace
 
-Question_Mask_SQL_Converter::Question_Mask_SQL_Converter() = default;
-Question_Mask_SQL_Converter::~Question_Mask_SQL_Converter() = default;
-
 bool Question_Mask_SQL_Converter::convert(std::string& sql, Bindings const& bindings,
                                           std::vector<Binding_Value>& values) const {
   if (sql.empty()) {

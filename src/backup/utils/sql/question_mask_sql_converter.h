@@ -14,9 +14,6 @@
 /// written twice: "a = :v AND b:" becomes "a = ? AND b AND b:". Both are deliberate.
 class BACKUP_SQL_API Question_Mask_SQL_Converter {
 public:
-  Question_Mask_SQL_Converter();
-  ~Question_Mask_SQL_Converter();
-
   /// True: `sql` is rewritten and a value a mark appended to `values`, which is not cleared. An empty `sql` is reported
   /// to the log and gives false with nothing changed. Throws std::length_error when there are more bindings than
   /// characters, `sql` unchanged. Linear in the text, a map lookup a name.

@@ -216,10 +216,8 @@ void Insert_SQL::write_row(SQL_Writer& out, Entry const& entry) const {
     auto const value = entry.find(column);
     if (value == entry.end()) {
       out << "NULL";
-    } else if (value->second.sql() != nullptr) {
-      out.sub_statement(*value->second.sql());
     } else {
-      out.param(value->second.val());
+      out.value(value->second);
     }
   });
   out << ')';

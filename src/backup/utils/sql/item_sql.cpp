@@ -16,6 +16,7 @@
 #include "backup/utils/sql/quote.h"
 #include "backup/utils/sql/select_sql.h"
 #include "backup/utils/sql/union_sql.h"
+#include "backup/utils/sql/update_sql.h"
 
 namespace {
 
@@ -67,6 +68,7 @@ ACE_Intrusive_Auto_Ptr<SQL> new_sub_statement(SQL::Type type) {
     switch (type) {
       case SQL::TYPE_SELECT: return new_sql<Select_SQL>(owner, nullptr, nullptr);
       case SQL::TYPE_INSERT: return new_sql<Insert_SQL>(owner, nullptr);
+      case SQL::TYPE_UPDATE: return new_sql<Update_SQL>(owner, nullptr);
       case SQL::TYPE_DELETE: return new_sql<Delete_SQL>(owner, nullptr);
       case SQL::TYPE_FILTER: return new_sql<And_Filter_SQL>(owner);
       case SQL::TYPE_UNION: return new_sql<Union_SQL>(owner, 0U);

@@ -86,6 +86,14 @@ void SQL_Writer::sub_statement(SQL const& statement) {
   sql_ += ')';
 }
 
+void SQL_Writer::value(SQL_Value const& value) {
+  if (value.sql() != nullptr) {
+    sub_statement(*value.sql());
+  } else {
+    param(value.val());
+  }
+}
+
 void SQL_Writer::merge(Bindings const& bindings) {
   for (auto const& [name, value] : bindings) bindings_.insert_or_assign(name, value);
 }

@@ -52,6 +52,8 @@ public:
   void part(SQL const& part);
   /// The same between parentheses.
   void sub_statement(SQL const& statement);
+  /// A column's value: its statement between parentheses, or the next parameter.
+  void value(SQL_Value const& value);
   /// Copies the explicit bindings of `part`.
   void merge_bindings(SQL const& part) { merge(part.bindings_); }
 

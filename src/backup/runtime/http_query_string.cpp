@@ -1,0 +1,68 @@
+#include "backup/runtime/http_query_string.h"
+
+#include <algorithm>
+#include <string_view>
+
+#include "backup/runtime/detail/hex_digits.h"
+
+namespace {
+
+void decode(std::string_view coded, std::string& text) {
+  text.clear();
+  for (std::size_t i = 0; i < coded.size(); ++i) {
+    char const c = coded[i];
+    if (c == '+') {
+      text += ' ';
+      continue;
+    }
+    bool const escape = c == '%' && i + 2 < coded.size() && hex_value(coded[i + 1]) != no_hex_digit &&
+                        hex_value(coded[i + 2]) != no_hex_digit;
+    if (!escape) {
+      text += c;
+      continue;
+    }
+    text += static_cast<char>(hex_byte(&coded[i + 1]));
+    i += 2;
+  }
+}
+
+}  // namespace
+
+HTTP_Query_String_Iterator::HTTP_Query_String_Iterator(char const* text, unsigned int /*flags*/) {
+  if (text == nullptr) return;
+  text_ = text;
+  read_pair(0);
+}
+
+HTTP_Query_String_Iterator::HTTP_Query_String_Iterator(std::string text, unsigned int /*flags*/)
+    : text_(std::move(text)) {
+  read_pair(0);
+}
+
+HTTP_Query_String_Iterator::Pair const* HTTP_Query_String_Iterator::operator->() const { return &pair_; }
+HTTP_Query_String_Iterator::Pair const& HTTP_Query_String_Iterator::operator*() const { return pair_; }
+
+HTTP_Query_String_Iterator& HTTP_Query_String_Iterator::operator++() {
+  read_pair(next_);
+  return *this;
+}
+
+bool HTTP_Query_String_Iterator::operator==(HTTP_Query_String_Iterator const& other) const {
+  return begin_ == other.begin_ && (begin_ == at_end || text_ == other.text_);
+}
+
+bool HTTP_Query_String_Iterator::operator!=(HTTP_Query_String_Iterator const& other) const { return !(*this == other); }
+
+void HTTP_Query_String_Iterator::read_pair(std::size_t from) {
+  std::string_view const text = text_;
+  begin_ = text.find_first_not_of('&', from);
+  if (begin_ == std::string_view::npos) {
+    begin_ = at_end;
+    return;
+  }
+  next_ = std::min(text.find('&', begin_), text.size());
+  std::string_view const pair = text.substr(begin_, next_ - begin_);
+  std::size_t const equals = std::min(pair.find('='), pair.size());
+  decode(pair.substr(0, equals), pair_.first);
+  decode(pair.substr(std::min(equals + 1, pair.size())), pair_.second);
+}

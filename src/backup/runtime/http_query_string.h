@@ -1,0 +1,43 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <utility>
+
+#include "backup/runtime/runtime_export.h"
+
+/// Walks the pairs of a query string as the WHATWG URL Standard reads application/x-www-form-urlencoded text: pairs
+/// between ampersands, empty ones skipped; key and value at the first equals sign, a pair without one has an empty
+/// value; "+" is a blank, "%41" the byte 0x41. A bad escape stays as it is, zero bytes survive, nothing fails but for
+/// want of memory.
+///
+/// The iterator keeps a copy of the text. A walk is linear in the text.
+class BACKUP_RUNTIME_API HTTP_Query_String_Iterator {
+public:
+  using Pair = std::pair<std::string, std::string>;
+
+  /// At the first pair of a text that ends at its zero byte. A null text gives the end iterator. `flags` selects
+  /// nothing.
+  HTTP_Query_String_Iterator(char const* text, unsigned int flags);
+  /// At the first pair of the whole text.
+  HTTP_Query_String_Iterator(std::string text, unsigned int flags);
+
+  /// The pair, decoded; not to be called at the end. Valid until the iterator is moved or gone.
+  Pair const* operator->() const;
+  Pair const& operator*() const;
+  HTTP_Query_String_Iterator& operator++();
+
+  /// Iterators are equal at the end, and at the same place of equal texts.
+  bool operator==(HTTP_Query_String_Iterator const& other) const;
+  bool operator!=(HTTP_Query_String_Iterator const& other) const;
+
+private:
+  static constexpr std::size_t at_end = static_cast<std::size_t>(-1);
+
+  void read_pair(std::size_t from);
+
+  std::string text_;
+  std::size_t begin_ = at_end;  // of the pair
+  std::size_t next_ = 0;        // where the pair after it may begin
+  Pair pair_;
+};

@@ -1,0 +1,91 @@
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "backup/runtime/http_query_string.h"
+
+/// The readers of request text, shared by both ways a request comes in.
+namespace request_text {
+
+/// The integer at the start of a text: an optional sign and digits up to the first other character. Sets
+/// ACE_OS::last_error and never fails: without digits 0 (EINVAL); beyond 64 bits 2^63-1 (ERANGE), for a negative text
+/// too.
+long long read_integer(std::string const& text);
+
+/// True unless the text is exactly "0".
+bool read_boolean(std::string const& text);
+
+/// The pieces between commas, empty ones dropped.
+std::vector<std::string> read_list(std::string const& text);
+
+inline bool is_group(std::string const& key) { return key == "AND" || key == "OR"; }
+
+/// True when `pair`, the first of `text`, is the whole text as it stands, nothing in it escaped. Then the same is true
+/// of its value, and so on inwards.
+inline bool is_literal(std::string const& text, HTTP_Query_String_Iterator::Pair const& pair) {
+  auto const& [key, value] = pair;
+  return text.size() == key.size() + 1 + value.size() && text.compare(0, key.size(), key) == 0 &&
+         text[key.size()] == '=' && text.compare(key.size() + 1, value.size(), value) == 0;
+}
+
+/// `walk_query_string` for a literal text: one pair in the other, each key found where the one before it ends.
+template <class Target, class Pair, class Group>
+bool walk_literal(std::string const& text, Target* target, Pair pair, Group group) {
+  for (std::size_t begin = 0; begin < text.size();) {
+    std::size_t const equals = std::min(text.find('=', begin), text.size());
+    std::string const key(text, begin, equals - begin);
+    begin = std::min(equals + 1, text.size());
+    if (!is_group(key)) return pair(key, text.substr(begin), target);
+    target = group(key, target);
+    if (target == nullptr) return false;
+  }
+  return true;
+}
+
+/// Calls `pair(key, value, target)` for each pair of a query string. A pair whose key is AND or OR opens a group
+/// instead: `group(key, target)` gives the target of its members, which its value holds as a query string in turn.
+/// False, at once, when `pair` gives false or `group` null.
+///
+/// No recursion on the depth of groups, and no copy of the rest of the text for each of them, but for those whose text
+/// has escapes to take off.
+template <class Target, class Pair, class Group>
+bool walk_query_string(std::string const& text, Target* target, Pair pair, Group group) {
+  struct Level {
+    HTTP_Query_String_Iterator next;
+    Target* target;
+  };
+  HTTP_Query_String_Iterator const end(nullptr, 0);
+  std::vector<Level> levels;
+  levels.push_back({HTTP_Query_String_Iterator(text, 0), target});
+  while (!levels.empty()) {
+    Level& level = levels.back();
+    if (level.next == end) {
+      levels.pop_back();
+      continue;
+    }
+    auto const [key, value] = *level.next;
+    target = level.target;
+    ++level.next;
+    if (level.next == end) levels.pop_back();  // before going deeper: what is read holds no memory
+    if (!is_group(key)) {
+      if (!pair(key, value, target)) return false;
+      continue;
+    }
+    target = group(key, target);
+    if (target == nullptr) return false;
+    HTTP_Query_String_Iterator members(value, 0);
+    if (members == end) continue;
+    if (!is_literal(value, *members)) {
+      levels.push_back({std::move(members), target});
+    } else if (!walk_literal(value, target, pair, group)) {
+      return false;
+    }
+  }
+  return true;
+}
+
+}  // namespace request_text

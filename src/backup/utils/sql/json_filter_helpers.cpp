@@ -1,0 +1,359 @@
+#include "backup/utils/sql/json_filter_helpers.h"
+
+#include <algorithm>
+#include <exception>
+#include <utility>
+
+#include "backup/utils/sql/detail/sql_log.h"
+
+using json_spirit::Array;
+using json_spirit::Object;
+using json_spirit::Value;
+
+namespace {
+
+constexpr char const* source_file = "src/backup/utils/sql/json_filter_helpers";
+
+bool check(char const* text, char const* name, int line = __builtin_LINE()) {
+  return sql_log::check_argument({source_file, line}, text, name);
+}
+
+void report_exception(char const* format, std::exception const& exception, int line = __builtin_LINE()) {
+  sql_log::report({source_file, line}, LM_ERROR, 0, format, exception.what());
+}
+
+void set_item(Object& item, char const* op, char const* key, Value&& operand) {
+  Value name(op);
+  Value column(key);
+  item["op"] = std::move(name);
+  item["k"] = std::move(column);
+  item["v"] = std::move(operand);
+}
+
+bool generate_item(char const* op, char const* key, Value const& value, Object& item) {
+  if (!check(op, "op") || !check(key, "key")) return false;
+  set_item(item, op, key, Value(value));
+  return true;
+}
+
+// The members `name` of the objects, each passed to `take`; throws for an element without it.
+template <class Take>
+void for_each_member(std::vector<Value> const& objects, char const* name, Take take) {
+  std::string const key = name;
+  for (Value const& object : objects) take(object.get_obj().at(key));
+}
+
+bool is_item_with_key(Value const& member, std::string const& key) {
+  if (member.type() != json_spirit::obj_type) return false;
+  std::string const* const found = item_get_key(member.get_obj());
+  return found != nullptr && *found == key;
+}
+
+bool add_members_item(Object& filter, char const* op, char const* key, std::vector<Value> const& objs,
+                      char const* val_key) {
+  if (!check(op, "op") || !check(key, "key") || !check(val_key, "val_key")) return false;
+  Value* const item = filter_add_item(filter);
+  if (item == nullptr) return false;
+  try {
+    Array values;
+    for_each_member(objs, val_key, [&values](Value const& value) { values.push_back(value); });
+    Object object;
+    set_item(object, op, key, std::move(values));
+    *item = std::move(object);
+    return true;
+  } catch (std::exception const& exception) {
+    report_exception("Failed to generate object array item: %s\n", exception);
+    return false;
+  }
+}
+
+bool add_object_item(Object& filter, char const* op, char const* key, Object const& obj, bool use_keys) {
+  if (!check(op, "op") || !check(key, "key")) return false;
+  Array values;
+  values.reserve(obj.size());
+  for (auto const& [name, value] : obj) values.push_back(use_keys ? Value(name) : value);
+  return filter_add_item(filter, op, key, Value(std::move(values)));
+}
+
+bool generate_filter_of_members(Object& filter, char const* filter_op, char const* item_op, Object const& obj,
+                                std::vector<Value> const& keys) {
+  if (!check(filter_op, "filter_op") || !check(item_op, "item_op")) return false;
+  try {
+    if (!generate_empty_filter(filter, filter_op, nullptr)) return false;
+    for (Value const& key : keys) {
+      std::string const& name = key.get_str();
+      if (!filter_add_item(filter, item_op, name.c_str(), obj.at(name))) return false;
+    }
+    return true;
+  } catch (std::exception const& exception) {
+    report_exception("Failed to generate equal and filter: %s\n", exception);
+    return false;
+  }
+}
+
+bool is_uuid_key(std::string const& key) {
+  static std::string const suffix = "_uuid";
+  if (key == "uuid" || key == "uid" || key == "incarnation") return true;
+  return key.size() >= suffix.size() && key.compare(key.size() - suffix.size(), suffix.size(), suffix) == 0;
+}
+
+void add_set_condition(Filter_SQL& filter, std::string const& key, Array const& values, bool in, bool is_uuid) {
+  if (in) {
+    is_uuid ? filter.add_in_uuid_item(key, values) : filter.add_in_item(key, values, 0);
+  } else {
+    is_uuid ? filter.add_not_in_uuid_item(key, values) : filter.add_not_in_item(key, values, 0);
+  }
+}
+
+// An item of a document as a condition; one without a key is left out.
+void add_condition(Filter_SQL& filter, Object const& item, std::string const& op_name, Value const& operand) {
+  std::string const* const key = item_get_key(item);
+  if (key == nullptr) return;
+  Item_SQL::Item_Op const op = Item_SQL::op_name_to_value(op_name.c_str(), op_name.size());
+  bool const is_uuid = is_uuid_key(*key);
+  if (operand.type() == json_spirit::array_type) {
+    add_set_condition(filter, *key, operand.get_array(), op_name == "EQ", is_uuid);
+  } else if (is_uuid && operand.type() == json_spirit::str_type) {
+    filter.add_key_uuid_item(op, *key, operand.get_str());
+  } else {
+    filter.add_kv_item(op, *key, operand, 0);
+  }
+}
+
+// A group whose members are being converted.
+struct Group {
+  Array const* members;
+  std::size_t next;
+  Filter_SQL* filter;
+};
+
+// Converts one object: an item at once; a group only so far as to add its filter and push it on `groups`.
+bool convert_object(Object const& object, Filter_SQL& filter, std::vector<Group>& groups) {
+  std::string const* const op = item_get_op(object);
+  Value const* const operand = item_get_value(object);
+  if (op == nullptr || operand == nullptr) return false;
+  bool const is_and = *op == "AND";
+  if (!is_and && *op != "OR") {
+    add_condition(filter, object, *op, *operand);
+    return true;
+  }
+  if (operand->type() != json_spirit::array_type) {
+    sql_log::unexpected({source_file}, "Unexpected error in %s:%d, *val is not array!\n", source_file, __LINE__);
+    return false;
+  }
+  Filter_SQL* sub_filter = nullptr;
+  if (is_and) {
+    sub_filter = filter.add_and_filter();
+  } else {
+    sub_filter = filter.add_or_filter();
+  }
+  if (sub_filter == nullptr) {
+    sql_log::unexpected({source_file}, "Unexpected error in %N:%l, sub_filter_sql is NULL:\n%?\n");
+    return false;
+  }
+  groups.push_back({&operand->get_array(), 0, sub_filter});
+  return true;
+}
+
+}  // namespace
+
+std::string const* item_get_op(Object const& item) { return json_spirit::object_get_str(item, "op"); }
+
+bool item_get_op(Object const& item, std::string& op) {
+  std::string const* const found = item_get_op(item);
+  if (found == nullptr) return false;
+  op = *found;
+  return true;
+}
+
+std::string const* item_get_key(Object const& item) { return json_spirit::object_get_str(item, "k"); }
+
+Value const* item_get_value(Object const& item) { return json_spirit::object_get_value(item, "v"); }
+
+Value* item_get_value(Object& item) {
+  auto const found = item.find("v");
+  return found == item.end() ? nullptr : &found->second;
+}
+
+bool item_set_key(Object& item, char const* key) {
+  if (!check(key, "key")) return false;
+  item["k"] = Value(key);
+  return true;
+}
+
+bool item_set_value(Object& item, Value const& value) {
+  item["v"] = Value(value);
+  return true;
+}
+
+bool generate_eq_item(char const* key, Value const& value, Object& item) {
+  return generate_item("EQ", key, value, item);
+}
+
+bool generate_ne_item(char const* key, Value const& value, Object& item) {
+  return generate_item("NE", key, value, item);
+}
+
+bool generate_eq_item(char const* key, Object const& obj, char const* obj_key, Object& item) {
+  if (!check(key, "key") || !check(obj_key, "obj_key")) return false;
+  Value const* const value = json_spirit::object_get_value(obj, obj_key);
+  return generate_item("EQ", key, value == nullptr ? Value() : *value, item);
+}
+
+bool generate_eq_item(char const* key, std::vector<Value> const& objs, char const* obj_key, Object& item) {
+  if (!check(key, "key") || !check(obj_key, "obj_key")) return false;
+  try {
+    Array distinct;
+    for_each_member(objs, obj_key, [&distinct](Value const& value) {
+      if (std::find(distinct.begin(), distinct.end(), value) == distinct.end()) distinct.push_back(value);
+    });
+    return generate_item("EQ", key, Value(std::move(distinct)), item);
+  } catch (std::exception const& exception) {
+    report_exception("Failed to generate object array item: %s\n", exception);
+    return false;
+  }
+}
+
+Array const* filter_get_items(Object const& filter) { return json_spirit::object_get_array(filter, "v"); }
+
+Array* filter_get_items(Object& filter) {
+  Value& items = filter.try_emplace("v", Array()).first->second;
+  return items.type() == json_spirit::array_type ? &items.get_array() : nullptr;
+}
+
+Object const* filter_find_item(Object const& filter, char const* key) {
+  if (!check(key, "key")) return nullptr;
+  Array const* const items = filter_get_items(filter);
+  if (items == nullptr) return nullptr;
+  std::string const wanted = key;
+  auto const found = std::find_if(items->begin(), items->end(),
+                                  [&wanted](Value const& member) { return is_item_with_key(member, wanted); });
+  return found == items->end() ? nullptr : &found->get_obj();
+}
+
+Object* filter_find_item(Object& filter, char const* key) {
+  return const_cast<Object*>(filter_find_item(static_cast<Object const&>(filter), key));
+}
+
+Value* filter_add_item(Object& filter) {
+  Array* const items = filter_get_items(filter);
+  return items == nullptr ? nullptr : &items->emplace_back();
+}
+
+bool filter_add_item(Object& filter, char const* op, char const* key, Value const& value) {
+  Object item;
+  return generate_item(op, key, value, item) && filter_add_item(filter, Value(std::move(item)));
+}
+
+bool filter_add_item(Object& filter, Value const& item) {
+  Array* const items = filter_get_items(filter);
+  if (items == nullptr) return false;
+  items->push_back(item);
+  return true;
+}
+
+bool filter_add_eq_item(Object& filter, char const* key, Value const& value) {
+  return filter_add_item(filter, "EQ", key, value);
+}
+
+bool filter_add_ne_item(Object& filter, char const* key, Value const& value) {
+  return filter_add_item(filter, "NE", key, value);
+}
+
+bool filter_add_ge_item(Object& filter, char const* key, Value const& value) {
+  return filter_add_item(filter, "GE", key, value);
+}
+
+bool filter_add_lt_item(Object& filter, char const* key, Value const& value) {
+  return filter_add_item(filter, "LT", key, value);
+}
+
+bool filter_add_le_item(Object& filter, char const* key, Value const& value) {
+  return filter_add_item(filter, "LE", key, value);
+}
+
+bool filter_add_br_item(Object& filter, char const* key, Value const& value) {
+  return filter_add_item(filter, "BR", key, value);
+}
+
+bool filter_add_ba_item(Object& filter, char const* key, Value const& value) {
+  return filter_add_item(filter, "BA", key, value);
+}
+
+bool filter_add_lk_item(Object& filter, char const* key, Value const& value) {
+  return filter_add_item(filter, "LK", key, value);
+}
+
+bool filter_add_eq_item(Object& filter, char const* key, std::vector<Value> const& objs, char const* val_key) {
+  return add_members_item(filter, "EQ", key, objs, val_key);
+}
+
+bool filter_add_ne_item(Object& filter, char const* key, std::vector<Value> const& objs, char const* val_key) {
+  return add_members_item(filter, "NE", key, objs, val_key);
+}
+
+bool filter_add_eq_item(Object& filter, char const* key, Object const& obj, bool use_keys) {
+  return add_object_item(filter, "EQ", key, obj, use_keys);
+}
+
+bool filter_add_ne_item(Object& filter, char const* key, Object const& obj, bool use_keys) {
+  return add_object_item(filter, "NE", key, obj, use_keys);
+}
+
+bool filter_remove_item(Object& filter, char const* key) {
+  if (!check(key, "key")) return false;
+  try {
+    Array& items = json_spirit::object_get_array_or_throw(filter, "v");
+    std::string const wanted = key;
+    auto const found = std::find_if(items.begin(), items.end(), [&wanted](Value const& member) {
+      return member.type() == json_spirit::obj_type && member.get_obj().at("k").get_str() == wanted;
+    });
+    if (found != items.end()) items.erase(found);
+    return true;
+  } catch (std::exception const& exception) {
+    report_exception("Failed to remove item from filter: %s\n", exception);
+    return false;
+  }
+}
+
+bool generate_empty_filter(Object& filter, char const* op, char const* key) {
+  if (!check(op, "op")) return false;
+  Value name(op);
+  Value group_key(key);  // both may point into what is dropped below
+  filter["op"] = std::move(name);
+  filter["v"] = Value(Array());
+  if (key != nullptr) {
+    filter["k"] = std::move(group_key);
+  } else {
+    filter.erase("k");
+  }
+  return true;
+}
+
+bool generate_and_filter(Object& filter) { return generate_empty_filter(filter, "AND", nullptr); }
+
+bool generate_or_filter(Object& filter) { return generate_empty_filter(filter, "OR", nullptr); }
+
+bool generate_eq_and_filter(Object& filter, Object const& obj, std::vector<Value> const& keys) {
+  return generate_filter_of_members(filter, "AND", "EQ", obj, keys);
+}
+
+bool generate_filter_from_obj(Object const& obj, Filter_SQL& filter) {
+  std::vector<Group> groups;
+  if (!convert_object(obj, filter, groups)) return false;
+  while (!groups.empty()) {
+    Group& group = groups.back();
+    if (group.next == group.members->size()) {
+      groups.pop_back();
+      continue;
+    }
+    Value const& member = (*group.members)[group.next++];
+    Filter_SQL& target = *group.filter;
+    if (member.type() == json_spirit::obj_type) {
+      convert_object(member.get_obj(), target, groups);
+    } else if (member.type() == json_spirit::str_type) {
+      target.add_sql(member.get_str().c_str(), true);
+    }
+  }
+  return true;
+}

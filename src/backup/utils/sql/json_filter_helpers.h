@@ -1,0 +1,105 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "backup/utils/sql/filter_sql.h"
+#include "backup/utils/sql/sql_export.h"
+#include "json_spirit/json_spirit.h"
+
+/// Filter documents: conditions held as JSON, to be passed on, stored and edited before they become SQL. Two shapes:
+///
+///   item   {"op": "EQ", "k": "size", "v": 1024}          "v" is a value, or an array for a set of values
+///   group  {"op": "AND" or "OR", "v": [member, ...]}      members: items, groups, and strings of raw SQL
+///
+/// A document names its own columns and may carry raw SQL: it is trusted input, never a stranger's.
+///
+/// The functions report by their result. A text argument that is null or empty is reported to the log and changes
+/// nothing; other failures are logged as told at the function. Nothing is rolled back. Pointers returned point into the
+/// document and are valid until it is next changed. No function throws but for want of memory, nor recurses.
+
+/// The member "op", or null when it is absent or no string.
+BACKUP_SQL_API std::string const* item_get_op(json_spirit::Object const& item);
+/// The same, copied; false leaves `op` as it was.
+BACKUP_SQL_API bool item_get_op(json_spirit::Object const& item, std::string& op);
+/// The member "k", or null when it is absent or no string.
+BACKUP_SQL_API std::string const* item_get_key(json_spirit::Object const& item);
+/// The member "v" of any kind, or null when it is absent.
+BACKUP_SQL_API json_spirit::Value const* item_get_value(json_spirit::Object const& item);
+BACKUP_SQL_API json_spirit::Value* item_get_value(json_spirit::Object& item);
+BACKUP_SQL_API bool item_set_key(json_spirit::Object& item, char const* key);
+/// Always true.
+BACKUP_SQL_API bool item_set_value(json_spirit::Object& item, json_spirit::Value const& value);
+
+/// Set the three members of `item`; other members stay.
+BACKUP_SQL_API bool generate_eq_item(char const* key, json_spirit::Value const& value, json_spirit::Object& item);
+BACKUP_SQL_API bool generate_ne_item(char const* key, json_spirit::Value const& value, json_spirit::Object& item);
+/// "v" is the member `obj_key` of `obj`, or null when there is none: a condition that no row meets.
+BACKUP_SQL_API bool generate_eq_item(char const* key, json_spirit::Object const& obj, char const* obj_key,
+                                     json_spirit::Object& item);
+/// "v" is the array of the members `obj_key` of the objects `objs`, each distinct value once, in order of first
+/// appearance. An element that is no object or lacks the member is logged and gives false, `item` unchanged. Quadratic
+/// in the distinct values.
+BACKUP_SQL_API bool generate_eq_item(char const* key, std::vector<json_spirit::Value> const& objs, char const* obj_key,
+                                     json_spirit::Object& item);
+
+/// The members of a group: null when "v" is absent or no array.
+BACKUP_SQL_API json_spirit::Array const* filter_get_items(json_spirit::Object const& filter);
+/// The same; an absent "v" is made an empty array first.
+BACKUP_SQL_API json_spirit::Array* filter_get_items(json_spirit::Object& filter);
+/// The first item of the group with exactly this key; nested groups are not searched.
+BACKUP_SQL_API json_spirit::Object const* filter_find_item(json_spirit::Object const& filter, char const* key);
+BACKUP_SQL_API json_spirit::Object* filter_find_item(json_spirit::Object& filter, char const* key);
+
+/// Append to the group; false or null, unlogged, when "v" is no array.
+/// A null for the caller to fill.
+BACKUP_SQL_API json_spirit::Value* filter_add_item(json_spirit::Object& filter);
+BACKUP_SQL_API bool filter_add_item(json_spirit::Object& filter, char const* op, char const* key,
+                                    json_spirit::Value const& value);
+/// A copy of `item` as it stands: an item, a group, a string of raw SQL.
+BACKUP_SQL_API bool filter_add_item(json_spirit::Object& filter, json_spirit::Value const& item);
+BACKUP_SQL_API bool filter_add_eq_item(json_spirit::Object& filter, char const* key, json_spirit::Value const& value);
+BACKUP_SQL_API bool filter_add_ne_item(json_spirit::Object& filter, char const* key, json_spirit::Value const& value);
+BACKUP_SQL_API bool filter_add_ge_item(json_spirit::Object& filter, char const* key, json_spirit::Value const& value);
+BACKUP_SQL_API bool filter_add_lt_item(json_spirit::Object& filter, char const* key, json_spirit::Value const& value);
+BACKUP_SQL_API bool filter_add_le_item(json_spirit::Object& filter, char const* key, json_spirit::Value const& value);
+/// "BR" and "BA" are names that no SQL operator has: the document carries them for others, the SQL of such an item is
+/// empty.
+BACKUP_SQL_API bool filter_add_br_item(json_spirit::Object& filter, char const* key, json_spirit::Value const& value);
+BACKUP_SQL_API bool filter_add_ba_item(json_spirit::Object& filter, char const* key, json_spirit::Value const& value);
+BACKUP_SQL_API bool filter_add_lk_item(json_spirit::Object& filter, char const* key, json_spirit::Value const& value);
+/// The members `val_key` of all `objs`, repeats kept. When an element is no object or lacks the member, that is logged,
+/// the result is false and a null stays at the end of the group: deliberate.
+BACKUP_SQL_API bool filter_add_eq_item(json_spirit::Object& filter, char const* key,
+                                       std::vector<json_spirit::Value> const& objs, char const* val_key);
+BACKUP_SQL_API bool filter_add_ne_item(json_spirit::Object& filter, char const* key,
+                                       std::vector<json_spirit::Value> const& objs, char const* val_key);
+/// The member names of `obj`, or with `use_keys` false the member values, in the order of the names.
+BACKUP_SQL_API bool filter_add_eq_item(json_spirit::Object& filter, char const* key, json_spirit::Object const& obj,
+                                       bool use_keys);
+BACKUP_SQL_API bool filter_add_ne_item(json_spirit::Object& filter, char const* key, json_spirit::Object const& obj,
+                                       bool use_keys);
+
+/// Erases the first item with exactly this key; true also when there is none. False, logged and with nothing erased,
+/// when "v" is no array or an object before the match has no string "k".
+BACKUP_SQL_API bool filter_remove_item(json_spirit::Object& filter, char const* key);
+
+/// Makes `filter` an empty group: drops its members, and its "k" when `key` is null. Other members of the object stay.
+BACKUP_SQL_API bool generate_empty_filter(json_spirit::Object& filter, char const* op, char const* key);
+BACKUP_SQL_API bool generate_and_filter(json_spirit::Object& filter);
+BACKUP_SQL_API bool generate_or_filter(json_spirit::Object& filter);
+/// Makes `filter` an AND of one equality for each name in `keys`, with the member of `obj` of that name. A name that is
+/// no string, or that `obj` lacks, is logged and gives false; the items made so far stay.
+BACKUP_SQL_API bool generate_eq_and_filter(json_spirit::Object& filter, json_spirit::Object const& obj,
+                                           std::vector<json_spirit::Value> const& keys);
+
+/// Adds the conditions of a document to `filter`, after what it holds. False with nothing added when `obj` has no
+/// string "op" or no "v", or when it is a group whose "v" is no array (logged). A bad member never fails its group; an
+/// item without a key is left out.
+///
+/// By the operand: an array becomes IN for "EQ" and NOT IN for any other operator name, deliberately; a text on a uuid
+/// key is compared as 16 bytes; everything else as it is. A uuid key is "uuid", "uid", "incarnation" or ends in
+/// "_uuid". An operator name that is not known makes a condition without SQL text, "()".
+///
+/// Lifetime: raw SQL strings are kept by pointer, so the document must outlive every rendering of `filter`, unchanged.
+BACKUP_SQL_API bool generate_filter_from_obj(json_spirit::Object const& obj, Filter_SQL& filter);

@@ -1,0 +1,119 @@
+#pragma once
+
+#include <map>
+#include <string>
+
+#include "backup/utils/sql/filter_sql.h"
+#include "backup/utils/sql/item_sql.h"
+#include "backup/utils/sql/key2_value.h"
+#include "backup/utils/sql/sql_export.h"
+#include "json_spirit/json_spirit.h"
+
+class Select_SQL;
+class Where_SQL;
+
+/// Turns the parameters of a request into conditions of a filter and into sorting and paging for a SELECT. Safe for a
+/// stranger's input: only keys of the caller's table become conditions, under the columns that the table names, and
+/// every value is bound or quoted.
+///
+/// A key is "sort", "order", "limit" or "offset"; "AND" or "OR", whose value holds further pairs (an object, or a query
+/// string) joined so; `<OP>_<key>` with a two-letter operator name; or `<key>`, which means equality. Keys that the
+/// table lacks are ignored. A pair that cannot be handled is logged and left out; the others go on.
+///
+/// Text of an integer: a sign and digits up to the first other character, no blanks before, saturated at 2^63-1 in both
+/// directions; without digits 0. Text of a boolean: false for exactly "0". Text of a list: the pieces between commas,
+/// empty ones dropped.
+///
+/// Lifetime: filter, WHERE statement and table are kept by pointer and must outlive the parser, the table's names every
+/// rendering too. Groups of any depth are parsed without recursion.
+class BACKUP_SQL_API SQL_Filter_Parser {
+public:
+  /// What an allowed key stands for. A table ends with an entry of null key and all zero.
+  struct Filter {
+    enum : unsigned int { TYPE_BOOL = 1, TYPE_INT = 2, TYPE_TEXT = 3, TYPE_UUID = 4 };
+    enum : unsigned int { COLUMN_IS_KEY = 0, COLUMN_IS_NAME = 1, COLUMN_IS_NAME_DOT_KEY = 2 };
+    enum : unsigned int { FLAG_LOWER_CASE = 2 };
+
+    char const* name;        ///< a column or a qualifier, as `name_mode` says
+    unsigned int type;       ///< 0: not allowed; any number not named above takes the value as it comes
+    unsigned int name_mode;  ///< any number not named above leaves the column empty
+    unsigned int flags;      ///< FLAG_LOWER_CASE compares texts in lower case
+  };
+  using Filters = Key2_Value_T<Filter>;
+
+  /// The sorting and paging of a request.
+  class BACKUP_SQL_API Controls {
+  public:
+    Controls();
+
+    /// Set a control, or with null take it away; the stored value stays then. Always true.
+    bool sort(std::string const* keys);
+    bool order(std::string const* directions);
+    bool offset(long long const* rows);
+    bool limit(long long const* rows);
+    /// Null for a control that is not set.
+    std::string const* sort() const;
+    std::string const* order() const;
+    long long const* offset() const;
+    long long const* limit() const;
+    /// Takes all controls away.
+    void clear();
+
+  private:
+    enum : unsigned int { SORT = 1, OFFSET = 2, LIMIT = 4, ORDER = 8 };
+
+    template <class T>
+    bool store(unsigned int control, T& field, T const* value);
+    template <class T>
+    T const* stored(unsigned int control, T const& field) const;
+
+    unsigned int set_ = 0;
+    std::string sort_;
+    std::string order_;
+    long long offset_ = 0;
+    long long limit_ = -1;
+  };
+
+  /// No target and no table: reads "order", "limit" and "offset" only.
+  SQL_Filter_Parser();
+  /// The target is `where.and_filter()`.
+  SQL_Filter_Parser(Where_SQL& where, Filters const* filters);
+  /// Either may be null: without a target or a table there are no conditions, without a table there is no "sort".
+  SQL_Filter_Parser(Filter_SQL* filter, Filters const* filters);
+  explicit SQL_Filter_Parser(Filters const* filters);
+
+  Controls const& controls() const;
+
+  /// Handle all pairs, in the order of the keys. Without bit 0 of `flags` the filter and the controls are cleared
+  /// first. Always true; pairs that failed are logged by key and value.
+  bool parse(std::map<std::string, std::string> const& params, unsigned int flags);
+  bool parse(json_spirit::Object const& params, unsigned int flags);
+
+  /// Applies the controls that are set: sort keys, orders, limit, offset. Always true.
+  bool control(Select_SQL& select) const;
+
+  /// The pairs of a query string as the JSON object that `parse` takes, values typed by the table; keys that the table
+  /// lacks keep their text.
+  json_spirit::Object convert_qs_to_params(std::map<std::string, std::string> const& params) const;
+
+  /// The steps of the above.
+  /// False when the key is no control, or its value is of no use for it.
+  bool parse_control_i(std::string const& key, json_spirit::Value const& value);
+  /// Adds the condition or group to `target`. False when the value is of no use, or a member of a group fails: the
+  /// members after it are left out, those before it stay.
+  bool parse_filter_i(std::string const& key, json_spirit::Value const& value, Filter_SQL* target);
+  /// The operator of a key; 3 goes to `prefix_length`, when it is not null, if the key has an operator prefix.
+  Item_SQL::Item_Op parse_op_key(std::string const& key, unsigned long long* prefix_length) const;
+  bool convert_kv_to_params(std::string const& key, std::string const& value, json_spirit::Object& params) const;
+
+private:
+  void start(unsigned int flags);
+  bool parse_pair(std::string const& key, json_spirit::Value const& value);
+  bool parse_condition(std::string const& key, json_spirit::Value const& value, Filter_SQL& target) const;
+  Filter const& allowed(std::string const& key, Item_SQL::Item_Op& op, std::string& plain_key) const;
+  json_spirit::Value convert_value(std::string const& key, std::string const& text) const;
+
+  Filter_SQL* filter_;
+  Controls controls_;
+  Filters const* filters_;
+};

@@ -1,0 +1,74 @@
+#pragma once
+
+#include <map>
+#include <string>
+
+#include "backup/utils/sql/binding_value.h"
+#include "backup/utils/sql/binding_value_converter.h"
+#include "backup/utils/sql/sql.h"
+#include "backup/utils/sql/sql_export.h"
+#include "backup/utils/sql/where_sql.h"
+#include "json_spirit/json_spirit.h"
+
+class Select_SQL;
+
+/// UPDATE of one table, with the WHERE clause of `Where_SQL`. Shape, every dialect: "UPDATE `t` SET `a`=:1,`b`=:2 WHERE
+/// ...".
+///
+/// Assignments are written in ascending byte order of the column names, whatever the order of the calls; setting a
+/// column again replaces its value. Without assignments the text is "UPDATE `t` SET ", which no database runs: ask
+/// `empty()`. Without conditions every row is updated: nothing here refuses it.
+///
+/// Lifetime: the table is kept by pointer and must outlive every rendering; statements returned for filling belong to
+/// this one. Errors: a value that cannot be had changes nothing; a converter that refuses leaves the value unconverted.
+class BACKUP_SQL_API Update_SQL : public Where_SQL {
+public:
+  explicit Update_SQL(char const* table);
+
+  void clear() override;
+  /// True without assignments; table and conditions are not looked at.
+  bool empty() const override;
+  void get_sql_i(Database_Type db, std::string& sql, Bindings& bindings, unsigned long long& index) const override;
+
+  Update_SQL& table(char const* name);
+  /// A raw WHERE text, kept by pointer.
+  Update_SQL& where(char const* text);
+
+  Update_SQL& set(std::string const& column, Binding_Value const& value,
+                  Binding_Value_Converter const* converter = nullptr);
+  /// The member `key`, of any JSON type. Without one nothing changes, and a debug run logs a warning.
+  Update_SQL& set(std::string const& column, json_spirit::Object const& object, std::string const& key,
+                  Binding_Value_Converter const* converter = nullptr);
+  /// The same with the key as column.
+  Update_SQL& set(json_spirit::Object const& object, std::string const& key,
+                  Binding_Value_Converter const* converter = nullptr);
+
+  /// Bytes of a uuid text; a text that is none is assigned as it is.
+  Update_SQL& set_uuid(std::string const& column, char const* uuid);
+  Update_SQL& set_uuid(std::string const& column, std::string const& uuid);
+  Update_SQL& set_uuid(std::string const& column, Secure_String const& uuid);
+  /// The string or secure string `key`, or its JSON null. For anything else nothing changes, and a debug run logs a
+  /// warning.
+  Update_SQL& set_uuid(std::string const& column, json_spirit::Object const& object, std::string const& key);
+  Update_SQL& set_uuid(json_spirit::Object const& object, std::string const& key);
+
+  /// A new uuid's bytes. When there is none to be had nothing changes, and an error is logged.
+  Update_SQL& set_new_uuid(std::string const& column);
+  /// The text "YYYY-MM-DD hh:mm:ss", UTC.
+  Update_SQL& set_time(std::string const& column, long long const& seconds);
+  /// A text fragment, or a SELECT, for the caller to fill, written in parentheses. Null with errno ENOMEM and nothing
+  /// changed when memory is short.
+  SQL* set_sql(std::string const& column);
+  Select_SQL* set_select_sql(std::string const& column);
+
+private:
+  friend class SQL_Writer;
+
+  Update_SQL& store(std::string const& column, SQL_Value&& value);
+  template <class T, class... Arguments>
+  T* store_new(std::string const& column, Arguments... arguments);
+  void write_sql(SQL_Writer& out) const;
+
+  char const* table_;
+  std::map<std::string, SQL_Value> assignments_;
+};

@@ -62,9 +62,10 @@ public:
   Value(T const* pointer) = delete;  // would become a bool
 
   Value(Value const& other);
-  /// Moving leaves `other` null. Assigned to, this value may hold `other` in its depth, but must not lie in it.
+  /// Leaves `other` null.
   Value(Value&& other) noexcept;
   Value& operator=(Value const& other);
+  /// The same. `other` may be part of this value; this value must not be part of `other`.
   Value& operator=(Value&& other) noexcept;
   ~Value() {
     if (type_ <= secure_str_type) destroy();

@@ -52,6 +52,7 @@ void release(void* memory) noexcept {
 
 }  // namespace
 
+#ifndef __clang_analyzer__  // which would find leaks of malloc in other libraries
 // Out of line: inlined, g++ takes malloc and free for a mismatch with new and delete.
 [[gnu::noinline]] void* operator new(std::size_t size) {
   void* const memory = allocate(size);
@@ -64,6 +65,7 @@ void release(void* memory) noexcept {
 [[gnu::noinline]] void operator delete(void* memory) noexcept { release(memory); }
 void operator delete(void* memory, std::size_t /*size*/) noexcept { operator delete(memory); }
 void operator delete(void* memory, std::nothrow_t const& /*nothrow*/) noexcept { operator delete(memory); }
+#endif
 
 namespace heap {
 

@@ -22,13 +22,9 @@
 #include "backup/runtime/secure_memory.h"
 #include "backup/runtime/string_template.h"
 #include "backup/runtime/uuid.h"
+#include "support/heap.h"
 
 namespace {
-
-constexpr std::size_t block_header = alignof(std::max_align_t);  // holds the block's size
-int allocations = 0;
-std::string_view watched;  // every released block is searched for it
-int releases_with_watched = 0;
 
 constexpr int no_random_bytes = -1;
 int random_byte = 0;
@@ -76,37 +72,15 @@ std::string decode(std::string const& data, std::string const& key, char const* 
 }
 
 template <class Use>
-int releases_with(std::string const& secret, Use const& use) {
-  watched = secret;
-  releases_with_watched = 0;
+long releases_with(std::string const& secret, Use const& use) {
+  heap::Watch const watch(secret);
   use();
-  watched = {};
-  return releases_with_watched;
+  return watch.releases();
 }
 
 std::string const key_16(16, 'k');
 
 }  // namespace
-
-__attribute__((noinline)) void* operator new(std::size_t size) {
-  ++allocations;
-  void* const block = std::calloc(1, block_header + size);
-  if (block == nullptr) throw std::bad_alloc();
-  std::memcpy(block, &size, sizeof size);
-  return static_cast<char*>(block) + block_header;
-}
-
-__attribute__((noinline)) void operator delete(void* memory) noexcept {
-  if (memory == nullptr) return;
-  char* const block = static_cast<char*>(memory) - block_header;
-  std::size_t size = 0;
-  std::memcpy(&size, block, sizeof size);
-  if (!watched.empty() && std::string_view(block + block_header, size).find(watched) != std::string_view::npos)
-    ++releases_with_watched;
-  std::free(block);
-}
-
-__attribute__((noinline)) void operator delete(void* memory, std::size_t /*size*/) noexcept { operator delete(memory); }
 
 TEST(AES_Decoder, reads_the_published_gcm_vectors) {  // D. McGrew, J. Viega: test cases 4, 10 and 16
   std::string const key = "feffe9928665731c6d6a8f9467308308";
@@ -328,12 +302,12 @@ TEST(String_Template, writes_each_type_and_takes_no_memory_for_values_that_fit) 
   for (auto const& [real, expected] : reals) EXPECT_EQ(written(real), expected);
   std::string const longest(100, 'x');
   value.set("val", longest);
-  int const before = allocations;
+  long const before = heap::allocations();
   for (long long i = 0; i < 10000; ++i) {
     value.set("val", i);
     value.set("val", longest);
   }
-  EXPECT_EQ(allocations, before);
+  EXPECT_EQ(heap::allocations(), before);
 }
 
 TEST(POSIX_Time_To_ISO8601, counts_in_the_gregorian_calendar) {

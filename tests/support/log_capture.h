@@ -5,6 +5,7 @@
 #include <ace/Log_Msg_Callback.h>
 #include <ace/Log_Record.h>
 
+#include <cstring>
 #include <regex>
 #include <string>
 #include <vector>
@@ -40,11 +41,12 @@ private:
   void log(ACE_Log_Record& record) override {
     std::string text = record.msg_data();
     text = std::regex_replace(text, std::regex("(src/backup/[a-z0-9_/]+):[0-9]+"), "$1:N");
-    std::size_t const stack = text.find("is NULL or \"\":\n");
-    std::size_t const cut = stack != std::string::npos ? stack + 14 : text.find("is empty:\n") + 9;
-    if (text.compare(0, 13, "Unexpected er") == 0 && cut < text.size()) {
-      // A stack follows: it is there, and what it says is the machine's.
-      text.replace(cut + 1, text.size() - cut - 1, text.size() > cut + 2 ? "STACK" : "");
+    for (char const* const last_words : {"is NULL or \"\":\n", "is empty:\n", "is NULL:\n"}) {
+      std::size_t const found = text.find(last_words);
+      if (found == std::string::npos) continue;
+      // A stack follows: it must be there, and what it says is the machine's.
+      std::size_t const stack = found + std::strlen(last_words);
+      text.replace(stack, std::string::npos, text.size() > stack + 1 ? "STACK" : "");
     }
     std::string file = log_->file() != nullptr ? log_->file() : "";
     file.erase(0, file.rfind('/') + 1);

@@ -53,7 +53,7 @@ public:
   /// The same between parentheses.
   void sub_statement(SQL const& statement);
   /// Copies the explicit bindings of `part`.
-  void merge_bindings(SQL const& part) { merge(part.bindings_); }
+  void merge_bindings(SQL const& part) { part.merge_bindings(bindings_, false); }
 
   /// Calls `write(element)` for each element, a comma between two.
   template <class List, class Write>
@@ -71,7 +71,6 @@ private:
   static void write(SQL const& part, SQL_Writer& out) {
     static_cast<T const&>(part).write_sql(out);
   }
-  void merge(Bindings const& bindings);
 
   SQL::Database_Type db_;
   std::string& sql_;

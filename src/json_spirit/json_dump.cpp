@@ -19,7 +19,7 @@ struct String_Stream {
   void Put(char c) { text += c; }
   void Flush() {}
 
-  std::string& text;
+  Secure_String& text;
 };
 
 template <class Writer>
@@ -113,7 +113,7 @@ private:
 };
 
 template <template <class, class, class, class, unsigned> class Writer>
-void dump(Value const& value, std::string& text) {
+void dump(Value const& value, Secure_String& text) {
   String_Stream stream{text};
   Throwing_Allocator allocator;
   using Text_Writer = Writer<String_Stream, Utf8, Utf8, Throwing_Allocator, rapidjson::kWriteDefaultFlags>;
@@ -130,5 +130,7 @@ JSON_Dump::JSON_Dump(Value const& value, bool pretty) {
     dump<rapidjson::Writer>(value, text_);
   }
 }
+
+JSON_Dump::~JSON_Dump() { secure_wipe(text_); }
 
 }  // namespace json_spirit

@@ -11,6 +11,7 @@
 
 /// JSON values, their text in and out. No function recurses on the depth of a value, and none fails on depth: a value
 /// nested a million levels deep is read, copied, compared, written and destroyed in constant stack and linear time.
+/// (Pretty text grows with the square of the depth, since each level is indented.)
 namespace json_spirit {
 
 class Value;
@@ -134,13 +135,17 @@ JSON_SPIRIT_API Array& object_get_array_or_throw(Object& object, std::string con
 class JSON_SPIRIT_API JSON_Dump {
 public:
   JSON_Dump(Value const& value, bool pretty);
+  JSON_Dump(JSON_Dump const&) = delete;
+  JSON_Dump& operator=(JSON_Dump const&) = delete;
+  /// Wipes the text.
+  ~JSON_Dump();
   /// Bytes of the text.
   std::size_t size() const noexcept { return text_.size(); }
   /// Valid as long as this object.
   char const* c_str() const noexcept { return text_.c_str(); }
 
 private:
-  std::string text_;
+  Secure_String text_;  // it may hold a secret
 };
 
 /// What `read_string` found wrong, and where.

@@ -8,6 +8,7 @@
 #include "backup/utils/sql/union_sql.h"
 #include "support/heap.h"
 #include "support/log_capture.h"
+#include "support/random_source.h"
 #include "support/render.h"
 
 namespace {
@@ -118,4 +119,15 @@ TEST(Factories, without_memory_set_errno_return_null_and_change_nothing) {
     }
     EXPECT_GE(failures, 2) << "not one allocation was made to fail";
   }
+}
+
+TEST(Factories, without_random_bytes_new_uuids_change_nothing_and_are_reported) {
+  SQL statement("x", SQL::TYPE_RAW, true);
+  Insert_SQL insert("t");
+  Log_Capture log;
+  Random_Source const nothing(no_random_bytes);
+  EXPECT_EQ(render(statement.bind_new_uuid(":u")), "x");
+  EXPECT_TRUE(insert.value_new_uuid("u").empty());
+  EXPECT_EQ(log.take(), (std::vector<std::string>{"ERROR sql 0: Failed to bind new uuid for ':u'\n",
+                                                  "ERROR insert_sql 0: Failed to add new uuid for 'u'\n"}));
 }

@@ -1,6 +1,4 @@
-#include <dlfcn.h>
 #include <gtest/gtest.h>
-#include <openssl/rand.h>
 
 #include <climits>
 #include <cstddef>
@@ -23,31 +21,9 @@
 #include "backup/runtime/string_template.h"
 #include "backup/runtime/uuid.h"
 #include "support/heap.h"
+#include "support/random_source.h"
 
 namespace {
-
-constexpr int no_random_bytes = -1;
-int random_byte = 0;
-
-int repeat_random_byte(unsigned char* bytes, int count) {
-  std::memset(bytes, random_byte, static_cast<std::size_t>(count));
-  return random_byte == no_random_bytes ? 0 : 1;
-}
-
-// While one lives, OpenSSL's random source gives only `byte`, or fails.
-struct Random_Source {
-  explicit Random_Source(int byte) {
-    random_byte = byte;
-    use(&method);
-  }
-  ~Random_Source() { use(nullptr); }
-
-  // Looked up: a direct call would need libcrypto on the test's own link line, and is marked as deprecated.
-  static void use(RAND_METHOD const* source) {
-    reinterpret_cast<int (*)(RAND_METHOD const*)>(dlsym(RTLD_DEFAULT, "RAND_set_rand_method"))(source);
-  }
-  RAND_METHOD method{nullptr, repeat_random_byte, nullptr, nullptr, nullptr, nullptr};
-};
 
 unsigned char const* raw(std::string const& bytes) { return reinterpret_cast<unsigned char const*>(bytes.data()); }
 

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "backup/utils/sql/filter_sql.h"
+#include "backup/utils/sql/sql_value.h"
 #include "support/log_capture.h"
 #include "support/render.h"
 

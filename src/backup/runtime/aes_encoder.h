@@ -7,6 +7,7 @@
 
 /// AES in Galois/Counter Mode (FIPS 197, NIST SP 800-38D), the variant chosen by the key's length: 16, 24 or 32 bytes.
 /// Output: a random nonce of 12 bytes, the ciphertext (as long as the data), the authentication tag of 16 bytes.
+/// Nonces are random, so one key must not encrypt more than 2^32 values (SP 800-38D, 8.3). May throw std::bad_alloc.
 class BACKUP_RUNTIME_API AES_Encoder {
 public:
   /// Encrypts `length` bytes of `data`. `text` is authenticated with it and is needed again to decode; null: none.

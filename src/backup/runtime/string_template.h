@@ -20,7 +20,11 @@ public:
   void set(std::string const& name, std::string const& value);
   void set(std::string const& name, char const* value);
   void set(std::string const& name, bool value);
+  void set(std::string const& name, int value) { set(name, static_cast<long long>(value)); }
+  void set(std::string const& name, long value) { set(name, static_cast<long long>(value)); }
   void set(std::string const& name, long long value);
+  void set(std::string const& name, unsigned int value) { set(name, static_cast<unsigned long long>(value)); }
+  void set(std::string const& name, unsigned long value) { set(name, static_cast<unsigned long long>(value)); }
   void set(std::string const& name, unsigned long long value);
   void set(std::string const& name, double value);
 

@@ -50,6 +50,28 @@ Binding_Value::Binding_Value(long long value) noexcept : type_(int_type), val_(v
 Binding_Value::Binding_Value(unsigned long long value) noexcept : type_(int_type), val_(value) {}
 Binding_Value::Binding_Value(double value) noexcept : type_(real_type), val_(value) {}
 
+Binding_Value::Binding_Value(Binding_Value const& other) = default;
+
+Binding_Value::Binding_Value(Binding_Value&& other) noexcept : type_(other.type_), val_(std::move(other.val_)) {
+  other.type_ = null_type;
+}
+
+Binding_Value& Binding_Value::operator=(Binding_Value const& other) {
+  val_ = other.val_;  // first: it may throw
+  type_ = other.type_;
+  return *this;
+}
+
+Binding_Value& Binding_Value::operator=(Binding_Value&& other) noexcept {
+  if (this == &other) return *this;
+  val_ = std::move(other.val_);
+  type_ = other.type_;
+  other.type_ = null_type;
+  return *this;
+}
+
+Binding_Value::~Binding_Value() = default;
+
 Binding_Value::Type Binding_Value::type() const noexcept { return type_; }
 void Binding_Value::type(Type type) noexcept { type_ = type; }
 json_spirit::Value const& Binding_Value::val() const noexcept { return val_; }

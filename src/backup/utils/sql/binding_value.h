@@ -3,7 +3,6 @@
 #include <cstdint>
 #include <map>
 #include <string>
-#include <vector>
 
 #include "backup/runtime/secure_memory.h"
 #include "backup/utils/sql/sql_export.h"
@@ -56,6 +55,13 @@ public:
   // NOLINTEND(google-explicit-constructor)
   template <class T>
   Binding_Value(T const* pointer) = delete;  // would become a bool
+
+  Binding_Value(Binding_Value const& other);
+  /// Leaves `other` null.
+  Binding_Value(Binding_Value&& other) noexcept;
+  Binding_Value& operator=(Binding_Value const& other);
+  Binding_Value& operator=(Binding_Value&& other) noexcept;
+  ~Binding_Value();
 
   Type type() const noexcept;
   /// Sets the tag only and leaves the value: deliberate. Build a new value to keep both in step.

@@ -5,7 +5,8 @@
 #include "backup/utils/sql/sql_export.h"
 
 /// Turns a caller's value into the form in which a column stores it. On true the caller stores `out`, on false the
-/// input as it came, whatever `out` holds then. Converters log nothing, keep no state and may be shared by threads.
+/// input as it came, whatever `out` holds then. Converters log nothing, change nothing of their own and may be shared
+/// by threads.
 class BACKUP_SQL_API Binding_Value_Converter {
 public:
   Binding_Value_Converter();
@@ -36,6 +37,7 @@ public:
   /// Keeps the addresses: `key` (16, 24 or 32 bytes) and `param`, the text authenticated with each value or null, must
   /// outlive the converter. The key is never logged.
   Binding_Value_AES_Converter(Secure_Byte_String const& key, char const* param);
+  Binding_Value_AES_Converter(Secure_Byte_String&& key, char const* param) = delete;
 
   bool convert(Binding_Value const& in, Binding_Value& out) const override;
   /// Encrypts one range. False, with `out` holding no bytes, when the encoder gives no output.

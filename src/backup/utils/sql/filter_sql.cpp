@@ -85,13 +85,13 @@ void Filter_SQL::write_sql(SQL_Writer& out) const {
       continue;
     }
     if (frame.next > 0) out << frame.separator;
-    SQL* const entry = frame.filter->items_[frame.next++].get();
+    SQL const& entry = *frame.filter->items_[frame.next++];
     if (Filter_SQL const* const nested = plain_filter(entry)) {
       out << '(';
       around.push_back(frame);
       frame = open(nested);
     } else {
-      out.sub_statement(*entry);
+      out.sub_statement(entry);
     }
   }
 }
@@ -105,11 +105,11 @@ char const* Filter_SQL::separator() const {
 }
 
 // `entry` as a filter that renders as this file has it; null for a caller's subclass too.
-Filter_SQL* Filter_SQL::plain_filter(SQL* entry) {
-  if (entry->type() != TYPE_FILTER) return nullptr;
-  std::type_info const& type = typeid(*entry);
+Filter_SQL const* Filter_SQL::plain_filter(SQL const& entry) {
+  if (entry.type() != TYPE_FILTER) return nullptr;
+  std::type_info const& type = typeid(entry);
   bool const is_plain = type == typeid(And_Filter_SQL) || type == typeid(Or_Filter_SQL) || type == typeid(Filter_SQL);
-  return is_plain ? static_cast<Filter_SQL*>(entry) : nullptr;
+  return is_plain ? static_cast<Filter_SQL const*>(&entry) : nullptr;
 }
 
 // Drops entries, nested filters flat: whatever the depth, no recursion and no allocation. While a filter's entries are
@@ -129,8 +129,9 @@ void Filter_SQL::release(Items& items) noexcept {
     }
     ACE_Intrusive_Auto_Ptr<SQL> const entry = current.back();
     current.pop_back();
-    Filter_SQL* const nested = plain_filter(entry.get());
-    if (nested == nullptr || nested->items_.empty() || !is_sole_reference(*nested)) continue;
+    if (plain_filter(*entry) == nullptr || !is_sole_reference(*entry)) continue;
+    auto* const nested = static_cast<Filter_SQL*>(entry.get());
+    if (nested->items_.empty()) continue;
     current.push_back(emptied);  // in the room of the entry just removed
     current.swap(nested->items_);
     emptied = entry;
@@ -184,7 +185,7 @@ Null_Item_SQL* Filter_SQL::add_null_item_i(std::string const& key, bool is_null)
   auto* const item = add<Null_Item_SQL>(key, is_null);
   if (item == nullptr) {
     sql_log::report({source_file}, LM_WARNING, 0, "Failed to add %snull item '%s' to filter.\n", not_text(!is_null),
-                    key.c_str());
+                    sql_log::fitting(key).c_str());
   }
   return item;
 }
@@ -194,7 +195,7 @@ In_Item_SQL* Filter_SQL::add_in_item_i(std::string const& key, List const& value
   auto* const item = add<In_Item_SQL>(key, values, in, rest...);
   if (item == nullptr) {
     sql_log::report({source_file}, LM_WARNING, 0, "Failed to add %sin item '%s' to filter.\n", not_text(!in),
-                    key.c_str());
+                    sql_log::fitting(key).c_str());
   }
   return item;
 }
@@ -231,7 +232,8 @@ KV_Item_SQL* Filter_SQL::add_kv_item(Item_SQL::Item_Op op, std::string const& ke
                                      unsigned int flags) {
   auto* const item = add<KV_Item_SQL>(op, key, value, flags);
   if (item == nullptr) {
-    sql_log::report({source_file}, LM_WARNING, 0, "Failed to add item '%s' to filter.\n", key.c_str());
+    sql_log::report({source_file}, LM_WARNING, 0, "Failed to add item '%s' to filter.\n",
+                    sql_log::fitting(key).c_str());
   }
   return item;
 }
@@ -248,7 +250,8 @@ Key_UUID_Item_SQL* Filter_SQL::add_key_uuid_item(Item_SQL::Item_Op op, std::stri
                                                  std::string const& uuid) {
   auto* const item = add<Key_UUID_Item_SQL>(op, key, uuid);
   if (item == nullptr) {
-    sql_log::report({source_file}, LM_WARNING, 0, "Failed to add uuid item '%s' to filter.\n", key.c_str());
+    sql_log::report({source_file}, LM_WARNING, 0, "Failed to add uuid item '%s' to filter.\n",
+                    sql_log::fitting(key).c_str());
   }
   return item;
 }
@@ -298,7 +301,8 @@ SQL* Filter_SQL::add_sql_val_item(Item_SQL::Item_Op op, Binding_Value const& val
 SQL* Filter_SQL::add_key_sql_item_i(SQL::Type type, Item_SQL::Item_Op op, std::string const& key) {
   SQL* const statement = add_holder<Key_SQL_Item_SQL>(type, op, key);
   if (statement == nullptr) {
-    sql_log::report({source_file}, LM_ERROR, 0, "Failed to add sql item '%s' to filter.\n", key.c_str());
+    sql_log::report({source_file}, LM_ERROR, 0, "Failed to add sql item '%s' to filter.\n",
+                    sql_log::fitting(key).c_str());
   }
   return statement;
 }

@@ -122,7 +122,7 @@ private:
   In_Item_SQL* add_in_item_i(std::string const& key, List const& values, bool in, Rest... rest);
   void write_sql(SQL_Writer& out) const;
   char const* separator() const;
-  static Filter_SQL* plain_filter(SQL* entry);
+  static Filter_SQL const* plain_filter(SQL const& entry);
   static void release(Items& items) noexcept;
 
   Items items_;

@@ -11,6 +11,7 @@
 #include "backup/utils/sql/binding_value_converter.h"
 #include "backup/utils/sql/sql.h"
 #include "backup/utils/sql/sql_export.h"
+#include "backup/utils/sql/sql_value.h"
 #include "json_spirit/json_spirit.h"
 
 class Select_SQL;

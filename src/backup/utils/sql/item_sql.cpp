@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <boost/algorithm/string/case_conv.hpp>
-#include <utility>
 
 #include "backup/runtime/string_template.h"
 #include "backup/runtime/uuid.h"
@@ -84,7 +83,7 @@ void set_literal(String_Template& literal, json_spirit::Value const& value, bool
     buffer = prefix;
     Quote quote(text, buffer);
     literal.set("val", quote.str());
-    buffer = std::move(quote).str();
+    buffer = quote.take();
   };
   switch (value.type()) {
     case json_spirit::str_type: set_quoted(hex ? "x" : "", value.get_str()); break;

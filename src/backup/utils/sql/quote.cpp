@@ -22,9 +22,9 @@ void Quote::init(char const* text) {
   if (text != nullptr) append(text, std::strlen(text));
 }
 
-std::string const& Quote::str() const& { return str_; }
+std::string const& Quote::str() const { return str_; }
 
-std::string&& Quote::str() && { return std::move(str_); }
+std::string Quote::take() { return std::move(str_); }
 
 void Quote::append(char const* text, std::size_t length) {
   str_.reserve(str_.size() + 2 * length + 3);

@@ -7,7 +7,8 @@
 /// An SQL string literal: the text in single quotes, each single quote in it doubled, nothing else changed. A MySQL
 /// connection that reads it must run with NO_BACKSLASH_ESCAPES, or a backslash in the text ends the literal early.
 ///
-/// A text from a pointer ends at its first zero byte; a std::string is quoted whole.
+/// A text from a pointer ends at its first zero byte; a std::string is quoted whole. The text must not lie in the
+/// buffer.
 class BACKUP_SQL_API Quote {
 public:
   /// A null pointer gives the empty string, without quotes.
@@ -19,9 +20,9 @@ public:
 
   /// Appends the literal of `text`; a null pointer appends nothing.
   void init(char const* text);
-  std::string const& str() const&;
-  /// Gives the literal's storage away, to be the next one's buffer.
-  std::string&& str() &&;
+  std::string const& str() const;
+  /// Gives the literal away, to be the next one's buffer.
+  std::string take();
 
 private:
   void append(char const* text, std::size_t length);

@@ -1,10 +1,11 @@
 #include "backup/utils/sql/sql.h"
 
-#include <array>
-#include <utility>
+#include <optional>
+#include <stdexcept>
 
 #include "backup/runtime/hex_string.h"
 #include "backup/runtime/uuid.h"
+#include "backup/utils/sql/detail/column_value.h"
 #include "backup/utils/sql/detail/sql_log.h"
 #include "backup/utils/sql/detail/sql_writer.h"
 #include "backup/utils/sql/question_mask_sql_converter.h"
@@ -26,10 +27,15 @@ void log_statement(std::string const& sql) {
   sql_log::report({source_file}, LM_DEBUG, 0, "Params:\n");
 }
 
-void log_value(char const* name, Binding_Value const& value) {
+void log_value(std::string const& name, Binding_Value const& value) {
   std::string text;
-  value.to_str(text);
-  sql_log::report({source_file}, LM_DEBUG, 0, "%s: %s\n", name, sql_log::fitting(text).c_str());
+  try {
+    value.to_str(text);
+  } catch (std::runtime_error const& mismatch) {  // tag and value were set apart: no reason to fail the rendering
+    text = mismatch.what();
+  }
+  sql_log::report({source_file}, LM_DEBUG, 0, "%s: %s\n", sql_log::fitting(name, sql_log::key_size).c_str(),
+                  sql_log::fitting(text, sql_log::record_size - sql_log::key_size).c_str());
 }
 
 }  // namespace
@@ -132,7 +138,7 @@ std::string& SQL::get_sql(Database_Type db, std::string& sql, Bindings& bindings
 std::string& SQL::get_sql(Database_Type db, std::string& sql, Bindings& bindings, unsigned long long& index) const {
   sql.reserve(reserved_characters);
   get_sql_i(db, sql, bindings, index);
-  SQL_Writer(db, sql, bindings, index).merge_bindings(*this);
+  merge_bindings(bindings, false);
   return sql;
 }
 
@@ -155,11 +161,7 @@ std::string& SQL::get_count_sql(Database_Type db, std::string& sql, Bindings& bi
                                 unsigned long long& index) const {
   sql.reserve(reserved_characters);
   get_count_sql_i(db, sql, bindings, index);
-  bool const own_count = count_sql_.get() != nullptr;
-  for (auto const& [name, value] : bindings_) {
-    if (own_count && (name == ":limit" || name == ":offset")) continue;
-    bindings.insert_or_assign(name, value);
-  }
+  merge_bindings(bindings, count_sql_.get() != nullptr);
   return sql;
 }
 
@@ -173,6 +175,13 @@ std::string& SQL::get_count_sql(Database_Type db, std::string& sql, std::vector<
   }
   if (ACE::debug()) log_sql(sql, values);
   return sql;
+}
+
+void SQL::merge_bindings(Bindings& bindings, bool without_paging) const {
+  for (auto const& [name, value] : bindings_) {
+    if (without_paging && (name == ":limit" || name == ":offset")) continue;
+    bindings.insert_or_assign(name, value);
+  }
 }
 
 char const* SQL::get_count_sql_prefix(Database_Type db) const {
@@ -214,6 +223,8 @@ SQL& SQL::bind_uuid(json_spirit::Object const& object, std::string const& key) {
   return bind_uuid(':' + key, object, key);
 }
 
+SQL& SQL::bind_hex(std::string const& name, char const* hex) { return bind_hex(name, std::string(hex)); }
+
 SQL& SQL::bind_hex(std::string const& name, std::string const& hex) {
   return bind(name, Binding_Value(decode_hex(hex)));
 }
@@ -223,12 +234,8 @@ SQL& SQL::bind_hex(std::string const& name, Secure_String const& hex) {
 }
 
 SQL& SQL::bind_new_uuid(std::string const& name) {
-  std::array<unsigned char, 16> uuid{};
-  if (!uuid_binary(uuid.data())) {
-    sql_log::report({source_file}, LM_ERROR, 0, "Failed to bind new uuid for '%s'\n", name.c_str());
-    return *this;
-  }
-  return bind(name, Binding_Value(Byte_String(uuid.begin(), uuid.end())));
+  std::optional<Binding_Value> const uuid = column_value::new_uuid({{source_file}, "", "bind"}, name);
+  return uuid ? bind(name, *uuid) : *this;
 }
 
 SQL& SQL::unbind(std::string const& name) {
@@ -238,7 +245,7 @@ SQL& SQL::unbind(std::string const& name) {
 
 void SQL::log_sql(std::string const& sql, Bindings const& bindings) {
   log_statement(sql);
-  for (auto const& [name, value] : bindings) log_value(name.c_str(), value);
+  for (auto const& [name, value] : bindings) log_value(name, value);
 }
 
 void SQL::log_sql(std::string const& sql, std::vector<Binding_Value> const& values) {
@@ -255,11 +262,3 @@ void SQL::intrusive_remove_ref(SQL* sql) {
 }
 
 bool SQL::is_sole_reference(SQL const& sql) { return sql.ref_count_.value() == 1; }
-
-SQL_Value::SQL_Value() = default;
-SQL_Value::SQL_Value(ACE_Intrusive_Auto_Ptr<SQL> const& sql) : sql_(sql) {}
-SQL_Value::SQL_Value(Binding_Value const& value) : val_(value) {}
-SQL_Value::SQL_Value(Binding_Value&& value) noexcept : val_(std::move(value)) {}
-
-SQL* SQL_Value::sql() const { return sql_.get(); }
-Binding_Value const& SQL_Value::val() const { return val_; }

@@ -92,10 +92,11 @@ public:
   /// The step behind the others and for embedded objects: continues the numbering at `index` and logs nothing.
   std::string& get_sql(Database_Type db, std::string& sql, Bindings& bindings, unsigned long long& index) const;
   /// Renders with "?" marks and appends their values to `values`, see Question_Mask_SQL_Converter, whose length error
-  /// may pass through. An empty statement gives the empty text and no values.
+  /// may pass through. An empty statement is reported to the log and gives the empty text and no values.
   std::string& get_sql(Database_Type db, std::string& sql, std::vector<Binding_Value>& values) const;
 
-  /// The count query in the same three forms. With an own count text, ":limit" and ":offset" bound here are left out.
+  /// The count query in the same three forms. With an own count text, ":limit" and ":offset" bound here are left out. A
+  /// failure of the last form is logged once more.
   std::string& get_count_sql(Database_Type db, std::string& sql, Bindings& bindings) const;
   std::string& get_count_sql(Database_Type db, std::string& sql, Bindings& bindings, unsigned long long& index) const;
   std::string& get_count_sql(Database_Type db, std::string& sql, std::vector<Binding_Value>& values) const;
@@ -118,13 +119,15 @@ public:
   SQL& bind_uuid(std::string const& name, json_spirit::Object const& object, std::string const& key);
   SQL& bind_uuid(json_spirit::Object const& object, std::string const& key);
   /// Bind the bytes of hexadecimal text, or no bytes when it is none: plain bytes for secret text too, deliberately.
+  SQL& bind_hex(std::string const& name, char const* hex);
   SQL& bind_hex(std::string const& name, std::string const& hex);
   SQL& bind_hex(std::string const& name, Secure_String const& hex);
   /// Binds a new uuid. When there is none to be had, says so in the log and binds nothing.
   SQL& bind_new_uuid(std::string const& name);
   SQL& unbind(std::string const& name);
 
-  /// Log a rendered statement and its values at debug priority, a record a line. Secret texts are written in clear.
+  /// Log a rendered statement and its values at debug priority, a record a line, each cut to what a record holds.
+  /// Secret texts are written in clear.
   static void log_sql(std::string const& sql, Bindings const& bindings);
   static void log_sql(std::string const& sql, std::vector<Binding_Value> const& values);
 
@@ -140,30 +143,11 @@ private:
   friend class SQL_Writer;
 
   void write_sql(SQL_Writer& out) const;
+  void merge_bindings(Bindings& bindings, bool without_paging) const;
 
   SQL_Text sql_;
   SQL_Text count_sql_;
   Type type_;
   Bindings bindings_;
   ACE_Atomic_Op<ACE_Thread_Mutex, long> ref_count_;
-};
-
-/// The value of one column in INSERT and UPDATE: a bound value, or a statement, shared and written inline.
-class BACKUP_SQL_API SQL_Value {
-public:
-  /// No statement, and a null value.
-  SQL_Value();
-  // NOLINTBEGIN(google-explicit-constructor): either stands wherever a column's value is taken
-  SQL_Value(ACE_Intrusive_Auto_Ptr<SQL> const& sql);
-  SQL_Value(Binding_Value const& value);
-  SQL_Value(Binding_Value&& value) noexcept;
-  // NOLINTEND(google-explicit-constructor)
-
-  /// Null when the column holds a value. Owned by this object and its copies.
-  SQL* sql() const;
-  Binding_Value const& val() const;
-
-private:
-  ACE_Intrusive_Auto_Ptr<SQL> sql_;
-  Binding_Value val_;
 };

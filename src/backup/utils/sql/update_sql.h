@@ -7,6 +7,7 @@
 #include "backup/utils/sql/binding_value_converter.h"
 #include "backup/utils/sql/sql.h"
 #include "backup/utils/sql/sql_export.h"
+#include "backup/utils/sql/sql_value.h"
 #include "backup/utils/sql/where_sql.h"
 #include "json_spirit/json_spirit.h"
 

@@ -12,7 +12,7 @@ namespace {
 void report_missing(Reporter const& reporter, std::string const& key, char const* what) {
   if (!ACE::debug()) return;
   sql_log::report(reporter.source, LM_WARNING, 0, "Failed to add '%s' to %s statement: no such %s in input.\n",
-                  key.c_str(), reporter.statement, what);
+                  sql_log::fitting(key).c_str(), reporter.statement, what);
 }
 
 }  // namespace
@@ -46,7 +46,8 @@ std::optional<Binding_Value> from_json_text(Reporter const& reporter, json_spiri
 std::optional<Binding_Value> new_uuid(Reporter const& reporter, std::string const& column) {
   std::array<unsigned char, 16> uuid{};
   if (uuid_binary(uuid.data())) return Binding_Value(Byte_String(uuid.begin(), uuid.end()));
-  sql_log::report(reporter.source, LM_ERROR, 0, "Failed to %s new uuid for '%s'\n", reporter.verb, column.c_str());
+  sql_log::report(reporter.source, LM_ERROR, 0, "Failed to %s new uuid for '%s'\n", reporter.verb,
+                  sql_log::fitting(column).c_str());
   return std::nullopt;
 }
 

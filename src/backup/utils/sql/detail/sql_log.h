@@ -27,9 +27,12 @@ void report(Source source, ACE_Log_Priority priority, int op_status, char const*
   log->log(priority, format, arguments...);
 }
 
-/// `text`, cut where the log would cut the record and with it the end of the line. The log takes 4 KiB a record.
-inline std::string fitting(std::string const& text) {
-  constexpr std::size_t longest = 3900;
+/// The log cuts a record at 4 KiB and with it the end of the line: what a text may take of it, and a key beside a text.
+constexpr std::size_t record_size = 3900;
+constexpr std::size_t key_size = 900;
+
+/// `text`, shortened where it is longer.
+inline std::string fitting(std::string const& text, std::size_t longest = record_size) {
   return text.size() <= longest ? text : text.substr(0, longest) + "...";
 }
 

@@ -57,9 +57,6 @@ void SQL_Writer::part(SQL const& part) {
   };
   static Own_Class const own_classes[] = {
       {&typeid(KV_Item_SQL), write<KV_Item_SQL>},
-      {&typeid(And_Filter_SQL), write<And_Filter_SQL>},
-      {&typeid(Or_Filter_SQL), write<Or_Filter_SQL>},
-      {&typeid(Filter_SQL), write<Filter_SQL>},
       {&typeid(In_Item_SQL), write<In_Item_SQL>},
       {&typeid(Select_SQL), write<Select_SQL>},
       {&typeid(SQL), write<SQL>},
@@ -73,7 +70,12 @@ void SQL_Writer::part(SQL const& part) {
   for (Own_Class const& own : own_classes) {
     if (*own.type != type) continue;
     own.write(part, *this);
-    merge(part.bindings_);
+    merge_bindings(part);
+    return;
+  }
+  if (Filter_SQL const* const filter = Filter_SQL::plain_filter(part)) {
+    filter->write_sql(*this);
+    merge_bindings(part);
     return;
   }
   scratch_.clear();
@@ -92,8 +94,4 @@ void SQL_Writer::value(SQL_Value const& value) {
   } else {
     param(value.val());
   }
-}
-
-void SQL_Writer::merge(Bindings const& bindings) {
-  for (auto const& [name, value] : bindings) bindings_.insert_or_assign(name, value);
 }

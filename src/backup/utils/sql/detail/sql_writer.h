@@ -3,6 +3,7 @@
 #include <string>
 
 #include "backup/utils/sql/sql.h"
+#include "backup/utils/sql/sql_value.h"
 
 /// Where a rendering goes: the text so far, the bindings, the parameter counter. Everything is appended in place,
 /// embedded statements too, so no text is copied once per level of nesting.
@@ -55,7 +56,7 @@ public:
   /// A column's value: its statement between parentheses, or the next parameter.
   void value(SQL_Value const& value);
   /// Copies the explicit bindings of `part`.
-  void merge_bindings(SQL const& part) { merge(part.bindings_); }
+  void merge_bindings(SQL const& part) { part.merge_bindings(bindings_, false); }
 
   /// Calls `write(element)` for each element, a comma between two.
   template <class List, class Write>
@@ -73,7 +74,6 @@ private:
   static void write(SQL const& part, SQL_Writer& out) {
     static_cast<T const&>(part).write_sql(out);
   }
-  void merge(Bindings const& bindings);
 
   SQL::Database_Type db_;
   std::string& sql_;

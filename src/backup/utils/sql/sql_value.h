@@ -1,0 +1,27 @@
+#pragma once
+
+#include <ace/Intrusive_Auto_Ptr.h>
+
+#include "backup/utils/sql/binding_value.h"
+#include "backup/utils/sql/sql.h"
+#include "backup/utils/sql/sql_export.h"
+
+/// The value of one column in INSERT and UPDATE: a bound value, or a statement, shared and written inline.
+class BACKUP_SQL_API SQL_Value {
+public:
+  /// No statement, and a null value.
+  SQL_Value();
+  // NOLINTBEGIN(google-explicit-constructor): either stands wherever a column's value is taken
+  SQL_Value(ACE_Intrusive_Auto_Ptr<SQL> const& sql);
+  SQL_Value(Binding_Value const& value);
+  SQL_Value(Binding_Value&& value) noexcept;
+  // NOLINTEND(google-explicit-constructor)
+
+  /// Null when the column holds a value. Owned by this object and its copies.
+  SQL* sql() const;
+  Binding_Value const& val() const;
+
+private:
+  ACE_Intrusive_Auto_Ptr<SQL> sql_;
+  Binding_Value val_;
+};

@@ -172,3 +172,15 @@ TEST(Union_SQL, joins_its_members_and_appends_to_the_text) {
   all.add_select_sql();
   EXPECT_EQ(render(all), "SELECT * UNION ALL SELECT *");
 }
+
+TEST(Select_SQL, may_be_assigned_from_a_part_of_itself) {
+  Select_SQL select("t", nullptr);
+  Select_SQL* const inner = select.sql_table("x");
+  inner->table("inner", nullptr).and_filter()->add_kv_eq_item("a", 1);
+  select = *inner;
+  EXPECT_EQ(render(select), "SELECT * FROM `inner` WHERE (`a`=:1) {:1=1}");
+  Select_SQL* const condition = select.and_filter()->add_key_select_sql_in_item("k");
+  condition->table("condition", nullptr).add_key("c", nullptr);
+  select = *condition;
+  EXPECT_EQ(render(select), "SELECT c FROM `condition`");
+}

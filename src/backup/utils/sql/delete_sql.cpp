@@ -1,10 +1,20 @@
 #include "backup/utils/sql/delete_sql.h"
 
+#include "backup/utils/sql/detail/sql_text.h"
 #include "backup/utils/sql/detail/sql_writer.h"
 
 Delete_SQL::Delete_SQL(char const* table) : Where_SQL(nullptr, TYPE_DELETE), table_(table) {}
 
-bool Delete_SQL::empty() const { return table_ == nullptr || *table_ == '\0'; }
+Delete_SQL::Delete_SQL(Delete_SQL const& other) = default;
+
+Delete_SQL& Delete_SQL::operator=(Delete_SQL const& other) {
+  Delete_SQL const replaced(*this);  // `other` may be a part of it
+  Where_SQL::operator=(other);
+  table_ = other.table_;
+  return *this;
+}
+
+bool Delete_SQL::empty() const { return !is_set(table_); }
 
 Delete_SQL& Delete_SQL::table(char const* name) {
   table_ = name;

@@ -11,6 +11,9 @@
 class BACKUP_SQL_API Delete_SQL : public Where_SQL {
 public:
   explicit Delete_SQL(char const* table);
+  /// Copies share the filter.
+  Delete_SQL(Delete_SQL const& other);
+  Delete_SQL& operator=(Delete_SQL const& other);
 
   /// True without a table text; conditions are not looked at.
   bool empty() const override;

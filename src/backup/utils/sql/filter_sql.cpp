@@ -141,12 +141,7 @@ void Filter_SQL::release(Items& items) noexcept {
 // Appends a new T. Null with errno ENOMEM and nothing added when memory is short.
 template <class T, class... Arguments>
 T* Filter_SQL::add(Arguments const&... arguments) {
-  return without_throwing([&] {
-    ACE_Intrusive_Auto_Ptr<SQL> owner;
-    T* const object = new_sql<T>(owner, arguments...);
-    items_.push_back(owner);
-    return object;
-  });
+  return add_new<T>([this](ACE_Intrusive_Auto_Ptr<SQL> const& item) { items_.push_back(item); }, arguments...);
 }
 
 // Appends a new condition that holds a statement, and returns that statement; null like `add`.

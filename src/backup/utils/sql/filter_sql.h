@@ -22,9 +22,9 @@ class Union_SQL;
 /// "0".
 ///
 /// The filter owns what its adders make; the pointers they return are borrowed and die with the entry. An adder that
-/// runs out of memory sets errno to ENOMEM, returns null (or the filter unchanged) and adds nothing; those for
-/// conditions say so in the log. Nested filters of any depth are rendered, copied, cleared and destroyed in constant
-/// stack.
+/// runs out of memory sets errno to ENOMEM, returns null (or the filter unchanged) and adds nothing; those that name a
+/// column or hold a statement say so in the log. Nested filters of any depth are rendered, copied, cleared and
+/// destroyed in constant stack.
 ///
 /// `empty()` is the base's and looks at a text that a filter never has: always true.
 class BACKUP_SQL_API Filter_SQL : public SQL {
@@ -70,6 +70,8 @@ public:
   /// `sub` is kept by address and must outlive every rendering.
   In_Item_SQL* add_in_item(std::string const& key, SQL const& sub);
   In_Item_SQL* add_not_in_item(std::string const& key, SQL const& sub);
+  In_Item_SQL* add_in_item(std::string const& key, SQL const&& sub) = delete;
+  In_Item_SQL* add_not_in_item(std::string const& key, SQL const&& sub) = delete;
 
   /// Bit 0 of `flags` compares a text in lower case.
   KV_Item_SQL* add_kv_item(Item_SQL::Item_Op op, std::string const& key, Binding_Value const& value,
@@ -95,7 +97,9 @@ public:
   SQL* add_sql_val_item(Item_SQL::Item_Op op, Binding_Value const& value);
 
   /// "key LIKE :__search_n ESCAPE '|'" for rows that hold `text`, "%" and "_" in it taken literally. The key is written
-  /// as it stands, not quoted; n is the number of entries before.
+  /// as it stands, not quoted; n is the number of entries of this filter before it. The name is not unique in a
+  /// statement: of two searches that are first in their filters, both find what the later one looks for, so keep
+  /// searches in one filter or bind names of your own with `add_sql_ex`.
   Filter_SQL& add_substr_matching(std::string const& key, std::string const& text);
 
   /// The first condition on the column `key`, quoted or not; null without one. Nested filters are not searched. Linear.

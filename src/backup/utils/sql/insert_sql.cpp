@@ -30,6 +30,19 @@ Insert_SQL::Insert_SQL(char const* table) : SQL(nullptr, TYPE_INSERT, true), tab
   new_entry();
 }
 
+Insert_SQL::Insert_SQL(Insert_SQL const& other) = default;
+
+Insert_SQL& Insert_SQL::operator=(Insert_SQL const& other) {
+  Insert_SQL const replaced(*this);  // `other` may be a part of it
+  SQL::operator=(other);
+  table_ = other.table_;
+  or_expr_ = other.or_expr_;
+  columns_ = other.columns_;
+  entries_ = other.entries_;
+  select_ = other.select_;
+  return *this;
+}
+
 void Insert_SQL::clear() {
   table_ = nullptr;
   or_expr_ = OR_NONE;
@@ -130,6 +143,11 @@ Insert_SQL& Insert_SQL::value_uuid(json_spirit::Object const& object, std::strin
   return value_uuid(key, object, key);
 }
 
+Insert_SQL& Insert_SQL::value_hex(std::string const& column, char const* hex) {
+  Binding_Value_Hex_Converter const converter;
+  return value(column, hex, &converter);
+}
+
 Insert_SQL& Insert_SQL::value_hex(std::string const& column, std::string const& hex) {
   Binding_Value_Hex_Converter const converter;
   return value(column, hex, &converter);
@@ -165,12 +183,8 @@ Insert_SQL& Insert_SQL::value_time(std::string const& column, long long const& s
 // A new statement as the column's value. Null with errno ENOMEM and nothing stored when memory is short.
 template <class T, class... Arguments>
 T* Insert_SQL::store_new(std::string const& column, Arguments... arguments) {
-  return without_throwing([&] {
-    ACE_Intrusive_Auto_Ptr<SQL> owner;
-    T* const statement = new_sql<T>(owner, arguments...);
-    store(column, SQL_Value(owner));
-    return statement;
-  });
+  return add_new<T>([&](ACE_Intrusive_Auto_Ptr<SQL> const& statement) { store(column, SQL_Value(statement)); },
+                    arguments...);
 }
 
 SQL* Insert_SQL::value_sql(std::string const& column) { return store_new<SQL>(column, nullptr, TYPE_RAW, true); }

@@ -32,6 +32,9 @@ public:
   using Entry = std::map<std::string, SQL_Value>;
 
   explicit Insert_SQL(char const* table);
+  /// Copies share the statements that stand for values or rows.
+  Insert_SQL(Insert_SQL const& other);
+  Insert_SQL& operator=(Insert_SQL const& other);
 
   void clear() override;
   /// True without columns and without a SELECT.
@@ -50,7 +53,8 @@ public:
   /// Drops all rows and starts one; the columns stay.
   Insert_SQL& clear_entries();
 
-  /// What every setter ends in: lists the column if it is new and sets its value in the last row.
+  /// What every setter ends in: lists the column if it is new and sets its value in the last row. Rows filled in the
+  /// order of the columns find theirs at once, others search the list.
   Insert_SQL& value_i(std::string const& column, SQL_Value const& value);
   Insert_SQL& value(std::string const& column, Binding_Value const& value,
                     Binding_Value_Converter const* converter = nullptr);
@@ -61,7 +65,7 @@ public:
   Insert_SQL& value(json_spirit::Object const& object, std::string const& key,
                     Binding_Value_Converter const* converter = nullptr);
 
-  /// Bytes of a uuid text; a text that is none is bound as it is.
+  /// Bytes of a uuid text; a text that is none is bound as it is, but for the empty text, which becomes no bytes.
   Insert_SQL& value_uuid(std::string const& column, char const* uuid);
   Insert_SQL& value_uuid(std::string const& column, std::string const& uuid);
   Insert_SQL& value_uuid(std::string const& column, Secure_String const& uuid);
@@ -69,7 +73,8 @@ public:
   /// warning.
   Insert_SQL& value_uuid(std::string const& column, json_spirit::Object const& object, std::string const& key);
   Insert_SQL& value_uuid(json_spirit::Object const& object, std::string const& key);
-  /// Bytes of 32 hexadecimal digits; a text of another length is bound as it is.
+  /// Bytes of 32 hexadecimal digits; any other text is bound as it is, but for the empty text, which becomes no bytes.
+  Insert_SQL& value_hex(std::string const& column, char const* hex);
   Insert_SQL& value_hex(std::string const& column, std::string const& hex);
   Insert_SQL& value_hex(std::string const& column, Secure_String const& hex);
   Insert_SQL& value_hex(std::string const& column, json_spirit::Object const& object, std::string const& key);

@@ -11,8 +11,9 @@
 #include "backup/utils/sql/sql_export.h"
 #include "json_spirit/json_spirit.h"
 
-/// One condition of a filter. An item that cannot render (no key, an operator without text) renders as empty text and
-/// the filter that holds it writes "()". Conditions keep copies of keys and values.
+/// One condition of a filter. A comparison that cannot be written (no key, an operator without text) renders as empty
+/// text, and the filter that holds it writes "()"; the parameters it took before that stay bound. Conditions keep
+/// copies of keys and values.
 class BACKUP_SQL_API Item_SQL : public SQL {
 public:
   enum Item_Type : std::uint32_t {
@@ -97,7 +98,8 @@ private:
 /// "`key` IN (...)" or "`key` NOT IN (...)", of a list or a statement.
 ///
 /// A list is written as literals, not bound: texts by `Quote`, integers and reals in decimal, booleans as 1 and 0, null
-/// as NULL, objects and arrays as their quoted compact JSON. An empty list is the constant "0" for IN, "1" for NOT IN.
+/// as NULL, objects and arrays as their quoted compact JSON. A real that is no number has
+/// no literal: leave it out. An empty list is the constant "0" for IN, "1" for NOT IN.
 /// Secret texts are refused with a critical log record: an empty text takes the place of the first element, a later one
 /// repeats the literal before it.
 class BACKUP_SQL_API In_Item_SQL : public Key_Item_SQL {
@@ -109,6 +111,7 @@ public:
   In_Item_SQL(std::string const& key, json_spirit::Object const& values, bool in, bool hex);
   /// Keeps the address of `sub`, which must outlive every rendering.
   In_Item_SQL(std::string const& key, SQL const& sub, bool in);
+  In_Item_SQL(std::string const& key, SQL const&& sub, bool in) = delete;
 
   void get_sql_i(Database_Type db, std::string& sql, Bindings& bindings, unsigned long long& index) const override;
 

@@ -9,13 +9,12 @@
 
 #include "backup/utils/sql/detail/sql_log.h"
 #include "backup/utils/sql/detail/sql_new.h"
+#include "backup/utils/sql/detail/sql_text.h"
 #include "backup/utils/sql/detail/sql_writer.h"
 
 namespace {
 
 constexpr char const* source_file = "src/backup/utils/sql/select_sql";
-
-bool is_set(char const* text) { return text != nullptr && *text != '\0'; }
 
 // `statement` when it is a SELECT, else null.
 SQL const* as_select(ACE_Intrusive_Auto_Ptr<SQL> const& statement) {
@@ -42,79 +41,71 @@ std::vector<std::string> split_list(char const* list) {
   return pieces;
 }
 
-// Makes an empty SELECT and lets `add` put its owner where it belongs. Null with errno ENOMEM when memory is short.
-template <class Add>
-Select_SQL* add_select(Add add) {
-  return without_throwing([&add] {
-    ACE_Intrusive_Auto_Ptr<SQL> owner;
-    Select_SQL* const select = new_sql<Select_SQL>(owner, nullptr, nullptr);
-    add(owner);
-    return select;
-  });
-}
-
 }  // namespace
 
 Select_SQL::Select_SQL(char const* table, char const* alias) : Where_SQL(nullptr, TYPE_SELECT) {
   if (is_set(table)) this->table(table, alias);
 }
 
+Select_SQL::Select_SQL(Select_SQL const& other) = default;
+
+Select_SQL& Select_SQL::operator=(Select_SQL const& other) {
+  Select_SQL const replaced(*this);  // `other` may be a part of it
+  Where_SQL::operator=(other);
+  clauses_ = other.clauses_;
+  return *this;
+}
+
 void Select_SQL::clear() {
-  clear_key();
-  tables_.clear();
-  from_ = nullptr;
-  clear_join();
-  group_by_.clear();
-  having_sql_ = nullptr;
-  having_.clear();
-  sorts_.clear();
-  order_by_ = nullptr;
-  limit_ = -1;
-  offset_ = 0;
-  desc_ = false;
-  distinct_ = false;
+  char const* const count = clauses_.count;
+  clauses_ = Clauses();
+  clauses_.count = count;
   Where_SQL::clear();
 }
 
-bool Select_SQL::empty() const { return !is_set(select_) && keys_.empty(); }
+bool Select_SQL::empty() const { return !is_set(clauses_.select) && clauses_.keys.empty(); }
 
 Select_SQL& Select_SQL::select(char const* text) {
-  select_ = text;
+  clauses_.select = text;
   return *this;
 }
 
 Select_SQL& Select_SQL::add_key(std::string const& key, char const* alias) {
-  keys_.push_back({key, {}, alias});
+  clauses_.keys.push_back({key, {}, alias});
   return *this;
 }
 
 Select_SQL* Select_SQL::add_sql_key(char const* alias) {
-  return add_select([&](ACE_Intrusive_Auto_Ptr<SQL> const& sql) { keys_.push_back({{}, sql, alias}); });
+  return add_new<Select_SQL>([&](ACE_Intrusive_Auto_Ptr<SQL> const& sql) {
+    clauses_.keys.push_back({{}, sql, alias});
+  });
 }
 
 Select_SQL& Select_SQL::clear_key() {
-  keys_.clear();
-  select_ = nullptr;
+  clauses_.keys.clear();
+  clauses_.select = nullptr;
   return *this;
 }
 
 Select_SQL& Select_SQL::count(char const* key) {
-  count_ = key;
+  clauses_.count = key;
   return *this;
 }
 
 Select_SQL& Select_SQL::from(char const* text) {
-  from_ = text;
+  clauses_.from = text;
   return *this;
 }
 
 Select_SQL& Select_SQL::table(char const* name, char const* alias) {
-  tables_.push_back({name, {}, alias});
+  clauses_.tables.push_back({name, {}, alias});
   return *this;
 }
 
 Select_SQL* Select_SQL::sql_table(char const* alias) {
-  return add_select([&](ACE_Intrusive_Auto_Ptr<SQL> const& sql) { tables_.push_back({nullptr, sql, alias}); });
+  return add_new<Select_SQL>([&](ACE_Intrusive_Auto_Ptr<SQL> const& sql) {
+    clauses_.tables.push_back({nullptr, sql, alias});
+  });
 }
 
 Select_SQL& Select_SQL::join(char const* table, char const* alias, std::string const& on) {
@@ -135,7 +126,7 @@ Select_SQL& Select_SQL::inner_join(char const* table, char const* alias, std::st
 
 Select_SQL& Select_SQL::join_i(Join_Mode mode, char const* table, char const* alias, std::string const& on) {
   Source const source = {table, {}, alias};
-  joins_.push_back({mode, source, on});
+  clauses_.joins.push_back({mode, source, on});
   return *this;
 }
 
@@ -154,14 +145,14 @@ Select_SQL* Select_SQL::sql_inner_join(char const* alias, std::string const& on)
 }
 
 Select_SQL* Select_SQL::sql_join_i(Join_Mode mode, char const* alias, std::string const& on) {
-  return add_select([&](ACE_Intrusive_Auto_Ptr<SQL> const& sql) {
+  return add_new<Select_SQL>([&](ACE_Intrusive_Auto_Ptr<SQL> const& sql) {
     Source const source = {nullptr, sql, alias};
-    joins_.push_back({mode, source, on});
+    clauses_.joins.push_back({mode, source, on});
   });
 }
 
 Select_SQL& Select_SQL::clear_join() {
-  joins_.clear();
+  clauses_.joins.clear();
   return *this;
 }
 
@@ -171,65 +162,65 @@ Select_SQL& Select_SQL::where(char const* text, bool copy) {
 }
 
 Select_SQL& Select_SQL::group_by(char const* text, bool copy) {
-  group_by_.set(text, copy);
+  clauses_.group_by.set(text, copy);
   return *this;
 }
 
 Select_SQL& Select_SQL::having(char const* text, bool copy) {
-  having_.set(text, copy);
+  clauses_.having.set(text, copy);
   return *this;
 }
 
 Select_SQL& Select_SQL::having(SQL const* condition) {
-  having_sql_ = condition;
+  clauses_.having_sql = condition;
   return *this;
 }
 
 Select_SQL& Select_SQL::order_by(char const* text) {
-  order_by_ = text;
+  clauses_.order_by = text;
   return *this;
 }
 
 Select_SQL& Select_SQL::sort_by(std::string const& key, bool desc) {
-  sorts_.push_back({key, desc});
+  clauses_.sorts.push_back({key, desc});
   return *this;
 }
 
 Select_SQL& Select_SQL::sort_keys(char const* keys) {
   std::vector<Sort> sorts;
-  for (std::string& piece : split_list(keys)) sorts.push_back({std::move(piece), desc_});
-  sorts_.swap(sorts);
+  for (std::string& piece : split_list(keys)) sorts.push_back({std::move(piece), clauses_.desc});
+  clauses_.sorts.swap(sorts);
   return *this;
 }
 
 Select_SQL& Select_SQL::sort_orders(char const* orders) {
   std::vector<std::string> const pieces = split_list(orders);
-  std::size_t const count = std::min(pieces.size(), sorts_.size());
-  for (std::size_t i = 0; i < count; ++i) sorts_[i].desc = pieces[i] == "desc";
+  std::size_t const count = std::min(pieces.size(), clauses_.sorts.size());
+  for (std::size_t i = 0; i < count; ++i) clauses_.sorts[i].desc = pieces[i] == "desc";
   return *this;
 }
 
 Select_SQL& Select_SQL::desc(bool d) {
-  for (Sort& sort : sorts_) sort.desc = d;
-  desc_ = d;
+  for (Sort& sort : clauses_.sorts) sort.desc = d;
+  clauses_.desc = d;
   return *this;
 }
 
 Select_SQL& Select_SQL::limit(long long n) {
-  limit_ = n;
+  clauses_.limit = n;
   return *this;
 }
 
 Select_SQL& Select_SQL::offset(long long n) {
-  offset_ = n;
+  clauses_.offset = n;
   return *this;
 }
 
-long long Select_SQL::limit() const { return limit_; }
-long long Select_SQL::offset() const { return offset_; }
+long long Select_SQL::limit() const { return clauses_.limit; }
+long long Select_SQL::offset() const { return clauses_.offset; }
 
 Select_SQL& Select_SQL::distinct(bool d) {
-  distinct_ = d;
+  clauses_.distinct = d;
   return *this;
 }
 
@@ -240,13 +231,13 @@ void Select_SQL::get_sql_i(Database_Type db, std::string& sql, Bindings& binding
 // SELECT [DISTINCT ]<text | key,... | *><tail><order, limit, offset>
 void Select_SQL::write_sql(SQL_Writer& out) const {
   out << "SELECT ";
-  if (distinct_) out << "DISTINCT ";
-  if (is_set(select_)) {
-    out << select_;
-  } else if (keys_.empty()) {
+  if (clauses_.distinct) out << "DISTINCT ";
+  if (is_set(clauses_.select)) {
+    out << clauses_.select;
+  } else if (clauses_.keys.empty()) {
     out << '*';
   } else {
-    out.list(keys_, [&](Key const& key) { write_key(out, key); });
+    out.list(clauses_.keys, [&](Key const& key) { write_key(out, key); });
   }
   std::string scratch;
   write_tail(out, scratch);
@@ -265,14 +256,14 @@ void Select_SQL::write_key(SQL_Writer& out, Key const& key) const {
 // [ FROM ...][ JOIN ...]...[ WHERE ...][ GROUP BY ...][ HAVING ...]
 void Select_SQL::write_tail(SQL_Writer& out, std::string& scratch) const {
   write_from(out);
-  for (Join const& join : joins_) write_join(out, join);
+  for (Join const& join : clauses_.joins) write_join(out, join);
   std::size_t const where_start = out.text().size();
   write_where(out);
   std::size_t const where_end = out.text().size();
-  if (!group_by_.empty()) out << " GROUP BY " << group_by_.get();
-  if (!having_.empty()) {
-    out << " HAVING " << having_.get();
-  } else if (having_sql_ != nullptr) {
+  if (!clauses_.group_by.empty()) out << " GROUP BY " << clauses_.group_by.get();
+  if (!clauses_.having.empty()) {
+    out << " HAVING " << clauses_.having.get();
+  } else if (clauses_.having_sql != nullptr) {
     scratch.assign(out.text(), where_start, where_end - where_start);
     write_having(out, scratch);
   }
@@ -280,13 +271,13 @@ void Select_SQL::write_tail(SQL_Writer& out, std::string& scratch) const {
 
 // FROM <text | source,...>, a source being `name` or (sub-select), each with its alias
 void Select_SQL::write_from(SQL_Writer& out) const {
-  if (is_set(from_)) {
-    out << " FROM " << from_;
+  if (is_set(clauses_.from)) {
+    out << " FROM " << clauses_.from;
     return;
   }
-  if (tables_.empty()) return;
+  if (clauses_.tables.empty()) return;
   out << " FROM ";
-  out.list(tables_, [&](Source const& source) {
+  out.list(clauses_.tables, [&](Source const& source) {
     if (SQL const* const sub = as_select(source.sql)) {
       out.sub_statement(*sub);
     } else if (is_set(source.name)) {
@@ -313,23 +304,23 @@ void Select_SQL::write_join(SQL_Writer& out, Join const& join) const {
 // The statement renders into the text that the WHERE clause was made in, as it stands: one that appends instead of
 // replacing finds that clause there.
 void Select_SQL::write_having(SQL_Writer& out, std::string& scratch) const {
-  having_sql_->get_sql(out.db(), scratch, out.bindings(), out.index());
+  clauses_.having_sql->get_sql(out.db(), scratch, out.bindings(), out.index());
   if (!scratch.empty()) out << " HAVING " << scratch;
 }
 
 // [ ORDER BY <text[ DESC] | key ASC|DESC,...>][ LIMIT n][ OFFSET n]
 void Select_SQL::write_order(SQL_Writer& out) const {
-  if (is_set(order_by_)) {
-    out << " ORDER BY " << order_by_;
-    if (desc_) out << " DESC";
-  } else if (!sorts_.empty()) {
+  if (is_set(clauses_.order_by)) {
+    out << " ORDER BY " << clauses_.order_by;
+    if (clauses_.desc) out << " DESC";
+  } else if (!clauses_.sorts.empty()) {
     out << " ORDER BY ";
-    out.list(sorts_, [&](Sort const& sort) { out << sort.key << (sort.desc ? " DESC" : " ASC"); });
+    out.list(clauses_.sorts, [&](Sort const& sort) { out << sort.key << (sort.desc ? " DESC" : " ASC"); });
   }
-  if (limit_ >= 0 || offset_ > 0) {
-    out << " LIMIT " << (limit_ >= 0 ? limit_ : std::numeric_limits<long long>::max());
+  if (clauses_.limit >= 0 || clauses_.offset > 0) {
+    out << " LIMIT " << (clauses_.limit >= 0 ? clauses_.limit : std::numeric_limits<long long>::max());
   }
-  if (offset_ > 0) out << " OFFSET " << offset_;
+  if (clauses_.offset > 0) out << " OFFSET " << clauses_.offset;
 }
 
 // SELECT COUNT(dummy) FROM (SELECT 1 dummy<tail>) | SELECT COUNT(key)<tail> | SELECT COUNT([DISTINCT
@@ -339,20 +330,20 @@ void Select_SQL::get_count_sql_i(Database_Type db, std::string& sql, Bindings& b
   sql = "SELECT COUNT(";
   SQL_Writer out(db, sql, bindings, index);
   std::string scratch;
-  if (group_by_.get() != nullptr) {
+  if (clauses_.group_by.get() != nullptr) {
     out << "dummy) FROM (SELECT 1 dummy";
     write_tail(out, scratch);
     out << get_count_sql_suffix(db);
     return;
   }
-  if (is_set(count_)) {
-    out << count_;
+  if (is_set(clauses_.count)) {
+    out << clauses_.count;
   } else {
     write_guessed_count_key(out);
   }
   out << ')';
   write_tail(out, scratch);
-  if (!is_set(count_) && distinct_) {
+  if (!is_set(clauses_.count) && clauses_.distinct) {
     sql_log::report({source_file}, LM_WARNING, 0,
                     "Please use Select_SQL::count(val) to set up the key of count query SQL: %s\n",
                     sql_log::fitting(sql).c_str());
@@ -360,9 +351,9 @@ void Select_SQL::get_count_sql_i(Database_Type db, std::string& sql, Bindings& b
 }
 
 void Select_SQL::write_guessed_count_key(SQL_Writer& out) const {
-  if (distinct_) out << "DISTINCT ";
-  if (!tables_.empty() && tables_.front().name != nullptr) {
-    Source const& first = tables_.front();
+  if (clauses_.distinct) out << "DISTINCT ";
+  if (!clauses_.tables.empty() && clauses_.tables.front().name != nullptr) {
+    Source const& first = clauses_.tables.front();
     out.name(first.alias != nullptr ? first.alias : first.name);
     out << '.';
   }

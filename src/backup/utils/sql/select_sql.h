@@ -18,13 +18,17 @@
 /// Table names and aliases get backticks; keys, conditions and free texts are written as they stand.
 ///
 /// Lifetime: every char const* is kept by pointer and must outlive rendering, unless a copy is asked for; std::string
-/// arguments are copied. Sub-selects returned for filling belong to the statement. Errors: setters check nothing; null
-/// and empty texts count as unset. Factories give null with errno ENOMEM and add nothing when memory is short.
+/// arguments are copied. Sub-selects returned for filling belong to the statement; statements nested in each other
+/// are rendered recursively. Errors: setters check nothing; null and empty texts count as unset, but for an empty alias
+/// in the count query. Factories give null with errno ENOMEM and add nothing when memory is short.
 class BACKUP_SQL_API Select_SQL : public Where_SQL {
 public:
   enum Join_Mode : std::uint32_t { PLAIN_JOIN = 1, LEFT_JOIN = 2, RIGHT_JOIN = 3, INNER_JOIN = 4, FULL_JOIN = 5 };
 
   explicit Select_SQL(char const* table = nullptr, char const* alias = nullptr);
+  /// Copies share the filter and the sub-selects.
+  Select_SQL(Select_SQL const& other);
+  Select_SQL& operator=(Select_SQL const& other);
 
   /// Back to the state of a new statement, but for the key set by `count()`, which stays: deliberate.
   void clear() override;
@@ -133,19 +137,24 @@ private:
   void write_order(SQL_Writer& out) const;
   void write_guessed_count_key(SQL_Writer& out) const;
 
-  std::vector<Key> keys_;
-  char const* select_ = nullptr;
-  char const* count_ = nullptr;
-  std::vector<Source> tables_;
-  char const* from_ = nullptr;
-  std::vector<Join> joins_;
-  SQL_Text group_by_;
-  SQL const* having_sql_ = nullptr;
-  SQL_Text having_;
-  std::vector<Sort> sorts_;
-  char const* order_by_ = nullptr;
-  long long limit_ = -1;
-  long long offset_ = 0;
-  bool desc_ = false;
-  bool distinct_ = false;
+  // All that a statement has beside its WHERE clause.
+  struct Clauses {
+    std::vector<Key> keys;
+    char const* select = nullptr;
+    char const* count = nullptr;
+    std::vector<Source> tables;
+    char const* from = nullptr;
+    std::vector<Join> joins;
+    SQL_Text group_by;
+    SQL const* having_sql = nullptr;
+    SQL_Text having;
+    std::vector<Sort> sorts;
+    char const* order_by = nullptr;
+    long long limit = -1;
+    long long offset = 0;
+    bool desc = false;
+    bool distinct = false;
+  };
+
+  Clauses clauses_;
 };

@@ -11,18 +11,23 @@ constexpr unsigned int all_flag = 1;
 
 Union_SQL::Union_SQL(unsigned int flags) : SQL(nullptr, TYPE_UNION, true), flags_(flags) {}
 
+Union_SQL::Union_SQL(Union_SQL const& other) = default;
+
+Union_SQL& Union_SQL::operator=(Union_SQL const& other) {
+  Union_SQL const replaced(*this);  // `other` may be a part of it
+  SQL::operator=(other);
+  flags_ = other.flags_;
+  selects_ = other.selects_;
+  return *this;
+}
+
 void Union_SQL::clear() {
   selects_.clear();
   SQL::clear();
 }
 
 Select_SQL* Union_SQL::add_select_sql() {
-  return without_throwing([this] {
-    ACE_Intrusive_Auto_Ptr<SQL> owner;
-    Select_SQL* const select = new_sql<Select_SQL>(owner, nullptr, nullptr);
-    selects_.push_back(owner);
-    return select;
-  });
+  return add_new<Select_SQL>([this](ACE_Intrusive_Auto_Ptr<SQL> const& select) { selects_.push_back(select); });
 }
 
 void Union_SQL::get_sql_i(Database_Type db, std::string& sql, Bindings& bindings, unsigned long long& index) const {

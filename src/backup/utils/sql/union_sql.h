@@ -17,6 +17,9 @@ class BACKUP_SQL_API Union_SQL : public SQL {
 public:
   /// Bit 0 of `flags`: UNION ALL. Other bits are not used.
   explicit Union_SQL(unsigned int flags);
+  /// Copies share the members.
+  Union_SQL(Union_SQL const& other);
+  Union_SQL& operator=(Union_SQL const& other);
 
   /// Drops the members; the flags stay.
   void clear() override;

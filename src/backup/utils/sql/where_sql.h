@@ -16,6 +16,9 @@ class BACKUP_SQL_API Where_SQL : public SQL {
 public:
   /// `text` is kept by pointer.
   Where_SQL(char const* text, Type type);
+  /// Copies share the filter: a condition added through one shows in both.
+  Where_SQL(Where_SQL const& other);
+  Where_SQL& operator=(Where_SQL const& other);
 
   void clear() override;
 

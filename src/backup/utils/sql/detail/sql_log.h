@@ -6,6 +6,8 @@
 
 #include <string>
 
+#include "backup/utils/sql/detail/sql_text.h"
+
 /// The one way into the log.
 namespace sql_log {
 
@@ -44,7 +46,7 @@ void unexpected(Source source, char const* format, Arguments... arguments) {
 
 /// True for a text; a null pointer or the empty text is reported as argument `name` and gives false.
 inline bool check_argument(Source source, char const* text, char const* name) {
-  if (text != nullptr && *text != '\0') return true;
+  if (is_set(text)) return true;
   unexpected(source, "Unexpected error in %N:%l, %s is NULL or \"\":\n%?\n", name);
   return false;
 }

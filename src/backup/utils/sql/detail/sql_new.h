@@ -27,3 +27,14 @@ T* new_sql(ACE_Intrusive_Auto_Ptr<SQL>& owner, Arguments&&... arguments) {
   owner.reset(object);
   return object;
 }
+
+/// Makes a T, lets `put` put its owner where it belongs, and returns it. Null with errno ENOMEM when memory is short.
+template <class T, class Put, class... Arguments>
+T* add_new(Put put, Arguments&&... arguments) noexcept {
+  return without_throwing([&] {
+    ACE_Intrusive_Auto_Ptr<SQL> owner;
+    T* const object = new_sql<T>(owner, std::forward<Arguments>(arguments)...);
+    put(owner);
+    return object;
+  });
+}

@@ -4,6 +4,7 @@
 #include <charconv>
 #include <typeinfo>
 
+#include "backup/utils/sql/detail/sql_text.h"
 #include "backup/utils/sql/filter_sql.h"
 #include "backup/utils/sql/item_sql.h"
 #include "backup/utils/sql/select_sql.h"
@@ -35,7 +36,7 @@ void SQL_Writer::name(std::string const& name) {
 }
 
 void SQL_Writer::alias(char const* alias) {
-  if (alias == nullptr || *alias == '\0') return;
+  if (!is_set(alias)) return;
   sql_ += ' ';
   name(alias);
 }
@@ -48,8 +49,9 @@ void SQL_Writer::param(Binding_Value const& value) {
   bindings_.insert_or_assign(std::string(buffer.data(), end), value);
 }
 
-// The library's own classes append to this writer's text. Anything else, a caller's subclass that renders its own way
-// included, gets a text of its own, as the contract of get_sql_i has it: hence the comparison of exact types.
+// The classes that statements are nested in append to this writer's text. Anything else, a caller's subclass that
+// renders its own way included, gets a text of its own, as the contract of get_sql_i has it: hence the comparison of
+// exact types.
 void SQL_Writer::part(SQL const& part) {
   struct Own_Class {
     std::type_info const* type;

@@ -18,6 +18,16 @@ column_value::Reporter reporter(int line = __builtin_LINE()) { return {{source_f
 
 Update_SQL::Update_SQL(char const* table) : Where_SQL(nullptr, TYPE_UPDATE), table_(table) {}
 
+Update_SQL::Update_SQL(Update_SQL const& other) = default;
+
+Update_SQL& Update_SQL::operator=(Update_SQL const& other) {
+  Update_SQL const replaced(*this);  // `other` may be a part of it
+  Where_SQL::operator=(other);
+  table_ = other.table_;
+  assignments_ = other.assignments_;
+  return *this;
+}
+
 void Update_SQL::clear() {
   table_ = nullptr;
   assignments_.clear();
@@ -94,12 +104,8 @@ Update_SQL& Update_SQL::set_time(std::string const& column, long long const& sec
 // A new statement as the column's value. Null with errno ENOMEM and nothing stored when memory is short.
 template <class T, class... Arguments>
 T* Update_SQL::store_new(std::string const& column, Arguments... arguments) {
-  return without_throwing([&] {
-    ACE_Intrusive_Auto_Ptr<SQL> owner;
-    T* const statement = new_sql<T>(owner, arguments...);
-    store(column, SQL_Value(owner));
-    return statement;
-  });
+  return add_new<T>([&](ACE_Intrusive_Auto_Ptr<SQL> const& statement) { store(column, SQL_Value(statement)); },
+                    arguments...);
 }
 
 SQL* Update_SQL::set_sql(std::string const& column) { return store_new<SQL>(column, nullptr, TYPE_RAW, true); }

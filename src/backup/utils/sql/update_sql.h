@@ -25,6 +25,9 @@ class Select_SQL;
 class BACKUP_SQL_API Update_SQL : public Where_SQL {
 public:
   explicit Update_SQL(char const* table);
+  /// Copies share the filter and the statements that stand for values.
+  Update_SQL(Update_SQL const& other);
+  Update_SQL& operator=(Update_SQL const& other);
 
   void clear() override;
   /// True without assignments; table and conditions are not looked at.
@@ -44,7 +47,7 @@ public:
   Update_SQL& set(json_spirit::Object const& object, std::string const& key,
                   Binding_Value_Converter const* converter = nullptr);
 
-  /// Bytes of a uuid text; a text that is none is assigned as it is.
+  /// Bytes of a uuid text; a text that is none is assigned as it is, but for the empty text, which becomes no bytes.
   Update_SQL& set_uuid(std::string const& column, char const* uuid);
   Update_SQL& set_uuid(std::string const& column, std::string const& uuid);
   Update_SQL& set_uuid(std::string const& column, Secure_String const& uuid);

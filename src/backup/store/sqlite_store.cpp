@@ -16,10 +16,10 @@
 namespace {
 
 constexpr int busy_milliseconds = 5000;
-// A compiled statement takes about ten times its text, so the kept ones stay around 10 MB. A multi-row INSERT of some
-// hundred kilobytes stays while it repeats, and a stream of different ones does not pile up.
+// A compiled statement takes up to 25 times its text, so what is kept stays near 12 MB: a multi-row INSERT of some
+// hundred kilobytes while it repeats, and never many of them.
 constexpr std::size_t kept_statements = 64;
-constexpr std::size_t kept_characters = 1024UL * 1024UL;
+constexpr std::size_t kept_characters = 512UL * 1024UL;
 
 struct Close {
   void operator()(sqlite3* db) const noexcept { sqlite3_close(db); }
@@ -35,8 +35,8 @@ using Handle = std::unique_ptr<sqlite3_stmt, Finalize>;
   throw Store_Error(message + " (SQLite error " + std::to_string(code) + ')', code, text);
 }
 
-// True when nothing but blanks, comments and semicolons is left. SQLite's own parser would tell too, but some settings act
-// as soon as they are parsed.
+// True when nothing but blanks, comments and semicolons is left. SQLite's own parser would tell too, but some settings
+// act as soon as they are parsed.
 bool is_blank(char const* text) {
   std::string_view rest(text);
   for (;;) {
@@ -63,7 +63,7 @@ Handle compile(sqlite3* db, std::string const& text, bool keep) {
   return handle;
 }
 
-// What to put around a statement's values while they are bound: JSON texts made for them, at addresses that stay.
+// The texts of objects and arrays while they are bound, at addresses that stay.
 using JSON_Texts = std::list<json_spirit::JSON_Dump>;
 
 template <class Text>
@@ -89,8 +89,8 @@ int bind_real(sqlite3_stmt* statement, int index, double value) {
   return sqlite3_bind_double(statement, index, value);
 }
 
-// Binds without copying: `value` and `json_texts` must live until the statement is through. Throws std::runtime_error with
-// the reason when the value itself is no good.
+// Binds without copying: `value` and `json_texts` must live until the statement is through. Throws std::runtime_error
+// with the reason when the value itself is no good.
 int bind_value(sqlite3_stmt* statement, int index, Binding_Value const& value, JSON_Texts& json_texts) {
   json_spirit::Value const& json = value.val();
   switch (value.type()) {
@@ -111,8 +111,8 @@ int bind_value(sqlite3_stmt* statement, int index, Binding_Value const& value, J
 struct Prepared {
   std::string text;
   Handle handle;
-  // The named parameters in order of name, as copies: SQLite finds one only by searching them all, and moves them when it
-  // compiles the text again after a schema change.
+  // The named parameters in order of name, as copies: SQLite finds one only by searching them all, and moves them when
+  // it compiles the text again after a schema change.
   std::vector<std::pair<std::string, int>> names;
 };
 
@@ -132,7 +132,8 @@ class Statement_Cache {
 public:
   using Node = std::list<Prepared>;  // of one statement
 
-  // Empty when there is none for `text`. A statement in use is out of here, so it is neither dropped nor given out again.
+  // Empty when there is none for `text`. A statement in use is out of here, so it is neither dropped nor given out
+  // again.
   Node take(std::string const& text) {
     Node taken;
     auto const kept = std::find_if(kept_.begin(), kept_.end(), [&](Prepared const& p) { return p.text == text; });
@@ -159,10 +160,8 @@ private:
 // A statement with the values of one run; ready for the next one when it goes back.
 class Running_Statement {
 public:
-  // Only statements with values are kept: others are mostly schemas and settings, and some settings act while they are
-  // compiled only.
-  Running_Statement(sqlite3* db, Statement_Cache& cache, std::string const& text, bool has_values)
-      : db_(db), cache_(cache), text_(text), keep_(has_values && text.size() <= kept_characters) {
+  Running_Statement(sqlite3* db, Statement_Cache& cache, std::string const& text)
+      : db_(db), cache_(cache), text_(text), keep_(text.size() <= kept_characters) {
     if (keep_) node_ = cache_.take(text);
     if (node_.empty()) node_.push_back(prepare(db, text, keep_));
     statement_ = node_.front().handle.get();
@@ -178,7 +177,7 @@ public:
   void bind(Bindings const& bindings) {
     auto const& names = node_.front().names;
     if (names.size() != static_cast<std::size_t>(sqlite3_bind_parameter_count(statement_))) {
-      refuse("a parameter without a name, but the values have names");
+      refuse("a parameter has no name, but values come by name");
     }
     auto parameter = names.begin();  // both are in order of name
     for (auto const& [name, value] : bindings) {
@@ -192,7 +191,7 @@ public:
 
   void bind(std::vector<Binding_Value> const& values) {
     auto const& names = node_.front().names;
-    if (!names.empty()) refuse("no value for the parameter " + names.front().first + ": the values have no names");
+    if (!names.empty()) refuse("parameter " + names.front().first + " has a name, but values come by position");
     auto const count = static_cast<std::size_t>(sqlite3_bind_parameter_count(statement_));
     if (count != values.size()) {
       refuse(std::to_string(values.size()) + " values for " + std::to_string(count) + " parameters");
@@ -209,13 +208,20 @@ public:
     return false;
   }
 
+  // Ends it, also before its last row: what a statement outside a transaction changed is committed here, or fails to
+  // be.
+  void finish() {
+    int const code = sqlite3_reset(statement_);
+    if (code != SQLITE_OK) fail_step(code);
+  }
+
   // Columns are known after the first step only, which may compile the statement again.
   std::size_t column_count() const { return static_cast<std::size_t>(sqlite3_column_count(statement_)); }
 
   std::vector<std::string> column_names() const {
-    std::vector<std::string> names;
-    names.reserve(column_count());
-    for (int i = 0; names.size() < column_count(); ++i) names.emplace_back(or_no_memory(sqlite3_column_name(statement_, i)));
+    std::vector<std::string> names(column_count());
+    int column = 0;
+    for (std::string& name : names) name = or_no_memory(sqlite3_column_name(statement_, column++));
     return names;
   }
 
@@ -240,49 +246,43 @@ private:
   }
 
   void bind(int index, Binding_Value const& value) {
+    int code = SQLITE_OK;
     try {
-      int const code = bind_value(statement_, index, value, json_texts_);
-      if (code != SQLITE_OK) fail(name_of(index) + ": " + sqlite3_errmsg(db_), code, text_);
-    } catch (Store_Error const&) {
-      throw;
+      code = bind_value(statement_, index, value, json_texts_);
     } catch (std::runtime_error const& error) {
       refuse(name_of(index) + ": " + error.what());
     }
+    if (code != SQLITE_OK) fail(name_of(index) + ": " + sqlite3_errmsg(db_), code, text_);
   }
 
   void read(int column, Binding_Value& value) {
     switch (sqlite3_column_type(statement_, column)) {
       case SQLITE_INTEGER: value = static_cast<long long>(sqlite3_column_int64(statement_, column)); break;
       case SQLITE_FLOAT: value = sqlite3_column_double(statement_, column); break;
-      case SQLITE_TEXT:
-        assign(or_no_memory(sqlite3_column_text(statement_, column)), column);
-        value = buffer_;
-        break;
+      case SQLITE_TEXT: value = characters(or_no_memory(sqlite3_column_text(statement_, column)), column); break;
       case SQLITE_BLOB:
-        assign(sqlite3_column_blob(statement_, column), column);
-        value = buffer_;
+        value = characters(sqlite3_column_blob(statement_, column), column);
         value.type(Binding_Value::bin_type);
         break;
       default: value = Binding_Value();
     }
   }
 
-  // The buffer keeps its storage from row to row. Empty bytes come as a null pointer.
-  void assign(void const* data, int column) {
+  // The text or bytes of the column, in a buffer that keeps its storage from row to row. No bytes come as a null
+  // pointer.
+  std::string const& characters(void const* data, int column) {
     auto const size = static_cast<std::size_t>(sqlite3_column_bytes(statement_, column));
-    buffer_.assign(size == 0 ? "" : static_cast<char const*>(data), size);
+    buffer_.assign(size == 0 ? "" : static_cast<char const*>(or_no_memory(data)), size);
+    return buffer_;
   }
 
-  // Functions quote their arguments in messages ("JSON path error near 'x'"), so with values bound only a constraint's
-  // message, which names columns, is passed on, and what the text says without any value.
+  // SQLite's functions quote their arguments ("JSON path error near 'x'"). With values bound, only the message of a
+  // constraint is told, which names columns, or that of a text that does not compile any more, which knows no values.
   [[noreturn]] void fail_step(int code) {
-    std::string const message = sqlite3_errmsg(db_);
-    bool const quotes_values = sqlite3_bind_parameter_count(statement_) > 0 && (code & 0xFF) != SQLITE_CONSTRAINT;
-    if (quotes_values) {
-      compile(db_, text_, false);
-      fail(sqlite3_errstr(code), code, text_);
-    }
-    fail(message, code, text_);
+    bool const may_quote = sqlite3_bind_parameter_count(statement_) > 0 && (code & 0xFF) != SQLITE_CONSTRAINT;
+    if (!may_quote) fail(sqlite3_errmsg(db_), code, text_);
+    compile(db_, text_, false);
+    fail(sqlite3_errstr(code), code, text_);
   }
 
   sqlite3* db_;
@@ -295,20 +295,79 @@ private:
   std::string buffer_;
 };
 
-}  // namespace
-
-struct SQLite_Store::Connection {
-  Database db;
-  Statement_Cache cache;
-};
-
-namespace {
-
 int open_flags(SQLite_Store::Open_Mode mode) {
-  // One thread at a time is the contract of the store.
-  int const flags = SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_EXRESCODE;
+  int const flags = SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_EXRESCODE;  // a store is used by one thread at a time
   if (mode == SQLite_Store::OPEN_READ_ONLY) return flags | SQLITE_OPEN_READONLY;
   return flags | SQLITE_OPEN_READWRITE | (mode == SQLite_Store::OPEN_OR_CREATE ? SQLITE_OPEN_CREATE : 0);
 }
 
+// <SQLite's message>[: <what the system says>]
+std::string open_error(sqlite3* db, int code) {
+  std::string const message = sqlite3_errmsg(db);
+  bool const is_system = (code & 0xFF) == SQLITE_CANTOPEN || (code & 0xFF) == SQLITE_IOERR;
+  int const cause = is_system ? sqlite3_system_errno(db) : 0;
+  return cause == 0 ? message : message + ": " + std::system_category().message(cause);
+}
+
+Database open_database(std::string const& path, SQLite_Store::Open_Mode mode) {
+  if (path.empty() || path.find('\0') != std::string::npos) {
+    throw Store_Error("cannot open a database whose path is empty or holds a zero byte", 0, "");
+  }
+  std::string const place = "cannot open database '" + path + "': ";
+  // Where SQLite is built to read URIs, a path that begins like one is still a path.
+  std::string const file = path.compare(0, 5, "file:") == 0 ? "./" + path : path;
+  sqlite3* handle = nullptr;
+  int code = sqlite3_open_v2(file.c_str(), &handle, open_flags(mode), nullptr);
+  Database db(handle);
+  if (code == SQLITE_OK) {
+    sqlite3_busy_timeout(handle, busy_milliseconds);
+    // The second setting is in the file, which is read here for the first time.
+    code = sqlite3_exec(handle, "PRAGMA foreign_keys=ON;PRAGMA schema_version", nullptr, nullptr, nullptr);
+  }
+  if (code != SQLITE_OK) fail(place + open_error(handle, code), code, "");
+  if (mode != SQLite_Store::OPEN_READ_ONLY && sqlite3_db_readonly(handle, "main") == 1) {
+    throw Store_Error(place + "it cannot be written", 0, "");
+  }
+  return db;
+}
+
 }  // namespace
+
+struct SQLite_Store::Connection {
+  Database db;
+  Statement_Cache cache;  // goes before the database
+};
+
+SQLite_Store::SQLite_Store(std::string const& path, Open_Mode mode)
+    : connection_(std::make_unique<Connection>(Connection{open_database(path, mode), {}})) {}
+
+SQLite_Store::~SQLite_Store() = default;
+
+SQL::Database_Type SQLite_Store::dialect() const { return SQL::DB_SQLITE; }
+
+unsigned long long SQLite_Store::execute(std::string const& text, Bindings const* bindings,
+                                         std::vector<Binding_Value> const& values, Row_Callback const& callback,
+                                         std::vector<std::string>* columns) {
+  sqlite3* const db = connection_->db.get();
+  sqlite3_int64 const changes_before = sqlite3_total_changes64(db);
+  Running_Statement statement(db, connection_->cache, text);
+  if (bindings != nullptr) {
+    statement.bind(*bindings);
+  } else {
+    statement.bind(values);
+  }
+  bool more = statement.step();
+  if (columns != nullptr) *columns = statement.column_names();
+  Row row;
+  while (more) {
+    if (callback) {
+      statement.read(row);
+      if (!callback(row)) break;
+    }
+    more = statement.step();
+  }
+  statement.finish();
+  // A statement that changes no row leaves the number of the one before.
+  bool const changed = sqlite3_total_changes64(db) != changes_before;
+  return changed ? static_cast<unsigned long long>(sqlite3_changes64(db)) : 0;
+}

@@ -15,8 +15,8 @@ class BACKUP_STORE_API SQLite_Store : public Store {
 public:
   enum Open_Mode {
     OPEN_OR_CREATE,
-    OPEN_EXISTING,  ///< read and write; an error when the file is missing
-    OPEN_READ_ONLY  ///< an error when the file is missing
+    OPEN_READ_WRITE,  ///< an error when the file is missing
+    OPEN_READ_ONLY    ///< an error when the file is missing
   };
 
   /// Throws Store_Error when the file cannot be opened or is no database.

@@ -27,11 +27,14 @@ struct Rendered {
 
 Rendered render(SQL const& statement, SQL::Database_Type db, Store::Binding_Mode mode, bool count) {
   Rendered out;
+  auto const write = [&](auto& values) {
+    count ? statement.get_count_sql(db, out.text, values) : statement.get_sql(db, out.text, values);
+  };
   try {
     if (mode == Store::BY_NAME) {
-      count ? statement.get_count_sql(db, out.text, out.bindings) : statement.get_sql(db, out.text, out.bindings);
+      write(out.bindings);
     } else {
-      count ? statement.get_count_sql(db, out.text, out.values) : statement.get_sql(db, out.text, out.values);
+      write(out.values);
     }
   } catch (std::length_error const&) {
     throw Store_Error("more names are bound than the text can hold", 0, out.text);
@@ -41,6 +44,12 @@ Rendered render(SQL const& statement, SQL::Database_Type db, Store::Binding_Mode
 
 Bindings const* named(Rendered const& rendered, Store::Binding_Mode mode) {
   return mode == Store::BY_NAME ? &rendered.bindings : nullptr;
+}
+
+bool is_count(Store::Row const& row) {
+  if (row.size() != 1 || row.front().type() != Binding_Value::int_type) return false;
+  json_spirit::Value const& number = row.front().val();
+  return number.is_uint64() || number.get_int64() >= 0;
 }
 
 char const* begin_text(SQL::Database_Type db) {
@@ -98,9 +107,7 @@ unsigned long long Store::count(SQL const& statement, Binding_Mode mode) {
     return false;
   };
   execute(rendered.text, named(rendered, mode), rendered.values, keep, nullptr);
-  if (number.size() != 1 || number.front().type() != Binding_Value::int_type) {
-    throw Store_Error("the count query does not give one number", 0, rendered.text);
-  }
+  if (!is_count(number)) throw Store_Error("the count query does not give one number", 0, rendered.text);
   return number.front().val().get_uint64();
 }
 

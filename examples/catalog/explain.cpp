@@ -1,0 +1,57 @@
+#include "explain.h"
+
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "backup/utils/sql/sql.h"
+#include "text.h"
+
+namespace {
+
+std::string value_text(Binding_Value const& value) {
+  if (value.type() == Binding_Value::str_type) return '"' + printable(value.val().get_str()) + '"';
+  std::string text;
+  value.to_str(text);
+  return text;
+}
+
+void write_named(std::ostream& out, char const* title, std::string const& text, Bindings const& bindings) {
+  out << "  " << title << ", by name\n    " << text << '\n';
+  for (auto const& [name, value] : bindings) out << "      " << name << " = " << value_text(value) << '\n';
+}
+
+void write_positional(std::ostream& out, char const* title, std::string const& text,
+                      std::vector<Binding_Value> const& values) {
+  out << "  " << title << ", by position\n    " << text << '\n';
+  std::size_t position = 0;
+  for (Binding_Value const& value : values) out << "      " << ++position << " = " << value_text(value) << '\n';
+}
+
+void explain_for(SQL const& statement, SQL::Database_Type db, std::ostream& out) {
+  std::string text;
+  Bindings bindings;
+  statement.get_sql(db, text, bindings);
+  write_named(out, "statement", text, bindings);
+
+  std::vector<Binding_Value> values;
+  statement.get_sql(db, text, values);
+  write_positional(out, "statement", text, values);
+
+  bindings.clear();
+  statement.get_count_sql(db, text, bindings);
+  write_named(out, "count query", text, bindings);
+
+  values.clear();
+  statement.get_count_sql(db, text, values);
+  write_positional(out, "count query", text, values);
+}
+
+}  // namespace
+
+void explain(SQL const& statement, std::ostream& out) {
+  out << "MySQL\n";
+  explain_for(statement, SQL::DB_MYSQL, out);
+  out << "SQLite\n";
+  explain_for(statement, SQL::DB_SQLITE, out);
+}

@@ -1,0 +1,15 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+using Words = std::vector<std::string>;
+
+/// Both throw CLI::ValidationError, which names the option, for a text that it does not take.
+
+/// `word` must be one of `allowed`.
+void require_word(std::string const& option, std::string const& word, Words const& allowed);
+
+/// A number from 0 to 2^63-1, with `units` also followed by one letter of them: the first stands for 1024, each further
+/// one for 1024 times as much.
+long long read_number(std::string const& option, std::string const& text, std::string const& units = "");

@@ -1,0 +1,175 @@
+#include "output.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <ostream>
+#include <string>
+#include <utility>
+
+#include "backup/runtime/posix_time.h"
+#include "catalog.h"
+#include "file.h"
+#include "json_spirit/json_spirit.h"
+#include "text.h"
+
+namespace {
+
+constexpr char const* time_pattern = "%Y-%m-%d %H:%M:%S";
+
+std::string word_or_number(char const* word, long long number) {
+  return word != nullptr ? word : std::to_string(number);
+}
+
+// The value as text without regard to a format; empty for NULL.
+std::string cell_text(Cell cell, Binding_Value const& value) {
+  if (value.type() == Binding_Value::null_type) return {};
+  json_spirit::Value const& val = value.val();
+  switch (cell) {
+    case Cell::text: return val.get_str();
+    case Cell::number: break;
+    case Cell::kind: return word_or_number(kind_word(val.get_int64()), val.get_int64());
+    case Cell::state: return word_or_number(run_state_word(val.get_int64()), val.get_int64());
+    case Cell::time: return POSIX_Time_To_ISO8601(val.get_int64(), time_pattern);
+    case Cell::uuid: return uuid_text(val.get_str());
+  }
+  return std::to_string(val.get_int64());
+}
+
+class Table_Writer : public Page_Writer {
+public:
+  Table_Writer(std::ostream& out, Columns const& columns, unsigned long long total, unsigned long long offset)
+      : out_(out), columns_(columns), total_(total), offset_(offset) {
+    Line& header = lines_.emplace_back();
+    for (Column const& column : columns) {
+      std::string title = column.name;
+      std::transform(title.begin(), title.end(), title.begin(),
+                     [](char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; });
+      header.push_back(std::move(title));
+    }
+  }
+
+  void row(Store::Row const& values) override {
+    Line& line = lines_.emplace_back();
+    for (std::size_t i = 0; i < columns_.size(); ++i) {
+      bool const is_number = columns_[i].cell == Cell::number && values[i].type() == Binding_Value::int_type;
+      line.push_back(is_number ? grouped(static_cast<unsigned long long>(values[i].val().get_int64()))
+                               : printable(cell_text(columns_[i].cell, values[i])));
+    }
+  }
+
+  void end() override {
+    std::vector<std::size_t> widths(columns_.size());
+    for (Line const& line : lines_) {
+      for (std::size_t i = 0; i < line.size(); ++i) widths[i] = std::max(widths[i], display_width(line[i]));
+    }
+    for (Line const& line : lines_) write_line(line, widths);
+    std::size_t const rows = lines_.size() - 1;
+    if (rows == 0) {
+      out_ << "0";
+    } else {
+      out_ << grouped(offset_ + 1) << '-' << grouped(offset_ + rows);
+    }
+    out_ << " of " << grouped(total_) << '\n';
+  }
+
+private:
+  using Line = std::vector<std::string>;
+
+  void write_line(Line const& line, std::vector<std::size_t> const& widths) {
+    std::string text;
+    for (std::size_t i = 0; i < line.size(); ++i) {
+      std::string const padding(widths[i] - display_width(line[i]), ' ');
+      text += columns_[i].cell == Cell::number ? padding + line[i] : line[i] + padding;
+      text += "  ";
+    }
+    text.erase(text.find_last_not_of(' ') + 1);
+    out_ << text << '\n';
+  }
+
+  std::ostream& out_;
+  Columns const& columns_;
+  unsigned long long total_;
+  unsigned long long offset_;
+  std::vector<Line> lines_;
+};
+
+class JSON_Writer : public Page_Writer {
+public:
+  JSON_Writer(std::ostream& out, Columns const& columns, unsigned long long total, unsigned long long offset)
+      : out_(out), columns_(columns) {
+    out_ << "{\"total\":" << total << ",\"offset\":" << offset << ",\"rows\":[";
+  }
+
+  void row(Store::Row const& values) override {
+    json_spirit::Object object;
+    for (std::size_t i = 0; i < columns_.size(); ++i) object[columns_[i].name] = json(columns_[i].cell, values[i]);
+    json_spirit::JSON_Dump const text(json_spirit::Value(std::move(object)), false);
+    out_ << separator_;
+    out_.write(text.c_str(), static_cast<std::streamsize>(text.size()));
+    separator_ = ",\n";
+  }
+
+  void end() override { out_ << "]}\n"; }
+
+private:
+  static json_spirit::Value json(Cell cell, Binding_Value const& value) {
+    if (cell == Cell::number || value.type() == Binding_Value::null_type) return value.val();
+    return valid_utf8(cell_text(cell, value));
+  }
+
+  std::ostream& out_;
+  Columns const& columns_;
+  char const* separator_ = "\n";
+};
+
+class CSV_Writer : public Page_Writer {
+public:
+  CSV_Writer(std::ostream& out, Columns const& columns) : out_(out), columns_(columns) {
+    for (Column const& column : columns_) field(column.name);
+    end_line();
+  }
+
+  void row(Store::Row const& values) override {
+    for (std::size_t i = 0; i < columns_.size(); ++i) field(cell_text(columns_[i].cell, values[i]));
+    end_line();
+  }
+
+  void end() override {}
+
+private:
+  void field(std::string const& text) {
+    out_ << separator_;
+    separator_ = ",";
+    if (text.find_first_of(",\"\r\n") == std::string::npos) {
+      out_ << text;
+      return;
+    }
+    out_ << '"';
+    for (char const c : text) {
+      if (c == '"') out_ << '"';
+      out_ << c;
+    }
+    out_ << '"';
+  }
+
+  void end_line() {
+    out_ << "\r\n";
+    separator_ = "";
+  }
+
+  std::ostream& out_;
+  Columns const& columns_;
+  char const* separator_ = "";
+};
+
+}  // namespace
+
+std::unique_ptr<Page_Writer> page_writer(Format format, std::ostream& out, Columns const& columns,
+                                         unsigned long long total, unsigned long long offset) {
+  switch (format) {
+    case Format::json: return std::make_unique<JSON_Writer>(out, columns, total, offset);
+    case Format::csv: return std::make_unique<CSV_Writer>(out, columns);
+    case Format::table: break;
+  }
+  return std::make_unique<Table_Writer>(out, columns, total, offset);
+}

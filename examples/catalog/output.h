@@ -1,0 +1,37 @@
+#pragma once
+
+#include <iosfwd>
+#include <memory>
+#include <vector>
+
+#include "backup/store/store.h"
+
+enum class Format { table, json, csv };
+
+/// What the values of a column mean, and so how they are written.
+enum class Cell { text, number, kind, state, time, uuid };
+
+/// A column of a result: its SQL expression, its name in the statement and in the output, its meaning.
+struct Column {
+  char const* expression;
+  char const* name;
+  Cell cell;
+};
+using Columns = std::vector<Column>;
+
+/// Writes a page of rows. Times are UTC.
+///
+///   table  aligned columns, then "21-40 of 1,234"; names with control characters are written as `printable` has them
+///   json   one object with total, offset and rows; bytes that are no UTF-8 become U+FFFD. A row a line, as it comes
+///   csv    RFC 4180, a header line first; names are written byte for byte. A row a line, as it comes
+class Page_Writer {
+public:
+  virtual ~Page_Writer() = default;
+  /// `values` in the order of the columns.
+  virtual void row(Store::Row const& values) = 0;
+  virtual void end() = 0;
+};
+
+/// `total`: rows without paging; `offset`: rows before the page. `out` and `columns` outlive the writer.
+std::unique_ptr<Page_Writer> page_writer(Format format, std::ostream& out, Columns const& columns,
+                                         unsigned long long total, unsigned long long offset);

@@ -1,0 +1,88 @@
+#include "store_file.h"
+
+#include <filesystem>
+#include <stdexcept>
+#include <system_error>
+
+#include "backup/store/sqlite_store.h"
+#include "backup/utils/sql/select_sql.h"
+#include "schema.h"
+
+namespace {
+
+// SQLite keeps both numbers in the file's header: whose file it is, and the version of its schema.
+constexpr long long application_id = 0x43544C47;
+constexpr long long schema_version = 1;
+
+long long pragma(Store& store, std::string const& name) {
+  long long number = 0;
+  store.query("PRAGMA " + name, [&](Store::Row const& row) {
+    number = row.front().val().get_int64();
+    return false;
+  });
+  return number;
+}
+
+void set_pragma(Store& store, std::string const& name, long long number) {
+  store.run("PRAGMA " + name + " = " + std::to_string(number));
+}
+
+bool has_tables(Store& store) {
+  Select_SQL tables("sqlite_master");
+  tables.count("*");
+  return store.count(tables) > 0;
+}
+
+void create_if_empty(Store& store) {
+  Transaction transaction(store);
+  if (has_tables(store)) return;
+  create_schema(store);
+  set_pragma(store, "application_id", application_id);
+  set_pragma(store, "user_version", schema_version);
+  transaction.commit();
+}
+
+void check_catalog(Store& store, std::string const& file) {
+  if (pragma(store, "application_id") != application_id) throw std::runtime_error(file + " is no catalogue");
+  long long const version = pragma(store, "user_version");
+  if (version != schema_version) {
+    throw std::runtime_error(file + " is a catalogue of schema version " + std::to_string(version) +
+                             ", this program reads version " + std::to_string(schema_version));
+  }
+}
+
+// Reading needs no right to write, unless a writer was killed and what it left half done must be rolled back first.
+std::unique_ptr<Store> open_for_reading(std::string const& file) {
+  try {
+    return std::make_unique<SQLite_Store>(file, SQLite_Store::OPEN_READ_ONLY);
+  } catch (Store_Error const&) {
+    return std::make_unique<SQLite_Store>(file, SQLite_Store::OPEN_READ_WRITE);
+  }
+}
+
+std::unique_ptr<Store> open_or_create(std::string const& file) {
+  auto store = std::make_unique<SQLite_Store>(file, SQLite_Store::OPEN_OR_CREATE);
+  create_if_empty(*store);
+  return store;
+}
+
+std::unique_ptr<Store> open(std::string const& file, Access access) {
+  switch (access) {
+    case Access::read: return open_for_reading(file);
+    case Access::create: return open_or_create(file);
+    case Access::change: break;
+  }
+  return std::make_unique<SQLite_Store>(file, SQLite_Store::OPEN_READ_WRITE);
+}
+
+}  // namespace
+
+std::unique_ptr<Store> open_store(std::string const& file, Access access) {
+  std::error_code ignored;
+  if (access != Access::create && !std::filesystem::exists(file, ignored)) {
+    throw std::runtime_error(file + ": no such store file");
+  }
+  std::unique_ptr<Store> store = open(file, access);
+  check_catalog(*store, file);
+  return store;
+}

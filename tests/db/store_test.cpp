@@ -1,0 +1,442 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <limits>
+#include <string>
+#include <thread>
+#include <tuple>
+#include <utility>
+#include <vector>
+
+#include "backup/store/sqlite_store.h"
+#include "backup/utils/sql/delete_sql.h"
+#include "backup/utils/sql/insert_sql.h"
+#include "backup/utils/sql/select_sql.h"
+#include "backup/utils/sql/union_sql.h"
+#include "support/render.h"
+
+namespace {
+
+using json_spirit::Array;
+using json_spirit::Object;
+using Values = std::vector<json_spirit::Value>;
+
+constexpr char const* uuid_b = "0f0e0d0c-0b0a-4908-8706-0504030201bb";
+constexpr char const* hex_a = "0f0e0d0c0b0a490887060504030201aa";
+constexpr char const* hex_b = "0F0E0D0C0B0A490887060504030201BB";
+
+struct Raw : SQL {
+  explicit Raw(char const* text) : SQL(text, TYPE_RAW, true) {}
+};
+
+// JSON cells, x"0A" for bytes: "1,\"a\" 2,null"
+std::string rows_text(Store& store, SQL const& statement, Store::Binding_Mode mode = Store::BY_NAME) {
+  std::string text;
+  for (Store::Row const& row : store.rows(statement, mode)) {
+    char const* separator = text.empty() ? "" : " ";
+    for (Binding_Value const& value : row) text += std::exchange(separator, ",") + value_text(value);
+  }
+  return text;
+}
+
+template <class Use>
+std::string error_of(Use const& use) {
+  try {
+    use();
+  } catch (Store_Error const& error) {
+    return error.what();
+  }
+  return "no error";
+}
+
+class SQLite_Rows : public testing::TestWithParam<Store::Binding_Mode> {
+protected:
+  SQLite_Rows() {
+    store_.run("CREATE TABLE v(a,b)");
+    store_.run("CREATE TABLE item(id INTEGER PRIMARY KEY, name, size, ratio REAL, flag, parent, note, uuid)");
+    store_.run(
+        "INSERT INTO item VALUES (1,'alpha',10,0.5,1,NULL,NULL,x'0f0e0d0c0b0a490887060504030201aa'),"
+        "(2,'O''Neil',20,1.5,0,1,'{\"a\":1}',x'0f0e0d0c0b0a490887060504030201bb'),"
+        "(3,'100%',30,NULL,1,1,'[1,\"x\"]',NULL),(4,'a_b|c',40,2.5,0,2,NULL,NULL),"
+        "(5,'ALPHA',10,NULL,1,2,'1000',NULL),(6,'axb',60,NULL,0,NULL,'',NULL)");
+  }
+
+  std::string rows(SQL const& statement) { return rows_text(store_, statement, GetParam()); }
+
+  // Of the items that the filter lets pass, which the count query counts too.
+  template <class Fill>
+  std::string ids(Fill const& fill) {
+    Select_SQL select("item");
+    select.add_key("id", nullptr).order_by("id");
+    fill(*select.and_filter());
+    EXPECT_EQ(store_.count(select, GetParam()), store_.rows(select, GetParam()).size());
+    return rows(select);
+  }
+
+  SQLite_Store store_{":memory:"};
+};
+
+struct Temporary_Directory {
+  Temporary_Directory() { std::filesystem::create_directories(path); }
+  ~Temporary_Directory() { std::filesystem::remove_all(path); }
+  std::string file(char const* name) const { return (path / name).string(); }
+  std::filesystem::path const path =
+      std::filesystem::path(testing::TempDir()) / testing::UnitTest::GetInstance()->current_test_info()->name();
+};
+
+}  // namespace
+
+INSTANTIATE_TEST_SUITE_P(Modes, SQLite_Rows, testing::Values(Store::BY_NAME, Store::BY_POSITION));
+
+TEST_P(SQLite_Rows, every_kind_of_value_comes_back) {
+  std::pair<Binding_Value, char const*> const cases[] = {
+      {{}, R"(null,"null")"},
+      {true, R"(1,"integer")"},
+      {false, R"(0,"integer")"},
+      {std::numeric_limits<long long>::min(), R"(-9223372036854775808,"integer")"},
+      {9223372036854775807ULL, R"(9223372036854775807,"integer")"},
+      {0.1, R"(0.1,"real")"},
+      {3.0, R"(3.0,"real")"},
+      {"it's ? :1", R"("it's ? :1","text")"},
+      {"", R"("","text")"},
+      {std::string("\0a\0", 3), R"("\u0000a\u0000","text")"},
+      {Secure_String("too long for the string object"), R"("too long for the string object","text")"},
+      {Byte_String{0, 255, 0}, R"(x"00FF00","blob")"},
+      {Byte_String(), R"(x"","blob")"},
+      {Secure_Byte_String{1, 0}, R"(x"0100","blob")"},
+      {Secure_Byte_String(), R"(x"","blob")"},
+      {Object{{"b", 1}, {"a", Array{false, 0.5}}}, R"("{\"a\":[false,0.5],\"b\":1}","text")"},
+      {Array{"x", true}, R"("[\"x\",true]","text")"},
+  };
+  for (auto const& [value, row] : cases) {  // one statement, kept and run with other values
+    EXPECT_EQ(store_.run(Insert_SQL("v").value("a", value), GetParam()), 1U);
+    EXPECT_EQ(rows(Raw("SELECT a,typeof(a) FROM v")), row);
+    store_.run("DELETE FROM v");
+  }
+}
+
+TEST_P(SQLite_Rows, in_lists_choose_rows) {
+  struct {
+    char const* key;
+    Values values;
+    char const* in;
+    char const* not_in;
+  } const cases[] = {
+      {"name", {"O'Neil", "100%", "a\\'b", "''"}, "2 3", "1 4 5 6"},
+      {"size", {20, 18446744073709551615ULL, 30.0, -1}, "2 3", "1 4 5 6"},
+      {"ratio", {0.5, 2.5, true}, "1 4", "2"},
+      {"flag", {true}, "1 3 5", "2 4 6"},
+      {"ratio", {json_spirit::Value(), 0.5}, "1", ""},
+      {"note", {Object{{"a", 1}}, Array{1, "x"}}, "2 3", "5 6"},
+      {"id", {}, "", "1 2 3 4 5 6"},
+  };
+  for (auto const& c : cases) {
+    SCOPED_TRACE(c.key);
+    EXPECT_EQ(ids([&](Filter_SQL& f) { f.add_in_item(c.key, c.values, 0); }), c.in);
+    EXPECT_EQ(ids([&](Filter_SQL& f) { f.add_not_in_item(c.key, c.values, 0); }), c.not_in);
+  }
+  EXPECT_EQ(ids([](Filter_SQL& f) { f.add_not_in_item("name", Object{{"O'Neil", 1}, {"axb", 2}}); }), "1 3 4 5");
+  EXPECT_EQ(ids([](Filter_SQL& f) { f.add_in_uuid_item("uuid", {hex_a, hex_b}); }), "1 2");
+  EXPECT_EQ(ids([](Filter_SQL& f) { f.add_not_in_uuid_item("uuid", {hex_a}); }), "2");
+}
+
+TEST_P(SQLite_Rows, conditions_choose_rows) {
+  using Item = Item_SQL;
+  Object const document = {{"a", 1}};
+  Select_SQL parents("item");
+  parents.select("parent").and_filter()->add_kv_item(Item::OP_GT, "parent", 0, 0);
+  EXPECT_EQ(ids([](auto& f) { f.add_kv_item(Item::OP_EQ, "name", "O'Neil", 0); }), "2");
+  EXPECT_EQ(ids([&](auto& f) { f.add_kv_eq_item("note", document); }), "2");
+  EXPECT_EQ(ids([](auto& f) { f.add_kv_eq_item("ratio", Binding_Value()); }), "");
+  EXPECT_EQ(ids([](auto& f) { f.add_kv_item(Item::OP_EQ, "name", "AlphA", 1); }), "1 5");
+  EXPECT_EQ(ids([](auto& f) { f.add_kv_item(Item::OP_EQ, "name", Secure_String("AlphA"), 1); }), "1 5");
+  EXPECT_EQ(ids([](auto& f) { f.add_kv_ne_item("item.size", 10); }), "2 3 4 6");
+  EXPECT_EQ(ids([](auto& f) { f.add_kv_item(Item::OP_LT, "size", 20, 0); }), "1 5");
+  EXPECT_EQ(ids([](auto& f) { f.add_kv_item(Item::OP_LE, "ratio", 1.5, 0); }), "1 2");
+  EXPECT_EQ(ids([](auto& f) { f.add_kv_item(Item::OP_GT, "size", 40ULL, 0); }), "6");
+  EXPECT_EQ(ids([](auto& f) { f.add_kv_item(Item::OP_GE, "size", 40, 0); }), "4 6");
+  EXPECT_EQ(ids([](auto& f) { f.add_kv_item(Item::OP_LK, "name", "a%b%", 0); }), "4 6");
+  EXPECT_EQ(ids([](auto& f) { f.add_kv_item(Item::OP_NK, "name", "a%", 0); }), "2 3");
+  EXPECT_EQ(ids([](auto& f) { f.add_kv_item(Item::OP_DEC, "ratio", 0, 0); }), "1 2 4");
+  EXPECT_EQ(ids([](auto& f) { f.add_kv_item(Item::OP_DEC, "ratio", 1, 0); }), "");
+  EXPECT_EQ(ids([](auto& /*all*/) {}), "1 2 3 4 5 6");
+  EXPECT_EQ(ids([](auto& f) { f.add_or_filter(); }), "");
+  EXPECT_EQ(ids([](auto& f) { f.add_null_item("ratio"); }), "3 5 6");
+  EXPECT_EQ(ids([](auto& f) { f.add_not_null_item("item.ratio"); }), "1 2 4");
+  EXPECT_EQ(ids([](auto& f) { f.add_key_uuid_eq_item("uuid", uuid_b); }), "2");
+  EXPECT_EQ(ids([](auto& f) { f.add_key_uuid_ne_item("uuid", hex_b); }), "1");
+  EXPECT_EQ(ids([](auto& f) { f.add_key_uuid_item(Item::OP_GT, "uuid", "none"); }), "1 2");
+  EXPECT_EQ(ids([](auto& f) { f.add_key_int_item(Item::OP_EQ, "size", "20px"); }), "2");
+  EXPECT_EQ(ids([](auto& f) { f.add_key_bool_item(Item::OP_EQ, "flag", "0"); }), "2 4 6");
+  EXPECT_EQ(ids([](auto& f) { f.add_substr_matching("name", "0%"); }), "3");
+  EXPECT_EQ(ids([](auto& f) { f.add_substr_matching("name", "a_b"); }), "4");
+  EXPECT_EQ(ids([](auto& f) { f.add_substr_matching("name", "A").add_substr_matching("name", "b|"); }), "4");
+  EXPECT_EQ(ids([&](auto& f) { f.add_in_item("id", parents); }), "1 2");
+  EXPECT_EQ(ids([&](auto& f) { f.add_not_in_item("id", parents); }), "3 4 5 6");
+  EXPECT_EQ(ids([](auto& f) { f.add_key_select_sql_not_in_item("id")->from("item").select("id-1"); }), "6");
+  EXPECT_EQ(ids([](auto& f) { f.add_key_sql_eq_item("size")->sql("SELECT MAX(size) FROM item", true); }), "6");
+  EXPECT_EQ(ids([](auto& f) { f.add_val_sql_item(Item::OP_IN, 2)->sql("SELECT item.parent", true); }), "4 5");
+  EXPECT_EQ(ids([](auto& f) {
+              f.add_kv_item(Item::OP_NE, "id", 1, 0);
+              Select_SQL* const small = f.add_key_select_sql_in_item("size");
+              small->table("item", "i").select("size").and_filter()->add_kv_item(Item::OP_LT, "i.size", 40, 0);
+              Union_SQL* const either = f.add_key_union_sql_in_item("id");
+              either->add_select_sql()->select("2");
+              either->add_select_sql()->table("item", nullptr).select("id").and_filter()->add_kv_eq_item("flag", true);
+              f.add_sql_ex("name>:low AND name<:high", true)->bind(":low", "1").bind(":high", "B");
+            }),
+            "3 5");
+  EXPECT_EQ(ids([](auto& f) { f.add_sql_val_item(Item::OP_LT, 45)->sql("SELECT size+:n", true).bind(":n", 25); }),
+            "1 5");
+  EXPECT_EQ(ids([](auto& f) {
+              f.add_sql("flag=1", true);
+              Filter_SQL* const either = f.add_or_filter();
+              either->add_kv_eq_item("size", 30);
+              either->add_and_filter()->add_sql("size=10", true).add_null_item("parent");
+            }),
+            "1 3");
+}
+
+TEST_P(SQLite_Rows, selects_give_rows_and_their_number) {
+  SQL const big = Raw("SUM(size)>:sum").bind(":sum", 40);
+  auto const check = [&](char const* expected, unsigned long long count, std::function<void(Select_SQL&)> const& fill) {
+    SCOPED_TRACE(expected);
+    Select_SQL select;
+    fill(select);
+    EXPECT_EQ(rows(select), expected);
+    EXPECT_EQ(store_.count(select, GetParam()), count);
+  };
+  check("2 3 4 5", 4,
+        [](auto& s) { s.from("item a, item b").select("a.id").where("a.parent=b.id", true).count("*").order_by("1"); });
+  check(R"("key",1,null "key",3,30)", 2, [](auto& s) {  // values in every clause, in text order
+    s.sql_table("i")->table("item", nullptr).and_filter()->add_kv_item(Item_SQL::OP_LT, "id", 5, 0);
+    s.add_sql_key("k")->select(":k").bind(":k", "key");
+    s.add_key("i.id", nullptr).add_key("j.size", "n").count("*").order_by("i.id");
+    s.sql_left_join("j", "j.id=i.id")->table("item", nullptr).and_filter()->add_kv_eq_item("size", 30);
+    s.and_filter()->add_kv_eq_item("i.flag", true);
+  });
+  check("5", 4, [](auto& s) {
+    s.table("item", "a").join("item", "b", "a.parent=b.id").select("a.id").order_by("1").offset(3);
+  });
+  check("null,1 2,2 3,3", 6, [](auto& s) {
+    s.table("item", "a").inner_join("item", "b", "a.parent=b.id AND b.id=1").right_join("item", "c", "c.id=a.id");
+    s.join_i(Select_SQL::FULL_JOIN, "v", nullptr, "0").select("a.id,c.id").count("c.id").order_by("c.id").limit(3);
+  });
+  check("0", 1, [](auto& s) { s.from("item").select("flag").group_by("flag", true).having("SUM(size)>50", true); });
+  check("null 1 2", 3,
+        [&](auto& s) { s.from("item").select("parent").group_by("parent", false).having(&big).order_by("1"); });
+  check("60 40 30 20 10", 5,
+        [](auto& s) { s.from("item").distinct(true).select("size").count("DISTINCT size").order_by("1").desc(true); });
+  check("1 3 2", 6, [](auto& s) {
+    s.table("item", nullptr).add_key("id", nullptr).sort_keys("flag, size ,id").sort_orders("desc,asc,desc");
+    s.limit(3).offset(1);
+  });
+  SQL page = Raw("SELECT id FROM item WHERE size>:size LIMIT :limit").bind(":size", 10).bind(":limit", 2);
+  EXPECT_EQ(store_.count(page, GetParam()), 2U);
+  page.count_sql("SELECT COUNT(*) FROM item WHERE size>:size", true);
+  EXPECT_EQ(store_.count(page, GetParam()), 4U);
+}
+
+TEST_P(SQLite_Rows, inserts_deletes_and_unions) {
+  store_.run("CREATE UNIQUE INDEX once ON v(a)");
+  Insert_SQL insert("v");
+  insert.value("a", 1).new_entry().value("b", "x").new_entry().value("a", 2).value_null("b");
+  insert.new_entry().value_sql("a")->sql("SELECT MAX(id) FROM item WHERE id<:top", true).bind(":top", 6);
+  EXPECT_EQ(store_.run(insert.value("b", 0.5), GetParam()), 4U);
+  EXPECT_EQ(rows(Select_SQL("v")), R"(1,null null,"x" 2,null 5,0.5)");
+  Insert_SQL again("v");
+  again.value("a", 1).value("b", "new").new_entry().value("a", 3).or_expr(Insert_SQL::OR_IGNORE);
+  EXPECT_EQ(store_.run(again, GetParam()), 1U);
+  EXPECT_EQ(store_.run(again, GetParam()), 0U);
+  EXPECT_EQ(store_.run(again.or_expr(Insert_SQL::OR_REPLACE), GetParam()), 2U);
+  Insert_SQL copy("v");
+  Select_SQL* const names = copy.value_key("a").value_key("b").values_sql();
+  names->table("item", nullptr).select("id+10,name").and_filter()->add_kv_item(Item_SQL::OP_LE, "id", 2, 0);
+  EXPECT_EQ(store_.run(copy, GetParam()), 2U);
+  EXPECT_EQ(rows(Select_SQL("v").order_by("a")), R"(null,"x" 1,"new" 2,null 3,null 5,0.5 11,"alpha" 12,"O'Neil")");
+  Delete_SQL small("v");
+  small.or_filter()->add_kv_item(Item_SQL::OP_LT, "a", 11, 0);
+  small.or_filter()->add_null_item("a");
+  EXPECT_EQ(store_.run(small, GetParam()), 5U);
+  for (unsigned int const all : {0U, 1U}) {
+    Union_SQL both(all);
+    both.add_select_sql()->table("v", nullptr).add_key("a", nullptr);
+    both.add_select_sql()->table("v", nullptr).add_key("a", nullptr).and_filter()->add_kv_eq_item("b", "alpha");
+    EXPECT_EQ(rows(both), all != 0 ? "11 12 11" : "11 12");
+  }
+  EXPECT_EQ(store_.run(Delete_SQL("v"), GetParam()), 2U);
+}
+
+TEST(SQLite_Store, only_changed_rows_are_counted) {
+  SQLite_Store store(":memory:");
+  EXPECT_EQ(store.run("CREATE TABLE t(a UNIQUE)"), 0U);
+  EXPECT_EQ(store.run("INSERT INTO t VALUES (1),(2),(3)"), 3U);
+  EXPECT_EQ(store.run("CREATE TABLE u AS SELECT * FROM t"), 0U);
+  EXPECT_EQ(store.run("UPDATE t SET a=a+10 WHERE a>1"), 2U);
+  EXPECT_EQ(store.run("SELECT * FROM t"), 0U);
+  EXPECT_EQ(store.run("UPDATE t SET a=0 WHERE a=99"), 0U);
+  EXPECT_EQ(store.run("DELETE FROM t"), 3U);
+  EXPECT_EQ(store.run("DROP TABLE t"), 0U);
+}
+
+TEST(SQLite_Store, errors_name_place_and_reason_but_no_value) {
+  SQLite_Store store(":memory:");
+  store.run("CREATE TABLE t(a UNIQUE, b CHECK(b<5)); -- done\n /* and */ ; /* over");
+  auto const by_name = [&](auto const& s) { return error_of([&] { store.run(s); }); };
+  auto const by_position = [&](auto const& s) { return error_of([&] { store.run(s, Store::BY_POSITION); }); };
+  auto const value = [](Binding_Value const& v) { return Raw("INSERT INTO t(b) VALUES (:v)").bind(":v", v); };
+  Binding_Value apart("text");
+  apart.type(Binding_Value::real_type);
+  EXPECT_EQ(by_name(""), "empty statement");
+  EXPECT_EQ(by_name(" -- nothing"), "empty statement in:  -- nothing");
+  EXPECT_EQ(by_name("SELECT 1;PRAGMA foreign_keys=OFF"),
+            "more than one statement in: SELECT 1;PRAGMA foreign_keys=OFF");
+  EXPECT_EQ(by_name(std::string("DELETE FROM t\0 WHERE a=1", 24)), "zero byte at offset 13 in: DELETE FROM t");
+  EXPECT_EQ(by_name("SELECT * FROM x"), "no such table: x (SQLite error 1) in: SELECT * FROM x");
+  EXPECT_EQ(by_name("SELECT :a"), "parameter :a has a name, but values come by position in: SELECT :a");
+  EXPECT_EQ(by_name(Raw("SELECT :a,:b").bind(":a", 1)), "no value for the parameter :b in: SELECT :a,:b");
+  EXPECT_EQ(by_name(Raw("SELECT :b").bind(":a", 1).bind(":b", 1)), "no parameter :a for the value in: SELECT :b");
+  EXPECT_EQ(by_name(Raw("SELECT ?,:a").bind(":a", 1)),
+            "a parameter has no name, but values come by name in: SELECT ?,:a");
+  EXPECT_EQ(by_position(Raw("SELECT ?,:a").bind(":a", 1)), "1 values for 2 parameters in: SELECT ?,?");
+  EXPECT_EQ(by_position(Raw("SELECT ':a'").bind(":a", 1)), "1 values for 0 parameters in: SELECT '?'");
+  EXPECT_EQ(by_position(Raw("-").bind(":a", 1).bind(":b", 2)), "more names are bound than the text can hold in: -");
+  EXPECT_EQ(by_name(value(9223372036854775808ULL)),
+            "parameter :v: unsigned integer above 9223372036854775807 in: INSERT INTO t(b) VALUES (:v)");
+  EXPECT_EQ(by_position(value(std::nan(""))),
+            "parameter 1: not a number, which would be stored as NULL in: INSERT INTO t(b) VALUES (?)");
+  EXPECT_EQ(by_name(value(apart)), "parameter :v: value is of type string, not real in: INSERT INTO t(b) VALUES (:v)");
+  EXPECT_EQ(by_name(value(77)), "CHECK constraint failed: b<5 (SQLite error 275) in: INSERT INTO t(b) VALUES (:v)");
+  EXPECT_EQ(by_name(Raw("SELECT json_extract('{}',:p)").bind(":p", Secure_String("pass"))),
+            "SQL logic error (SQLite error 1) in: SELECT json_extract('{}',:p)");
+  EXPECT_EQ(error_of([&] { store.count(Raw("").count_sql("SELECT -1", true)); }),
+            "the count query does not give one number in: SELECT -1");
+  EXPECT_EQ(rows_text(store, Raw("SELECT foreign_keys,(SELECT COUNT(*) FROM t) FROM pragma_foreign_keys")), "1,0");
+  std::string const text = "INSERT INTO t(a) VALUES (1),(1) --" + std::string(465, ' ') + "\xC3\xBC and more";
+  try {
+    store.run(text);
+    ADD_FAILURE() << "no error";
+  } catch (Store_Error const& error) {
+    EXPECT_EQ(error.code(), 2067);
+    EXPECT_EQ(error.statement(), text);
+    EXPECT_EQ(error.what(),
+              "UNIQUE constraint failed: t.a (SQLite error 2067) in: " + text.substr(0, 499) + "... (510 bytes)");
+  }
+}
+
+TEST(SQLite_Store, kept_statements_follow_the_schema) {
+  SQLite_Store store(":memory:");
+  store.run("CREATE TABLE t(a)");
+  store.run("INSERT INTO t VALUES (1)");
+  SQL const select = Raw("SELECT * FROM t WHERE a=:a").bind(":a", 1);
+  EXPECT_EQ(rows_text(store, select), "1");
+  store.run("ALTER TABLE t ADD COLUMN b DEFAULT 'x'");
+  EXPECT_EQ(rows_text(store, select), R"(1,"x")");
+  for (std::size_t i = 0; i < 200; ++i) {  // more than are kept
+    std::string const text = "SELECT " + std::to_string(i % 150) + "+:n" + std::string(i % 3 * 10000, ' ');
+    EXPECT_EQ(rows_text(store, Raw(text.c_str()).bind(":n", i)), std::to_string(i % 150 + i));
+  }
+  EXPECT_EQ(rows_text(store, select), R"(1,"x")");
+  store.run("DROP TABLE t");
+  EXPECT_EQ(error_of([&] { store.run(select); }), "no such table: t (SQLite error 1) in: SELECT * FROM t WHERE a=:a");
+}
+
+TEST(SQLite_Store, rows_stream_until_the_callback_has_enough) {
+  SQLite_Store store(":memory:");
+  SQL const numbers =
+      Raw("WITH n(i) AS (SELECT :i UNION ALL SELECT i+1 FROM n) SELECT i,i*i AS square FROM n").bind(":i", 1);
+  for (int run = 0; run < 2; ++run) {  // the statement is free again whatever way it was left
+    EXPECT_THROW(store.query(numbers, [](Store::Row const&) -> bool { throw std::out_of_range("enough"); }),
+                 std::out_of_range);
+    std::string seen;
+    auto const columns = store.query(numbers, [&](Store::Row const& row) {
+      seen += value_text(row[1]) + ' ';
+      return row[0].val().get_int64() < 3;
+    });
+    EXPECT_EQ(columns, (std::vector<std::string>{"i", "square"}));
+    EXPECT_EQ(seen, "1 4 9 ");
+  }
+  store.run("CREATE TABLE t(a PRIMARY KEY, p REFERENCES t(a) DEFERRABLE INITIALLY DEFERRED)");
+  std::string const text = "INSERT INTO t VALUES (1,2) RETURNING a";  // checked when it ends
+  EXPECT_EQ(error_of([&] { store.query(text, [](Store::Row const&) { return false; }); }),
+            "FOREIGN KEY constraint failed (SQLite error 787) in: " + text);
+}
+
+TEST(Transaction, rolls_back_unless_committed) {
+  SQLite_Store store(":memory:");
+  store.run("CREATE TABLE t(a INTEGER PRIMARY KEY, p REFERENCES t(a) DEFERRABLE INITIALLY DEFERRED)");
+  auto const insert = [&](int a) { store.run(Insert_SQL("t").value("a", a)); };
+  Transaction first(store);
+  EXPECT_EQ(error_of([&] { Transaction const nested(store); }),
+            "cannot start a transaction within a transaction (SQLite error 1) in: BEGIN IMMEDIATE");
+  insert(1);
+  first.commit();
+  auto const leave_by_error = [&] {
+    Transaction const transaction(store);
+    insert(2);
+    insert(1);
+  };
+  EXPECT_EQ(error_of(leave_by_error),
+            "UNIQUE constraint failed: t.a (SQLite error 1555) in: INSERT INTO `t`(`a`) VALUES(:1)");
+  auto const fail_to_commit = [&] {
+    Transaction transaction(store);
+    store.run("INSERT INTO t VALUES (3,99)");
+    transaction.commit();
+  };
+  EXPECT_EQ(error_of(fail_to_commit), "FOREIGN KEY constraint failed (SQLite error 787) in: COMMIT");
+  EXPECT_EQ(rows_text(store, Select_SQL("t")), "1,null");
+}
+
+TEST(Transaction, writers_that_read_first_wait_for_each_other) {
+  Temporary_Directory const directory;
+  SQLite_Store store(directory.file("shared.db"));
+  store.run("CREATE TABLE t(a)");
+  store.run("INSERT INTO t VALUES (0)");
+  auto const count = [&] {
+    SQLite_Store own(directory.file("shared.db"));
+    for (int i = 0; i < 20; ++i) {
+      Transaction transaction(own);
+      SQL const next = Raw("UPDATE t SET a=:a").bind(":a", own.count(Raw("").count_sql("SELECT a+1 FROM t", true)));
+      own.run(next);
+      transaction.commit();
+    }
+  };
+  std::string error;
+  std::thread other([&] { error = error_of(count); });
+  EXPECT_EQ(error_of(count), "no error");
+  other.join();
+  EXPECT_EQ(error, "no error");
+  EXPECT_EQ(rows_text(store, Raw("SELECT a FROM t")), "40");
+}
+
+TEST(SQLite_Store, opening_fails_at_once) {
+  Temporary_Directory const directory;
+  std::string const good = directory.file("good");
+  std::string const text = directory.file("text");
+  std::ofstream(text) << "not a database";
+  for (auto const mode : {SQLite_Store::OPEN_OR_CREATE, SQLite_Store::OPEN_READ_WRITE}) {
+    EXPECT_EQ(SQLite_Store(good, mode).run("CREATE TABLE IF NOT EXISTS t(a)"), 0U);
+  }
+  EXPECT_EQ(error_of([&] { SQLite_Store(good, SQLite_Store::OPEN_READ_ONLY).run("DROP TABLE t"); }),
+            "attempt to write a readonly database (SQLite error 8) in: DROP TABLE t");
+  std::string const none = "unable to open database file: No such file or directory (SQLite error 14)";
+  std::tuple<std::string, SQLite_Store::Open_Mode, std::string> const cases[] = {
+      {text, SQLite_Store::OPEN_OR_CREATE, "file is not a database (SQLite error 26)"},
+      {text, SQLite_Store::OPEN_READ_ONLY, "file is not a database (SQLite error 26)"},
+      {directory.file("none"), SQLite_Store::OPEN_READ_WRITE, none},
+      {directory.file("none"), SQLite_Store::OPEN_READ_ONLY, none},
+      {"file:" + good, SQLite_Store::OPEN_READ_WRITE, none},
+      {directory.path, SQLite_Store::OPEN_OR_CREATE, "unable to open database file: Is a directory (SQLite error 14)"},
+      {directory.path, SQLite_Store::OPEN_READ_ONLY, "disk I/O error: Is a directory (SQLite error 266)"},
+  };
+  for (auto const& c : cases) {
+    EXPECT_EQ(error_of([&] { SQLite_Store(std::get<0>(c), std::get<1>(c)); }),
+              "cannot open database '" + std::get<0>(c) + "': " + std::get<2>(c));
+  }
+  for (std::string const& path : {std::string(), good + '\0'}) {
+    EXPECT_EQ(error_of([&] { SQLite_Store{path}; }), "cannot open a database whose path is empty or holds a zero byte");
+  }
+}

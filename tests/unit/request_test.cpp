@@ -5,7 +5,6 @@
 #include <cerrno>
 
 #include "backup/runtime/http_query_string.h"
-#include "backup/utils/sql/detail/request_text.h"
 #include "backup/utils/sql/select_sql.h"
 #include "backup/utils/sql/sql_filter_parser.h"
 #include "support/log_capture.h"
@@ -81,7 +80,7 @@ TEST(HTTP_Query_String_Iterator, reads_form_urlencoded_text) {
   EXPECT_NE(++HTTP_Query_String_Iterator("a=1&b", 0), HTTP_Query_String_Iterator("a=1&b", 0));
 }
 
-TEST(request_text, integers_read_up_to_the_first_other_character) {
+TEST(SQL_Filter_Parser, integers_are_read_up_to_the_first_other_character) {
   struct {
     char const* text;
     long long number;
@@ -104,8 +103,10 @@ TEST(request_text, integers_read_up_to_the_first_other_character) {
                      {"-9223372036854775809", INT64_MAX, ERANGE}};
   for (auto const& c : cases) {
     SCOPED_TRACE(c.text);
-    EXPECT_EQ(request_text::read_integer(c.text), c.number);
+    SQL_Filter_Parser parser;
+    EXPECT_TRUE(parser.parse_control_i("limit", Value(c.text)));
     EXPECT_EQ(ACE_OS::last_error(), c.error);
+    EXPECT_EQ(*parser.controls().limit(), c.number);
   }
 }
 

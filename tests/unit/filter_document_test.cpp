@@ -244,6 +244,13 @@ TEST(json_filter_helpers, writers_change_the_document_as_told) {
   }
 }
 
+TEST(json_filter_helpers, equalities_may_come_from_what_the_group_held) {
+  Object filter = read(R"({"v":[{"b":2,"a":[1]},["a","b"]]})").get_obj();
+  Array const& held = *filter_get_items(static_cast<Object const&>(filter));
+  EXPECT_TRUE(generate_eq_and_filter(filter, held[0].get_obj(), held[1].get_array()));
+  EXPECT_EQ(dump(filter), R"({"op":"AND","v":[{"k":"a","op":"EQ","v":[1]},{"k":"b","op":"EQ","v":2}]})");
+}
+
 TEST(json_filter_helpers, readers_point_into_the_document) {
   Object document = read(R"({"op":"AND","v":[1,{"k":5},{"op":"EQ","k":"a","v":2}],"k":7})").get_obj();
   Object empty;

@@ -31,31 +31,40 @@ void decode(std::string_view coded, std::string& text) {
 HTTP_Query_String_Iterator::HTTP_Query_String_Iterator(char const* text, unsigned int /*flags*/) {
   if (text == nullptr) return;
   text_ = text;
-  read_pair(0);
+  read_pair();
 }
 
 HTTP_Query_String_Iterator::HTTP_Query_String_Iterator(std::string text, unsigned int /*flags*/)
     : text_(std::move(text)) {
-  read_pair(0);
+  read_pair();
 }
 
 HTTP_Query_String_Iterator::Pair const* HTTP_Query_String_Iterator::operator->() const { return &pair_; }
 HTTP_Query_String_Iterator::Pair const& HTTP_Query_String_Iterator::operator*() const { return pair_; }
 
 HTTP_Query_String_Iterator& HTTP_Query_String_Iterator::operator++() {
-  read_pair(next_);
+  read_pair();
   return *this;
 }
 
 bool HTTP_Query_String_Iterator::operator==(HTTP_Query_String_Iterator const& other) const {
-  return begin_ == other.begin_ && (begin_ == at_end || text_ == other.text_);
+  return rest() == other.rest();
 }
 
 bool HTTP_Query_String_Iterator::operator!=(HTTP_Query_String_Iterator const& other) const { return !(*this == other); }
 
-void HTTP_Query_String_Iterator::read_pair(std::size_t from) {
+std::string_view HTTP_Query_String_Iterator::rest() const {
+  return begin_ == at_end ? std::string_view() : std::string_view(text_).substr(begin_);
+}
+
+void HTTP_Query_String_Iterator::read_pair() {
+  if (next_ > text_.size() / 2) {
+    // More is read than left: a walk that waits for long, deep inside a value, holds little more than the rest.
+    text_ = text_.substr(next_);
+    next_ = 0;
+  }
   std::string_view const text = text_;
-  begin_ = text.find_first_not_of('&', from);
+  begin_ = text.find_first_not_of('&', next_);
   if (begin_ == std::string_view::npos) {
     begin_ = at_end;
     return;

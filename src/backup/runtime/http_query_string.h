@@ -2,16 +2,17 @@
 
 #include <cstddef>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include "backup/runtime/runtime_export.h"
 
 /// Walks the pairs of a query string as the WHATWG URL Standard reads application/x-www-form-urlencoded text: pairs
 /// between ampersands, empty ones skipped; key and value at the first equals sign, a pair without one has an empty
-/// value; "+" is a blank, "%41" the byte 0x41. A bad escape stays as it is, zero bytes survive, nothing fails but for
-/// want of memory.
+/// value; "+" is a blank, "%41" the byte 0x41. Bytes are kept as they are, UTF-8 or not; a bad escape stays as it is,
+/// zero bytes survive, nothing fails but for want of memory.
 ///
-/// The iterator keeps a copy of the text. A walk is linear in the text.
+/// The iterator keeps a copy of the text that is left to read. A walk is linear in the text.
 class BACKUP_RUNTIME_API HTTP_Query_String_Iterator {
 public:
   using Pair = std::pair<std::string, std::string>;
@@ -27,14 +28,15 @@ public:
   Pair const& operator*() const;
   HTTP_Query_String_Iterator& operator++();
 
-  /// Iterators are equal at the end, and at the same place of equal texts.
+  /// Iterators are equal where the same text is left to read.
   bool operator==(HTTP_Query_String_Iterator const& other) const;
   bool operator!=(HTTP_Query_String_Iterator const& other) const;
 
 private:
   static constexpr std::size_t at_end = static_cast<std::size_t>(-1);
 
-  void read_pair(std::size_t from);
+  std::string_view rest() const;
+  void read_pair();
 
   std::string text_;
   std::size_t begin_ = at_end;  // of the pair

@@ -21,6 +21,7 @@ public:
 
   /// Survives `clear()`, which is `Where_SQL`'s: a cleared DELETE keeps its target.
   Delete_SQL& table(char const* name);
+  using Where_SQL::where;
   /// A raw WHERE text, kept by pointer.
   Delete_SQL& where(char const* text);
 

@@ -4,6 +4,7 @@
 #include <exception>
 #include <utility>
 
+#include "backup/utils/sql/detail/set_condition.h"
 #include "backup/utils/sql/detail/sql_log.h"
 
 using json_spirit::Array;
@@ -49,6 +50,15 @@ bool is_item_with_key(Value const& member, std::string const& key) {
   return found != nullptr && *found == key;
 }
 
+bool add_item(Object& filter, char const* op, char const* key, Value&& operand) {
+  Array* const items = filter_get_items(filter);
+  if (items == nullptr) return false;
+  Object item;
+  set_item(item, op, key, std::move(operand));
+  items->emplace_back(std::move(item));
+  return true;
+}
+
 bool add_members_item(Object& filter, char const* op, char const* key, std::vector<Value> const& objs,
                       char const* val_key) {
   if (!check(op, "op") || !check(key, "key") || !check(val_key, "val_key")) return false;
@@ -72,12 +82,15 @@ bool add_object_item(Object& filter, char const* op, char const* key, Object con
   Array values;
   values.reserve(obj.size());
   for (auto const& [name, value] : obj) values.push_back(use_keys ? Value(name) : value);
-  return filter_add_item(filter, op, key, Value(std::move(values)));
+  return add_item(filter, op, key, std::move(values));
 }
 
 bool generate_filter_of_members(Object& filter, char const* filter_op, char const* item_op, Object const& obj,
                                 std::vector<Value> const& keys) {
   if (!check(filter_op, "filter_op") || !check(item_op, "item_op")) return false;
+  // What the group held lives on to the end: the object and the keys may be in it.
+  auto const held = filter.find("v");
+  Value const replaced = held == filter.end() ? Value() : std::move(held->second);
   try {
     if (!generate_empty_filter(filter, filter_op, nullptr)) return false;
     for (Value const& key : keys) {
@@ -95,14 +108,6 @@ bool is_uuid_key(std::string const& key) {
   static std::string const suffix = "_uuid";
   if (key == "uuid" || key == "uid" || key == "incarnation") return true;
   return key.size() >= suffix.size() && key.compare(key.size() - suffix.size(), suffix.size(), suffix) == 0;
-}
-
-void add_set_condition(Filter_SQL& filter, std::string const& key, Array const& values, bool in, bool is_uuid) {
-  if (in) {
-    is_uuid ? filter.add_in_uuid_item(key, values) : filter.add_in_item(key, values, 0);
-  } else {
-    is_uuid ? filter.add_not_in_uuid_item(key, values) : filter.add_not_in_item(key, values, 0);
-  }
 }
 
 // An item of a document as a condition; one without a key is left out.
@@ -241,8 +246,7 @@ Value* filter_add_item(Object& filter) {
 }
 
 bool filter_add_item(Object& filter, char const* op, char const* key, Value const& value) {
-  Object item;
-  return generate_item(op, key, value, item) && filter_add_item(filter, Value(std::move(item)));
+  return check(op, "op") && check(key, "key") && add_item(filter, op, key, Value(value));
 }
 
 bool filter_add_item(Object& filter, Value const& item) {

@@ -1,5 +1,6 @@
 #include "backup/utils/sql/sql_filter_parser.h"
 
+#include <algorithm>
 #include <boost/algorithm/string/join.hpp>
 #include <boost/bind/bind.hpp>
 #include <boost/function.hpp>
@@ -9,6 +10,7 @@
 
 #include "backup/runtime/uuid.h"
 #include "backup/utils/sql/detail/request_text.h"
+#include "backup/utils/sql/detail/set_condition.h"
 #include "backup/utils/sql/detail/sql_log.h"
 #include "backup/utils/sql/select_sql.h"
 #include "backup/utils/sql/where_sql.h"
@@ -123,7 +125,7 @@ bool to_binding(Value const& value, unsigned int type, Binding_Value& binding) {
 }
 
 // IN and NOT IN.
-bool add_set_condition(Filter_SQL& target, std::string const& column, Value const& value, unsigned int type, bool in) {
+bool add_list_condition(Filter_SQL& target, std::string const& column, Value const& value, unsigned int type, bool in) {
   json_spirit::Array pieces;
   json_spirit::Array const* list = &pieces;
   if (value.type() == json_spirit::array_type) {
@@ -134,14 +136,9 @@ bool add_set_condition(Filter_SQL& target, std::string const& column, Value cons
     sql_log::report({source_file}, LM_ERROR, 0, "Invalid filter value type '%d'.\n", static_cast<int>(value.type()));
     return false;
   }
-  if (type != Filter::TYPE_UUID) {
-    in ? target.add_in_item(column, *list, 0) : target.add_not_in_item(column, *list, 0);
-    return true;
-  }
-  for (Value const& uuid : *list) {
-    if (!is_uuid(uuid)) return false;
-  }
-  in ? target.add_in_uuid_item(column, *list) : target.add_not_in_uuid_item(column, *list);
+  bool const uuids = type == Filter::TYPE_UUID;
+  if (uuids && !std::all_of(list->begin(), list->end(), is_uuid)) return false;
+  add_set_condition(target, column, *list, in, uuids);
   return true;
 }
 
@@ -281,8 +278,8 @@ bool SQL_Filter_Parser::parse_condition(std::string const& key, Value const& val
   switch (op) {
     case Item_SQL::OP_NL: target.add_null_item(column); return true;
     case Item_SQL::OP_NN: target.add_not_null_item(column); return true;
-    case Item_SQL::OP_IN: return add_set_condition(target, column, value, filter.type, true);
-    case Item_SQL::OP_NI: return add_set_condition(target, column, value, filter.type, false);
+    case Item_SQL::OP_IN: return add_list_condition(target, column, value, filter.type, true);
+    case Item_SQL::OP_NI: return add_list_condition(target, column, value, filter.type, false);
     default: break;
   }
   Binding_Value binding;
@@ -340,12 +337,12 @@ bool SQL_Filter_Parser::convert_kv_to_params(std::string const& key, std::string
     return &group.get_obj();
   };
   if (!request_text::is_group(key)) return convert(key, value, &params);
-  return request_text::walk_query_string(value, open(key, &params), convert, open);
+  std::string const members = value;  // which may be the very member that becomes the group
+  return request_text::walk_query_string(members, open(key, &params), convert, open);
 }
 
 // The JSON value of one pair, typed by the table.
 Value SQL_Filter_Parser::convert_value(std::string const& key, std::string const& text) const {
-  if (filters_ == nullptr) return text;
   Item_SQL::Item_Op op = Item_SQL::OP_NONE;
   std::string plain_key;
   unsigned int const type = allowed(key, op, plain_key).type;

@@ -18,14 +18,19 @@ class Where_SQL;
 ///
 /// A key is "sort", "order", "limit" or "offset"; "AND" or "OR", whose value holds further pairs (an object, or a query
 /// string) joined so; `<OP>_<key>` with a two-letter operator name; or `<key>`, which means equality. Keys that the
-/// table lacks are ignored. A pair that cannot be handled is logged and left out; the others go on.
+/// table lacks are ignored. A pair that cannot be handled is logged and left out; the others go on. Of a group that
+/// fails, what came before the failing member stays.
 ///
 /// Text of an integer: a sign and digits up to the first other character, no blanks before, saturated at 2^63-1 in both
 /// directions; without digits 0. Text of a boolean: false for exactly "0". Text of a list: the pieces between commas,
 /// empty ones dropped.
 ///
-/// Lifetime: filter, WHERE statement and table are kept by pointer and must outlive the parser, the table's names every
-/// rendering too. Groups of any depth are parsed without recursion.
+/// Lifetime: the filter and the table are kept by pointer and must outlive the parser. The filter of a WHERE statement
+/// is gone when that statement is cleared or given another filter: make a new parser then. Names and values are copied
+/// into the conditions.
+///
+/// Cost: linear in the request, groups of any depth without recursion. A group in a query string whose text has escapes
+/// is read again for each level inside it; a pair whose groups come to more than 16 MiB and 256 times its text fails.
 class BACKUP_SQL_API SQL_Filter_Parser {
 public:
   /// What an allowed key stands for. A table ends with an entry of null key and all zero.
@@ -93,7 +98,8 @@ public:
   bool control(Select_SQL& select) const;
 
   /// The pairs of a query string as the JSON object that `parse` takes, values typed by the table; keys that the table
-  /// lacks keep their text.
+  /// lacks keep their text. An object has a key once: of two groups of one name in a nested query string the last
+  /// stays, where `parse` of the pairs themselves adds both.
   json_spirit::Object convert_qs_to_params(std::map<std::string, std::string> const& params) const;
 
   /// The steps of the above.

@@ -35,6 +35,7 @@ public:
   void get_sql_i(Database_Type db, std::string& sql, Bindings& bindings, unsigned long long& index) const override;
 
   Update_SQL& table(char const* name);
+  using Where_SQL::where;
   /// A raw WHERE text, kept by pointer.
   Update_SQL& where(char const* text);
 

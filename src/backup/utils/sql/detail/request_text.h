@@ -50,8 +50,9 @@ bool walk_literal(std::string const& text, Target* target, Pair pair, Group grou
 /// instead: `group(key, target)` gives the target of its members, which its value holds as a query string in turn.
 /// False, at once, when `pair` gives false or `group` null.
 ///
-/// No recursion on the depth of groups, and no copy of the rest of the text for each of them, but for those whose text
-/// has escapes to take off.
+/// No recursion on the depth of groups. Literal groups cost nothing but their keys; each group with escapes to take off
+/// reads its text again, so a text that takes off a little at each of many levels would cost the square of its size:
+/// false as well once the groups read come to 16 MiB and 256 times the text.
 template <class Target, class Pair, class Group>
 bool walk_query_string(std::string const& text, Target* target, Pair pair, Group group) {
   struct Level {
@@ -59,6 +60,7 @@ bool walk_query_string(std::string const& text, Target* target, Pair pair, Group
     Target* target;
   };
   HTTP_Query_String_Iterator const end(nullptr, 0);
+  std::size_t readable = (std::size_t{16} << 20) + 256 * text.size();
   std::vector<Level> levels;
   levels.push_back({HTTP_Query_String_Iterator(text, 0), target});
   while (!levels.empty()) {
@@ -76,7 +78,8 @@ bool walk_query_string(std::string const& text, Target* target, Pair pair, Group
       continue;
     }
     target = group(key, target);
-    if (target == nullptr) return false;
+    if (target == nullptr || value.size() > readable) return false;
+    readable -= value.size();
     HTTP_Query_String_Iterator members(value, 0);
     if (members == end) continue;
     if (!is_literal(value, *members)) {

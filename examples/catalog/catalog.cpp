@@ -7,6 +7,7 @@
 #include "backup/utils/sql/delete_sql.h"
 #include "backup/utils/sql/insert_sql.h"
 #include "backup/utils/sql/select_sql.h"
+#include "backup/utils/sql/update_sql.h"
 #include "made.h"
 
 namespace {
@@ -16,7 +17,7 @@ constexpr std::size_t rows_per_insert = 100;
 
 void set_file(Insert_SQL& insert, Binding_Value const& run, File const& file) {
   insert.value_new_uuid("id")
-      .value("run_id", run)
+      .value("run_uuid", run)
       .value("path", file.path)
       .value("name", file.name)
       .value("kind", static_cast<int>(file.kind))
@@ -25,16 +26,12 @@ void set_file(Insert_SQL& insert, Binding_Value const& run, File const& file) {
       .value("owner", file.owner);
 }
 
-}  // namespace
-
-char const* run_state_word(long long number) {
-  switch (number) {
-    case static_cast<int>(Run_State::running): return "running";
-    case static_cast<int>(Run_State::complete): return "complete";
-    case static_cast<int>(Run_State::interrupted): return "interrupted";
-    default: return nullptr;
-  }
+// The condition that a row is one of those that `ids` selects.
+void choose(Where_SQL& rows, Select_SQL const& ids) {
+  made(made(rows.and_filter()).add_key_select_sql_in_item("id")) = ids;
 }
+
+}  // namespace
 
 Catalog::Catalog(Store& store) : store_(store) {}
 
@@ -47,10 +44,10 @@ Binding_Value Catalog::start_run(std::string const& host, std::string const& dir
 
   Insert_SQL new_run("runs");
   new_run.value_new_uuid("id");
-  Select_SQL& host_id = made(new_run.value_select_sql("host_id"));
+  Select_SQL& host_id = made(new_run.value_select_sql("host_uuid"));
   host_id.table("hosts", nullptr).add_key("id", nullptr);
   made(host_id.and_filter()).add_kv_eq_item("name", host);
-  new_run.value("directory", directory).value("started", time);
+  new_run.value("directory", directory).value("started", time).value("complete", false);
   store_.run(new_run);
 
   transaction.commit();
@@ -71,9 +68,10 @@ void Catalog::add_files(Binding_Value const& run, std::vector<File> const& files
   transaction.commit();
 }
 
-void Catalog::end_run(Binding_Value const& run, Run_State state, long long time) {
-  Insert_SQL end("run_ends");
-  end.value("run_id", run).value("state", static_cast<int>(state)).value("ended", time);
+void Catalog::end_run(Binding_Value const& run, bool complete, long long time) {
+  Update_SQL end("runs");
+  end.set("ended", time).set("complete", complete);
+  made(end.and_filter()).add_kv_eq_item("id", run);
   store_.run(end);
 }
 
@@ -84,9 +82,21 @@ std::optional<unsigned long long> Catalog::drop_run(std::string const& run) {
     return store_.run(rows);
   };
   Transaction transaction(store_);
-  unsigned long long const files = delete_by("files", "run_id");
-  delete_by("run_ends", "run_id");
+  unsigned long long const files = delete_by("files", "run_uuid");
   if (delete_by("runs", "id") == 0) return std::nullopt;
   transaction.commit();
   return files;
+}
+
+unsigned long long Catalog::retire(Select_SQL const& files, long long time) {
+  Update_SQL retire("files");
+  retire.set_time("retired", time);
+  choose(retire, files);
+  return store_.run(retire);
+}
+
+unsigned long long Catalog::remove(Select_SQL const& files) {
+  Delete_SQL remove("files");
+  choose(remove, files);
+  return store_.run(remove);
 }

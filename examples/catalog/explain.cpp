@@ -17,13 +17,13 @@ std::string value_text(Binding_Value const& value) {
 }
 
 void write_named(std::ostream& out, char const* title, std::string const& text, Bindings const& bindings) {
-  out << "  " << title << ", by name\n    " << text << '\n';
+  out << "  " << title << ", by name\n    " << printable(text) << '\n';
   for (auto const& [name, value] : bindings) out << "      " << name << " = " << value_text(value) << '\n';
 }
 
 void write_positional(std::ostream& out, char const* title, std::string const& text,
                       std::vector<Binding_Value> const& values) {
-  out << "  " << title << ", by position\n    " << text << '\n';
+  out << "  " << title << ", by position\n    " << printable(text) << '\n';
   std::size_t position = 0;
   for (Binding_Value const& value : values) out << "      " << ++position << " = " << value_text(value) << '\n';
 }
@@ -49,7 +49,9 @@ void explain_for(SQL const& statement, SQL::Database_Type db, std::ostream& out)
 
 }  // namespace
 
-void explain(SQL const& statement, std::ostream& out) {
+void explain(Key_Outcomes const& outcomes, SQL const& statement, std::ostream& out) {
+  if (!outcomes.empty()) out << "keys\n";
+  for (Key_Outcome const& outcome : outcomes) out << "  " << outcome_text(outcome) << '\n';
   out << "MySQL\n";
   explain_for(statement, SQL::DB_MYSQL, out);
   out << "SQLite\n";

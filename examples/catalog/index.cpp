@@ -59,10 +59,10 @@ public:
 
   void complete() {
     store_batch();
-    catalog_.end_run(run_, Run_State::complete, std::time(nullptr));
+    catalog_.end_run(run_, true, std::time(nullptr));
   }
 
-  void interrupt() { catalog_.end_run(run_, Run_State::interrupted, std::time(nullptr)); }
+  void interrupt() { catalog_.end_run(run_, false, std::time(nullptr)); }
 
   std::string id() const { return uuid_text(run_.val().get_str()); }
   unsigned long long stored() const { return stored_; }

@@ -10,7 +10,10 @@
 #include <string>
 
 #include "catalog.h"
+#include "change.h"
+#include "find_options.h"
 #include "index.h"
+#include "misuse.h"
 #include "option_values.h"
 #include "query.h"
 #include "store_file.h"
@@ -58,84 +61,72 @@ void add_index(CLI::App& app, Command& command) {
       [options, &command] { command = [options] { return index_directory(*options) ? exit_success : exit_failed; }; });
 }
 
-void add_sort_options(CLI::App& find, File_Query& query) {
-  auto const set_sort = [&query](Words const& words) {
-    Words allowed;
-    for (Column const& column : file_columns()) allowed.emplace_back(column.name);
-    for (std::string const& word : words) require_word("--sort", word, allowed);
-    query.sort = words;
-  };
-  auto const set_order = [&query](Words const& words) {
-    for (std::string const& word : words) require_word("--order", word, {"asc", "desc"});
-    query.order = words;
-  };
-  find.add_option_function<Words>("--sort", set_sort, "Columns to sort by, separated by commas (default: path)")
-      ->type_name("KEYS")
-      ->delimiter(',')
-      ->allow_extra_args(false);
-  find.add_option_function<Words>("--order", set_order, "asc or desc for each sort key, separated by commas")
-      ->type_name("ORDERS")
-      ->delimiter(',')
-      ->allow_extra_args(false);
-}
-
-void add_condition_options(CLI::App& find, File_Query& query) {
-  find.add_option("--name", query.name, "Part of the name, taken literally; ASCII letters match in either case")
-      ->type_name("TEXT");
-  auto const set_min_size = [&query](std::string const& text) {
-    query.min_size = read_number("--min-size", text, "kMGT");
-  };
-  find.add_option_function<std::string>("--min-size", set_min_size,
-                                        "Least size in bytes, or with k, M, G or T (k: 1024)")
-      ->type_name("N");
-  auto const set_kind = [&query](std::string const& word) {
-    require_word("--kind", word, {"file", "directory", "link", "other", "1", "2", "3", "4"});
-    query.kind = kind_from_text(word);
-  };
-  find.add_option_function<std::string>("--kind", set_kind, "file, directory, link or other, or 1 to 4")
-      ->type_name("KIND");
-  find.add_option("--host", query.host, "The machine's name")->type_name("NAME");
-}
-
-void add_page_options(CLI::App& find, File_Query& query) {
-  auto const set_limit = [&query](std::string const& text) { query.limit = read_number("--limit", text); };
-  find.add_option_function<std::string>("--limit", set_limit, "Files to a page (default: 20)")->type_name("N");
-  auto const set_offset = [&query](std::string const& text) { query.offset = read_number("--offset", text); };
-  find.add_option_function<std::string>("--offset", set_offset, "Files to skip (default: 0)")->type_name("N");
+// A command that does `work` with its options, which `add_options` gave it.
+template <class Options, class Add_Options>
+CLI::App& add_command(CLI::App& app, Command& command, char const* name, char const* description,
+                      void (*work)(Options const&), Add_Options add_options) {
+  auto const options = std::make_shared<Options>();
+  CLI::App& subcommand = *app.add_subcommand(name, description);
+  add_options(subcommand, *options);
+  subcommand.callback([options, work, &command] {
+    command = [options, work] {
+      work(*options);
+      return exit_success;
+    };
+  });
+  return subcommand;
 }
 
 void add_find(CLI::App& app, Command& command) {
-  auto const options = std::make_shared<Find_Options>();
-  CLI::App& find = *app.add_subcommand("find", "List the files that meet all conditions, a page at a time.");
-  add_read_options(find, options->read);
-  add_condition_options(find, options->query);
-  add_sort_options(find, options->query);
-  add_page_options(find, options->query);
-  find.add_flag("--explain", options->explain,
-                "Print the statement and its count query instead, for MySQL and for SQLite, with their values");
-  find.callback([options, &command] {
-    if (options->query.order.size() > options->query.sort.size()) {
-      throw CLI::ValidationError("--order", "more orders than sort keys");
-    }
-    command = [options] {
-      ::find(*options);
-      return exit_success;
-    };
-  });
+  auto const add_conditions = [](CLI::App& subcommand, Find_Options& options) {
+    add_request_options(subcommand, options.request);
+    add_query_options(subcommand, options.query);
+  };
+  add_command<Find_Options>(app, command, "find",
+                            "List the files that meet all conditions, a page at a time. What an option says wins over "
+                            "the request; what it could not use of a request it names.",
+                            find, [&](CLI::App& subcommand, Find_Options& options) {
+                              add_conditions(subcommand, options);
+                              add_read_options(subcommand, options.read);
+                            });
+  add_command<Find_Options>(app, command, "explain",
+                            "Print what becomes of each key of a request, and the statement and the count query that "
+                            "'find' runs for it, for MySQL and for SQLite, with their values.",
+                            explain_find, add_conditions);
 }
 
-// A command that reads the whole catalogue.
-void add_report(CLI::App& app, Command& command, char const* name, char const* description,
-                void (*report)(Read_Options const&)) {
-  auto const options = std::make_shared<Read_Options>();
-  CLI::App& subcommand = *app.add_subcommand(name, description);
-  add_read_options(subcommand, *options);
-  subcommand.callback([options, report, &command] {
-    command = [options, report] {
-      report(*options);
-      return exit_success;
-    };
-  });
+void add_changes(CLI::App& app, Command& command) {
+  auto const add_options = [](CLI::App& subcommand, Change_Options& options) {
+    add_request_options(subcommand, options.request);
+    subcommand.add_flag("--all", options.all, "Mean it when the request has no condition");
+    add_store(subcommand, options.store);
+  };
+  add_command<Change_Options>(app, command, "retire",
+                              "Mark the files that meet a request as no longer wanted. Nothing is changed unless each "
+                              "key of the request is plainly a condition.",
+                              retire, add_options);
+  add_command<Change_Options>(app, command, "purge",
+                              "Delete the retired files that meet a request. Nothing is deleted unless each key of the "
+                              "request is plainly a condition.",
+                              purge, add_options);
+}
+
+void add_reports(CLI::App& app, Command& command) {
+  add_command<Read_Options>(app, command, "stats",
+                            "Count the files of each host and kind, their bytes and the retired ones, over all runs.",
+                            stats, add_read_options);
+  add_command<Read_Options>(app, command, "runs",
+                            "List the runs, oldest first. One whose process died is still 'running'.", runs,
+                            add_read_options);
+  add_command<Changes_Options>(
+      app, command, "changes", "List the files that one of two runs found and the other did not, by path.", changes,
+      [](CLI::App& subcommand, Changes_Options& options) {
+        subcommand.add_option("RUN1", options.from, "The earlier run's id, as 'runs' lists it")
+            ->type_name("")
+            ->required();
+        subcommand.add_option("RUN2", options.to, "The later run's id")->type_name("")->required();
+        add_read_options(subcommand, options.read);
+      });
 }
 
 struct Drop_Options {
@@ -168,8 +159,8 @@ int run(int argc, char** argv) {
   Command command;
   add_index(app, command);
   add_find(app, command);
-  add_report(app, command, "stats", "Count the files of each host and kind, and their bytes, over all runs.", stats);
-  add_report(app, command, "runs", "List the runs, oldest first. One whose process died is still 'running'.", runs);
+  add_reports(app, command);
+  add_changes(app, command);
   add_drop_run(app, command);
   try {
     app.parse(argc, argv);
@@ -188,6 +179,9 @@ int run(int argc, char** argv) {
 int main(int argc, char** argv) {
   try {
     return run(argc, argv);
+  } catch (Misuse const& error) {
+    print_error(error.what());
+    return exit_misuse;
   } catch (std::exception const& error) {
     print_error(error.what());
     return exit_failed;

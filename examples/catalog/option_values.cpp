@@ -15,13 +15,13 @@ int unit_bits(std::string const& unit, std::string const& units) {
   return place == std::string::npos ? -1 : 10 * (static_cast<int>(place) + 1);
 }
 
+}  // namespace
+
 std::string joined(Words const& words) {
   std::string list;
   for (std::string const& word : words) list += (list.empty() ? "" : ", ") + word;
   return list;
 }
-
-}  // namespace
 
 void require_word(std::string const& option, std::string const& word, Words const& allowed) {
   if (std::find(allowed.begin(), allowed.end(), word) != allowed.end()) return;

@@ -5,6 +5,9 @@
 
 using Words = std::vector<std::string>;
 
+/// The words with a comma between two.
+std::string joined(Words const& words);
+
 /// Both throw CLI::ValidationError, which names the option, for a text that it does not take.
 
 /// `word` must be one of `allowed`.

@@ -7,7 +7,6 @@
 #include <utility>
 
 #include "backup/runtime/posix_time.h"
-#include "catalog.h"
 #include "file.h"
 #include "json_spirit/json_spirit.h"
 #include "text.h"
@@ -16,7 +15,8 @@ namespace {
 
 constexpr char const* time_pattern = "%Y-%m-%d %H:%M:%S";
 
-std::string word_or_number(char const* word, long long number) {
+std::string kind_text(long long number) {
+  char const* const word = kind_word(number);
   return word != nullptr ? word : std::to_string(number);
 }
 
@@ -27,8 +27,7 @@ std::string cell_text(Cell cell, Binding_Value const& value) {
   switch (cell) {
     case Cell::text: return val.get_str();
     case Cell::number: break;
-    case Cell::kind: return word_or_number(kind_word(val.get_int64()), val.get_int64());
-    case Cell::state: return word_or_number(run_state_word(val.get_int64()), val.get_int64());
+    case Cell::kind: return kind_text(val.get_int64());
     case Cell::time: return POSIX_Time_To_ISO8601(val.get_int64(), time_pattern);
     case Cell::uuid: return uuid_text(val.get_str());
   }

@@ -9,7 +9,7 @@
 enum class Format { table, json, csv };
 
 /// What the values of a column mean, and so how they are written.
-enum class Cell { text, number, kind, state, time, uuid };
+enum class Cell { text, number, kind, time, uuid };
 
 /// A column of a result: its SQL expression, its name in the statement and in the output, its meaning.
 struct Column {

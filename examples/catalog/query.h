@@ -12,12 +12,24 @@ struct Read_Options {
 };
 
 struct Find_Options {
-  Read_Options read;
+  Read_Options read;  ///< not for `explain_find`
   File_Query query;
-  bool explain = false;
+  Request_Source request;
 };
 
-/// The commands that read: each writes its answer to the standard output.
+struct Changes_Options {
+  Read_Options read;
+  std::string from;
+  std::string to;
+};
+
+/// The commands that read: each writes its answer to the standard output. The first two throw Misuse for a request
+/// that cannot be read; `find` says on the standard error stream what it could not use of one.
 void find(Find_Options const& options);
+/// Writes the statements of `find` instead, see `explain`.
+void explain_find(Find_Options const& options);
+/// Lists the files that the run `to` found and `from` did not, and the other way round. Throws std::runtime_error
+/// without such a run.
+void changes(Changes_Options const& options);
 void stats(Read_Options const& options);
 void runs(Read_Options const& options);

@@ -4,8 +4,15 @@
 #include <cstddef>
 
 #include "made.h"
+#include "misuse.h"
+#include "option_values.h"
 
 namespace {
+
+constexpr long long files_per_page = 20;
+
+constexpr char const* run_state =
+    "CASE WHEN r.ended IS NULL THEN 'running' WHEN r.complete THEN 'complete' ELSE 'interrupted' END";
 
 // A column without an expression is the number of files of the run `r`.
 void add_keys(Select_SQL& select, Columns const& columns) {
@@ -13,13 +20,13 @@ void add_keys(Select_SQL& select, Columns const& columns) {
     if (column.expression != nullptr) {
       select.add_key(column.expression, column.name);
     } else {
-      made(select.add_sql_key(column.name)).select("COUNT(*)").table("files", "f").where("f.run_id=r.id", false);
+      made(select.add_sql_key(column.name)).select("COUNT(*)").table("files", "f").where("f.run_uuid=r.id", false);
     }
   }
 }
 
 void join_run_and_host(Select_SQL& files) {
-  files.inner_join("runs", "r", "r.id=f.run_id").inner_join("hosts", "h", "h.id=r.host_id");
+  files.inner_join("runs", "r", "r.id=f.run_uuid").inner_join("hosts", "h", "h.id=r.host_uuid");
 }
 
 // The expression of the column `name`; `name` is one of them.
@@ -27,33 +34,42 @@ char const* expression_of(std::string const& name, Columns const& columns) {
   return std::find_if(columns.begin(), columns.end(), [&](Column const& c) { return name == c.name; })->expression;
 }
 
-// Only expressions of the program's own reach the statement: a sort key is SQL text, not a value.
-void sort_files(Select_SQL& select, File_Query const& query) {
-  for (std::size_t i = 0; i < query.sort.size(); ++i) {
-    bool const descending = i < query.order.size() && query.order[i] == "desc";
-    select.sort_by(expression_of(query.sort[i], file_columns()), descending);
+// Explicit keys and orders win over the request's. Only expressions of the program's own reach the statement: a sort
+// key is SQL text, not a value.
+void sort_files(Select_SQL& select, File_Query const& query, SQL_Filter_Parser const& request) {
+  std::string keys = request.controls().sort() == nullptr ? "f.path" : *request.controls().sort();
+  select.sort_by("f.path", false);
+  request.control(select);
+  if (!query.sort.empty()) {
+    Words expressions;
+    for (std::string const& name : query.sort) expressions.emplace_back(expression_of(name, file_columns()));
+    keys = joined(expressions);
+    select.sort_keys(keys.c_str());
   }
-  if (std::find(query.sort.begin(), query.sort.end(), "path") == query.sort.end()) select.sort_by("f.path", false);
+  auto const key_count = static_cast<std::size_t>(std::count(keys.begin(), keys.end(), ',')) + 1;
+  if (query.order.size() > key_count) throw Misuse("--order: more orders than sort keys");
+  if (!query.order.empty()) select.sort_orders(joined(query.order).c_str());
+  if (keys.find("f.path") == std::string::npos) select.sort_by("f.path", false);
   select.sort_by("f.id", false);
 }
 
 }  // namespace
 
 Columns const& file_columns() {
-  static Columns const columns{{"f.name", "name", Cell::text},   {"f.kind", "kind", Cell::kind},
-                               {"f.size", "size", Cell::number}, {"f.modified", "modified", Cell::time},
-                               {"f.owner", "owner", Cell::text}, {"h.name", "host", Cell::text},
-                               {"f.path", "path", Cell::text}};
+  static Columns const columns{{"f.name", "name", Cell::text},       {"f.kind", "kind", Cell::kind},
+                               {"f.size", "size", Cell::number},     {"f.modified", "modified", Cell::time},
+                               {"f.retired", "retired", Cell::text}, {"f.owner", "owner", Cell::text},
+                               {"h.name", "host", Cell::text},       {"f.path", "path", Cell::text}};
   return columns;
 }
 
 Columns const& run_columns() {
   static Columns const columns{{"r.id", "id", Cell::uuid},
                                {"h.name", "host", Cell::text},
-                               {"COALESCE(e.state,1)", "state", Cell::state},  // 1: running
+                               {run_state, "state", Cell::text},
                                {nullptr, "files", Cell::number},
                                {"r.started", "started", Cell::time},
-                               {"e.ended", "ended", Cell::time},
+                               {"r.ended", "ended", Cell::time},
                                {"r.directory", "directory", Cell::text}};
   return columns;
 }
@@ -62,28 +78,62 @@ Columns const& total_columns() {
   static Columns const columns{{"h.name", "host", Cell::text},
                                {"f.kind", "kind", Cell::kind},
                                {"COUNT(*)", "files", Cell::number},
-                               {"SUM(f.size)", "bytes", Cell::number}};
+                               {"SUM(f.size)", "bytes", Cell::number},
+                               {"COUNT(f.retired)", "retired", Cell::number}};
   return columns;
 }
 
-Select_SQL find_files(File_Query const& query) {
+Columns const& change_columns() {
+  static Columns const columns{{nullptr, "change", Cell::text},
+                               {"f.path", "path", Cell::text},
+                               {"f.kind", "kind", Cell::kind},
+                               {"f.size", "size", Cell::number}};
+  return columns;
+}
+
+Select_SQL find_files(File_Query const& query, Request const& request, Key_Outcomes& outcomes) {
   Select_SQL select("files", "f");
   add_keys(select, file_columns());
   join_run_and_host(select);
   Filter_SQL& filter = made(select.and_filter());
+  SQL_Filter_Parser const parser = add_request(request, filter, outcomes);
   if (query.name) filter.add_substr_matching("f.name", *query.name);
   if (query.min_size) filter.add_kv_item(Item_SQL::OP_GE, "f.size", *query.min_size, 0);
   if (query.kind) filter.add_kv_eq_item("f.kind", static_cast<int>(*query.kind));
   if (query.host) filter.add_kv_eq_item("h.name", *query.host);
-  sort_files(select, query);
-  select.limit(query.limit).offset(query.offset);
+  select.limit(files_per_page);
+  sort_files(select, query, parser);
+  if (query.limit) select.limit(*query.limit);
+  if (query.offset) select.offset(*query.offset);
   return select;
+}
+
+Select_SQL find_ids(Request const& request, bool retired, Key_Outcomes& outcomes) {
+  Select_SQL select("files", "f");
+  select.add_key("f.id", nullptr);
+  join_run_and_host(select);
+  Filter_SQL& filter = made(select.and_filter());
+  add_request(request, filter, outcomes);
+  retired ? filter.add_not_null_item("f.retired") : filter.add_null_item("f.retired");
+  return select;
+}
+
+void find_added(Select_SQL& files, char const* word, std::string const& from, std::string const& to) {
+  files.table("files", "f");
+  for (Column const& column : change_columns()) {
+    files.add_key(column.expression == nullptr ? word : column.expression, column.name);
+  }
+  Filter_SQL& filter = made(files.and_filter());
+  filter.add_key_uuid_eq_item("f.run_uuid", to);
+  Select_SQL& known = made(filter.add_key_select_sql_not_in_item("f.path"));
+  known.table("files", "k").add_key("k.path", nullptr);
+  made(known.and_filter()).add_key_uuid_eq_item("k.run_uuid", from);
 }
 
 Select_SQL list_runs() {
   Select_SQL select("runs", "r");
   add_keys(select, run_columns());
-  select.inner_join("hosts", "h", "h.id=r.host_id").left_join("run_ends", "e", "e.run_id=r.id");
+  select.inner_join("hosts", "h", "h.id=r.host_uuid");
   select.sort_by("r.started", false).sort_by("r.directory", false).sort_by("r.id", false);
   return select;
 }

@@ -7,26 +7,35 @@
 #include "backup/utils/sql/select_sql.h"
 #include "file.h"
 #include "output.h"
+#include "request.h"
 
-/// The rows wanted of `find_files`, and their order.
+/// The rows wanted of `find_files`, and their order. What is not set here is as a request has it.
 struct File_Query {
   std::optional<std::string> name;  ///< a part of the name, ASCII letters in either case
   std::optional<long long> min_size;
   std::optional<File_Kind> kind;
   std::optional<std::string> host;
-  std::vector<std::string> sort{"path"};  ///< names of `file_columns()`
-  std::vector<std::string> order;         ///< "asc" or "desc" for each of `sort`; ascending beyond the list
-  long long limit = 20;
-  long long offset = 0;
+  std::vector<std::string> sort;   ///< names of `file_columns()`
+  std::vector<std::string> order;  ///< "asc" or "desc" for each sort key; ascending beyond the list
+  std::optional<long long> limit;
+  std::optional<long long> offset;
 };
 
-/// The columns of the three statements below, in the order of their result.
+/// The columns of the statements below, in the order of their result.
 Columns const& file_columns();
 Columns const& run_columns();
 Columns const& total_columns();
+Columns const& change_columns();
 
-/// Files with the host they were found on. Equal rows in the wanted order come by path, so that pages never overlap.
-Select_SQL find_files(File_Query const& query);
+/// Files with the host they were found on, by path unless otherwise wanted, 20 to a page. Equal rows in the wanted
+/// order come by path, so that pages never overlap. `request` must outlive the statement; what became of its keys goes
+/// to `outcomes`. Throws Misuse for a request that `add_request` refuses, and for more orders than sort keys.
+Select_SQL find_files(File_Query const& query, Request const& request, Key_Outcomes& outcomes);
+/// The ids of the files that meet a request, of those that are retired or of those that are not. The rest is as above;
+/// the request's controls do not count.
+Select_SQL find_ids(Request const& request, bool retired, Key_Outcomes& outcomes);
+/// The files that the run `to` has and the run `from` has not, by path; `word` says so in the first column.
+void find_added(Select_SQL& files, char const* word, std::string const& from, std::string const& to);
 /// Runs, oldest first, those of the same second by directory.
 Select_SQL list_runs();
 /// Number and size of the files of each host and kind, over all runs.

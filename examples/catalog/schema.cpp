@@ -11,25 +11,25 @@ struct Column_Types {
   char const* name;
   char const* path;
   char const* integer;
+  char const* boolean;
+  char const* time;
 };
 
-constexpr Column_Types sqlite_types{"BLOB", "TEXT", "TEXT", "INTEGER"};
-constexpr Column_Types mysql_types{"BINARY(16)", "VARBINARY(255)", "BLOB", "BIGINT"};
+constexpr Column_Types sqlite_types{"BLOB", "TEXT", "TEXT", "INTEGER", "INTEGER", "TEXT"};
+constexpr Column_Types mysql_types{"BINARY(16)", "VARBINARY(255)", "BLOB", "BIGINT", "BOOLEAN", "DATETIME"};
 
 constexpr char const* statements[] = {
     "CREATE TABLE hosts (id {uuid} NOT NULL PRIMARY KEY, name {name} NOT NULL UNIQUE)",
 
-    "CREATE TABLE runs (id {uuid} NOT NULL PRIMARY KEY, host_id {uuid} NOT NULL, directory {path} NOT NULL,"
-    " started {integer} NOT NULL, FOREIGN KEY (host_id) REFERENCES hosts (id))",
+    "CREATE TABLE runs (id {uuid} NOT NULL PRIMARY KEY, host_uuid {uuid} NOT NULL, directory {path} NOT NULL,"
+    " started {integer} NOT NULL, ended {integer}, complete {boolean} NOT NULL,"
+    " FOREIGN KEY (host_uuid) REFERENCES hosts (id))",
 
-    "CREATE TABLE run_ends (run_id {uuid} NOT NULL PRIMARY KEY, state {integer} NOT NULL, ended {integer} NOT NULL,"
-    " FOREIGN KEY (run_id) REFERENCES runs (id))",
-
-    "CREATE TABLE files (id {uuid} NOT NULL PRIMARY KEY, run_id {uuid} NOT NULL, path {path} NOT NULL,"
+    "CREATE TABLE files (id {uuid} NOT NULL PRIMARY KEY, run_uuid {uuid} NOT NULL, path {path} NOT NULL,"
     " name {name} NOT NULL, kind {integer} NOT NULL, size {integer} NOT NULL, modified {integer} NOT NULL,"
-    " owner {name} NOT NULL, retired {integer}, FOREIGN KEY (run_id) REFERENCES runs (id))",
+    " owner {name} NOT NULL, retired {time}, FOREIGN KEY (run_uuid) REFERENCES runs (id))",
 
-    "CREATE INDEX files_by_run ON files (run_id)",
+    "CREATE INDEX files_by_run ON files (run_uuid)",
 };
 
 }  // namespace
@@ -42,6 +42,8 @@ void create_schema(Store& store) {
     text.set("name", types.name);
     text.set("path", types.path);
     text.set("integer", types.integer);
+    text.set("boolean", types.boolean);
+    text.set("time", types.time);
     store.run(text.str());
   }
 }

@@ -4,10 +4,11 @@ class Store;
 
 /// Creates the catalogue's tables:
 ///
-///   hosts     a machine, by name
-///   runs      one indexing of a directory of a host
-///   run_ends  how and when a run ended; a run without one is still running, or died
-///   files     what a run found; `retired` is null for all that counts
+///   hosts  a machine, by name
+///   runs   one indexing of a directory of a host; `ended` is null while it is running, and if it died
+///   files  what a run found; `retired` says since when a file is no longer wanted, null for one that is
 ///
-/// Keys are uuids of 16 bytes, times POSIX seconds, names and paths the bytes they are. Throws Store_Error.
+/// Keys are uuids of 16 bytes; a column that refers to one ends in "_uuid", by which filter documents know it. Times
+/// are POSIX seconds, `retired` the text YYYY-MM-DD hh:mm:ss in UTC, names and paths the bytes they are. Throws
+/// Store_Error.
 void create_schema(Store& store);

@@ -12,7 +12,7 @@ namespace {
 
 // SQLite keeps both numbers in the file's header: whose file it is, and the version of its schema.
 constexpr long long application_id = 0x43544C47;
-constexpr long long schema_version = 1;
+constexpr long long schema_version = 2;
 
 long long pragma(Store& store, std::string const& name) {
   long long number = 0;

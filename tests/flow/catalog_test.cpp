@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <string>
 #include <vector>
@@ -93,22 +94,22 @@ protected:
 };
 
 TEST_F(Catalog, find_and_stats_print_aligned_tables_without_control_characters) {
-  std::string const text = R"(NAME       KIND        SIZE  MODIFIED             #  HOST  PATH
-a.txt      file           5  2020-01-02 03:04:05  @  h1    DIR/tree/a.txt
-bad,\xff   file           0  2020-01-02 03:04:05  @  h1    DIR/tree/bad,\xff
-new\nline  file           1  2020-01-02 03:04:05  @  h1    DIR/tree/new\nline
-a2.txt     file       3,000  2020-01-02 03:04:05  @  h1    DIR/tree/sub/a2.txt
-sub        directory      0  2020-01-02 03:04:05  @  h1    DIR/tree/sub
+  std::string const text = R"(NAME       KIND        SIZE  MODIFIED             RETIRED  #  HOST  PATH
+a.txt      file           5  2020-01-02 03:04:05           @  h1    DIR/tree/a.txt
+bad,\xff   file           0  2020-01-02 03:04:05           @  h1    DIR/tree/bad,\xff
+new\nline  file           1  2020-01-02 03:04:05           @  h1    DIR/tree/new\nline
+a2.txt     file       3,000  2020-01-02 03:04:05           @  h1    DIR/tree/sub/a2.txt
+sub        directory      0  2020-01-02 03:04:05           @  h1    DIR/tree/sub
 2-6 of 7
 )";
   std::size_t const width = std::max<std::size_t>(user_.size(), 5);
   std::string const title = "OWNER" + std::string(width - 5, ' ');
   std::string const owner = user_ + std::string(width - user_.size(), ' ');
   EXPECT_EQ(run("find --sort kind,path --offset 1 --limit 5").out, replaced(replaced(text, "@", owner), "#", title));
-  EXPECT_EQ(run("stats").out, R"(HOST  KIND       FILES  BYTES
-h1    file           5  5,006
-h1    directory      1      0
-h1    link           1      0
+  EXPECT_EQ(run("stats").out, R"(HOST  KIND       FILES  BYTES  RETIRED
+h1    file           5  5,006        0
+h1    directory      1      0        0
+h1    link           1      0        0
 1-3 of 3
 )");
 }
@@ -125,17 +126,12 @@ TEST_F(Catalog, find_filters_sorts_and_pages) {
       {"--name tXt --sort size", {"a.txt", b, "a2.txt"}, 3},
       {"--name 0%.", {b}, 1},
       {"--name _", {}, 0},
-      {"--name '\"b\"'", {b}, 1},
       {"--name ',\xFF'", {bad}, 1},
       {"--min-size 2k", {"a2.txt"}, 1},
-      {"--kind link", {"link"}, 1},
-      {"--kind 2", {"sub"}, 1},
       {"--kind file --name a --min-size 5 --host h1", {"a.txt", "a2.txt"}, 2},
-      {"--host h", {}, 0},
       {"--sort size --order desc --limit 2", {"a2.txt", b}, 7},
       {"--sort kind,name --order desc,asc --limit 3", {"link", "sub", b}, 7},
       {"--limit 3 --offset 6", {"a2.txt"}, 7},
-      {"--offset 7", {}, 7},
       {"--limit 0", {}, 7},
   };
   for (auto const& c : cases) {
@@ -148,30 +144,228 @@ TEST_F(Catalog, find_filters_sorts_and_pages) {
 
 TEST_F(Catalog, csv_quotes_what_needs_it_and_keeps_every_byte) {
   std::string const text =
-      "name,kind,size,modified,owner,host,path\r\n"
-      "\"\"\"b\"\", 100%.TXT\",file,2000,2020-01-02 03:04:05,@,h1,\"DIR/tree/\"\"b\"\", 100%.TXT\"\r\n"
-      "a.txt,file,5,2020-01-02 03:04:05,@,h1,DIR/tree/a.txt\r\n"
-      "\"bad,\xFF\",file,0,2020-01-02 03:04:05,@,h1,\"DIR/tree/bad,\xFF\"\r\n"
-      "\"new\nline\",file,1,2020-01-02 03:04:05,@,h1,\"DIR/tree/new\nline\"\r\n";
+      "name,kind,size,modified,retired,owner,host,path\r\n"
+      "\"\"\"b\"\", 100%.TXT\",file,2000,2020-01-02 03:04:05,,@,h1,\"DIR/tree/\"\"b\"\", 100%.TXT\"\r\n"
+      "a.txt,file,5,2020-01-02 03:04:05,,@,h1,DIR/tree/a.txt\r\n"
+      "\"bad,\xFF\",file,0,2020-01-02 03:04:05,,@,h1,\"DIR/tree/bad,\xFF\"\r\n"
+      "\"new\nline\",file,1,2020-01-02 03:04:05,,@,h1,\"DIR/tree/new\nline\"\r\n";
   EXPECT_EQ(run("find --kind file --limit 4 --format csv").out, replaced(text, "@", user_));
 }
 
-TEST_F(Catalog, explain_prints_both_dialects_named_and_positional) {
-  std::string const keys =
-      "f.name `name`,f.kind `kind`,f.size `size`,f.modified `modified`,f.owner `owner`,h.name `host`,f.path `path`";
-  std::string const from =
-      " FROM `files` `f` INNER JOIN `runs` `r` ON r.id=f.run_id INNER JOIN `hosts` `h` ON h.id=r.host_id WHERE ";
-  std::string const named = from + "(f.name LIKE :__search_0 ESCAPE '|') AND (`f`.`size`>=:1)";
-  std::string const marks = from + "(f.name LIKE ? ESCAPE '|') AND (`f`.`size`>=?)";
-  std::string const tail = " ORDER BY f.size DESC,f.path ASC,f.id ASC LIMIT 20 OFFSET 40\n";
-  std::string const bindings = "      :1 = 1024\n      :__search_0 = \"%100|%%\"\n";
-  std::string const values = "      1 = \"%100|%%\"\n      2 = 1024\n";
-  std::string const texts = "  statement, by name\n    SELECT " + keys + named + tail + bindings +
-                            "  statement, by position\n    SELECT " + keys + marks + tail + values +
-                            "  count query, by name\n    SELECT COUNT(`f`.id)" + named + "\n" + bindings +
+TEST_F(Catalog, explain_prints_the_fate_of_each_key_and_both_dialects_named_and_positional) {
+  std::string const keys = R"(keys
+  condition: GE_size
+  condition: OR/EQ_kind
+  ignored: OR/AND/colour
+  condition: OR/AND/NL_retired
+  condition: OR/AND/IN_owner
+  condition: OR/complete
+  control: limit
+  condition: name
+  control: offset
+  loose: order='DESC': anything but 'desc' ascends
+  control: sort
+)";
+  std::string const select =
+      "SELECT f.name `name`,f.kind `kind`,f.size `size`,f.modified `modified`,f.retired `retired`,f.owner `owner`,"
+      "h.name `host`,f.path `path`";
+  std::string const where =
+      " FROM `files` `f` INNER JOIN `runs` `r` ON r.id=f.run_uuid INNER JOIN `hosts` `h` ON h.id=r.host_uuid"
+      " WHERE (`f`.`size`>=:1) AND ((`f`.`kind`=:2) OR ((`f`.`retired` IS NULL) AND (`f`.`owner` IN ('a','o''b')))"
+      " OR (`r`.`complete`=:3)) AND (`f`.`name`=:4) AND (f.name LIKE :__search_3 ESCAPE '|')";
+  std::string marks = where;
+  for (char const* const name : {":__search_3", ":1", ":2", ":3", ":4"}) marks = replaced(marks, name, "?");
+  std::string const tail = " ORDER BY f.name ASC,f.size ASC,f.path ASC,f.id ASC LIMIT 50 OFFSET 40\n";
+  std::string const bindings =
+      "      :1 = 1024\n      :2 = 1\n      :3 = true\n      :4 = \"Report\"\n      :__search_3 = \"%100|%%\"\n";
+  std::string const values =
+      "      1 = 1024\n      2 = 1\n      3 = true\n      4 = \"Report\"\n      5 = \"%100|%%\"\n";
+  std::string const texts = "  statement, by name\n    " + select + where + tail + bindings +
+                            "  statement, by position\n    " + select + marks + tail + values +
+                            "  count query, by name\n    SELECT COUNT(`f`.id)" + where + "\n" + bindings +
                             "  count query, by position\n    SELECT COUNT(`f`.id)" + marks + "\n" + values;
-  EXPECT_EQ(run("find --name 100% --min-size 1k --sort size --order desc --offset 40 --explain").out,
-            "MySQL\n" + texts + "SQLite\n" + texts);
+  EXPECT_EQ(shell("\"$C\" explain 'name=Report&GE_size=1024&OR=EQ_kind%3D1%26AND%3Dcolour%253Dred%2526NL_retired%253D"
+                  "%2526IN_owner%253Da,o%252527b%26complete%3D1&sort=name,size&order=DESC&limit=50&offset=100'"
+                  " --name 100% --offset 40")
+                .out,
+            keys + "MySQL\n" + texts + "SQLite\n" + texts);
+}
+
+TEST_F(Catalog, requests_find_what_a_walk_of_the_tree_selects) {
+  std::ofstream(home_ / "large.json")
+      << R"({"op":"AND","v":[{"op":"GE","k":"f.size","v":5},{"op":"OR","v":["f.name LIKE 'a%'",)"
+         R"({"op":"EQ","k":"f.kind","v":[2,3]}]},{"op":"EQ","k":"f.run_uuid","v":")"
+      << column(page("runs"), "id").front() << R"("}]})";
+  using Entry = fs::directory_entry;
+  auto const size = [](Entry const& e) { return e.is_regular_file() && !e.is_symlink() ? e.file_size() : 0; };
+  auto const starts_with_a = [](Entry const& e) { return e.path().filename().string()[0] == 'a'; };
+  auto const large = [&](Entry const& e) { return size(e) >= 5 && starts_with_a(e); };
+  std::function<bool(Entry const&)> const all = [](Entry const&) { return true; };
+  struct {
+    char const* arguments;
+    std::function<bool(Entry const&)> selects;
+  } const cases[] = {
+      {"''", all},
+      {"'limit=-1'", all},
+      {"'host=H1&complete=1&NL_retired='", all},
+      {"'host=h2'", [](Entry const&) { return false; }},
+      {"'GE_size=5&LK_name=a%25'", large},
+      {"'OR=LT_size%3D2%26AND%3Dkind%253D1%2526GT_size%253D2000'",
+       [&](Entry const& e) { return size(e) < 2 || size(e) > 2000; }},
+      {"'IN_kind=2,3'", [](Entry const& e) { return e.is_directory() || e.is_symlink(); }},
+      {R"(--json '{"OR":{"IN_size":[5,2000],"kind":2},"NE_name":"a.txt"}')",
+       [&](Entry const& e) { return size(e) == 2000 || e.is_directory(); }},
+      {R"(--json '{"AND":{"OR":"name=a.txt&name=link"},"complete":true}')",
+       [](Entry const& e) { return e.path().filename() == "a.txt" || e.path().filename() == "link"; }},
+      {"--document large.json", large},
+      {"'LT_size=100' --document - <large.json", [&](Entry const& e) { return large(e) && size(e) < 100; }},
+      {"'GE_size=5' --name a --kind file", large},
+  };
+  for (auto const& c : cases) {
+    SCOPED_TRACE(c.arguments);
+    Names paths;
+    for (auto const& entry : fs::recursive_directory_iterator(home_ / "tree")) {
+      std::string const path = replaced(entry.path().string(), home_.string(), "DIR");
+      if (c.selects(entry)) paths.push_back(replaced(path, "\xFF", "\xEF\xBF\xBD"));
+    }
+    EXPECT_THAT(column(page(std::string("find ") + c.arguments), "path"), ::testing::UnorderedElementsAreArray(paths));
+  }
+}
+
+TEST_F(Catalog, find_names_what_it_could_not_use_and_lets_options_win) {
+  struct {
+    char const* arguments;
+    char const* complaints;
+    Names names;
+  } const cases[] = {
+      {"'sort=size&order=desc&limit=2&offset=1&kind=1'", "", {"\"b\", 100%.TXT", "a.txt"}},
+      {"'sort=size&limit=9&offset=5' --sort name --order desc --limit 1 --offset 0", "", {"sub"}},
+      {"'order=desc' --limit 1", "", {"a2.txt"}},
+      {"'shape=1&OR=colour%3Dred%26name%3Dsub'", "ignored: OR/colour, shape\n", {"sub"}},
+      {"'name=a.txt&name=sub'", "repeated, the last counts: name\n", {"sub"}},
+      {"'kind=file'", "loose: kind='file': no 64-bit integer; the digits at its start count, without any 0\n", {}},
+      {"'complete=false&name=sub'", "loose: complete='false': neither 0 nor 1; anything but 0 is true\n", {"sub"}},
+      {"'NI_size=&name=sub&AND='", "loose: AND='': an empty group\nloose: NI_size='': an empty list\n", {"sub"}},
+      {"'run=1&sort=f.id&name=sub'",
+       "failed: run='1': a uuid is wanted\nfailed: sort='f.id': keys of a request are wanted\n",
+       {"sub"}},
+      {R"(--json '{"OR":{"name":"x","size":true},"limit":1.5,"name":"sub"}')",
+       "failed: OR/size='true': an integer is wanted\nfailed: limit='1.5': an integer is wanted\n",
+       {"sub"}},
+      {R"(--json '{"AND":7,"IN_run":["x"],"name":"sub"}')",
+       "failed: AND='7': an object or a query string is wanted\nfailed: IN_run='[\"x\"]': uuids are wanted\n",
+       {"sub"}},
+  };
+  for (auto const& c : cases) {
+    SCOPED_TRACE(c.arguments);
+    std::string const command = std::string("find ") + c.arguments;
+    EXPECT_EQ(replaced(run(command).err, "catalog: ", ""), c.complaints);
+    EXPECT_EQ(column(page(command), "name"), c.names);
+  }
+}
+
+TEST_F(Catalog, hostile_requests_are_answered_or_refused_and_change_nothing) {
+  auto const repeated = [](std::string const& text, int times) {
+    std::string all;
+    for (int i = 0; i < times; ++i) all += text;
+    return all;
+  };
+  std::string pairs;
+  for (int i = 0; i < 10000; ++i) pairs += "k" + std::to_string(i) + "=1&";
+  auto const nested = [&](int levels) {
+    return "--json '" + repeated(R"({"LT_size":0,"OR":)", levels) + "{\"size\":-1}" + repeated("}", levels) + '\'';
+  };
+  std::string const uuid = "00000000-0000-4000-8000-000000000000";
+  struct {
+    std::string request;
+    int code;
+  } const cases[] = {
+      {"'name=%27;DROP TABLE files;--&owner=\\&path=\"'", 0},
+      {"'IN_name=%27);DROP TABLE files;--,\\,\",`,:1,?&size=-5'", 0},
+      {"'NI_owner=\\%27&name=\xFF\xC0%FE'", 0},
+      {"'AND=%26=&=&%&%zz=%&OR&name=x'", 0},
+      {"'name=%00&OR=IN_name%3Da%2500b&IN_path=a%00b'", 0},
+      {"'sort=,&order=,&name=x'", 0},
+      {"'sort=" + repeated("name,", 3000) + "&name=x'", 0},
+      {"'sort=size;DROP TABLE files&order=desc;&limit=-9223372036854775808&offset=-5&name=x'", 0},
+      {"'limit=99999999999999999999&offset=99999999999999999999&name=x'", 0},
+      {"'LK_name=" + repeated("%25", 30000) + "x'", 0},
+      {"'IN_run=" + uuid + "&run=" + uuid + "'", 0},
+      {R"(--json '{"size":18446744073709551615,"name":{"a":[1.5]},"IN_path":[{"a":"\u0000"},null,1e308,"\u0000"]}')",
+       0},
+      {"'" + pairs + "name=x'", 0},
+      {"'OR=" + repeated("size%3D-1%26", 199) + "'", 0},
+      {"'OR=" + repeated("size%3D-1%26", 9000) + "'", 2},
+      {nested(16), 0},
+      {nested(17), 2},
+      {"'" + repeated("AND=", 16000) + "size=1'", 2},
+  };
+  std::string const before = run("find --format csv").out;
+  for (auto const& c : cases) {
+    SCOPED_TRACE(c.request.substr(0, 80));
+    Outcome const found = run("find " + c.request);
+    EXPECT_EQ(found.code, c.code) << found.err;
+    EXPECT_THAT(run("purge " + c.request), ::testing::Field(&Outcome::code, ::testing::AnyOf(0, 2)));
+    EXPECT_EQ(shell("\"$C\" explain " + c.request).code, c.code);
+  }
+  EXPECT_EQ(run("find --format csv").out, before);
+}
+
+TEST_F(Catalog, retire_and_purge_take_plain_conditions_only) {
+  struct {
+    char const* command;
+    char const* done;     // empty: refused
+    char const* refusal;  // after "nothing changed, "
+    long long retired;
+    long long total;
+  } const steps[] = {
+      {"retire", "", "no condition: --all is needed to have 7 files retired", 0, 7},
+      {"retire --json '{}'", "", "no condition: --all is needed to have 7 files retired", 0, 7},
+      {"retire 'LK_name=a%25&colour=1'", "", "a key is not plainly a condition; ignored: colour", 0, 7},
+      {"retire 'run=1' --all", "", "a key is not plainly a condition; failed: run='1': a uuid is wanted", 0, 7},
+      {"retire 'name=x&limit=1' --all", "", "a key is not plainly a condition; control: limit", 0, 7},
+      {"retire 'NI_size='", "", "a key is not plainly a condition; loose: NI_size='': an empty list", 0, 7},
+      {"retire 'name=x&name=a.txt'", "", "a key is not plainly a condition; repeated, the last counts: name", 0, 7},
+      {"retire --document none.json", "", "a key is not plainly a condition; loose: --document: no condition in it", 0,
+       7},
+      {"retire 'host=H1&LK_name=%25.txt'", "retired 3 files\n", "", 3, 7},
+      {"retire 'OR=name%3Da.txt%26kind%3D2'", "retired 1 files\n", "", 4, 7},
+      {"purge", "", "no condition: --all is needed to have 4 files purged", 4, 7},
+      {"purge 'GE_size=0&shape=1'", "", "a key is not plainly a condition; ignored: shape", 4, 7},
+      {"purge 'LT_size=6&kind=1'", "purged 1 files\n", "", 3, 6},
+      {"purge --all", "purged 3 files\n", "", 0, 3},
+      {"retire --all", "retired 3 files\n", "", 3, 3},
+  };
+  std::ofstream(home_ / "none.json") << R"({"op":"OR","v":[]})";
+  for (auto const& step : steps) {
+    SCOPED_TRACE(step.command);
+    Outcome const outcome = run(step.command);
+    bool const refused = *step.done == '\0';
+    EXPECT_EQ(outcome.code, refused ? 2 : 0);
+    EXPECT_EQ(outcome.out, step.done);
+    EXPECT_EQ(outcome.err, refused ? std::string("catalog: nothing changed, ") + step.refusal + "\n" : "");
+    EXPECT_EQ(total("find NN_retired="), step.retired);
+    EXPECT_EQ(total("find"), step.total);
+  }
+}
+
+TEST_F(Catalog, runs_are_listed_compared_and_dropped) {
+  fs::remove(home_ / "tree/a.txt");
+  fs::remove(home_ / "tree/sub/a2.txt");
+  std::ofstream(home_ / "tree/b") << "b";
+  std::string const first = column(page("runs"), "id").front();
+  ASSERT_EQ(run("index tree --host h2").code, 0);
+  Names const runs = column(page("runs"), "id");
+  std::string const second = runs[0] == first ? runs[1] : runs[0];
+  EXPECT_EQ(run("changes " + first + ' ' + second + " --format csv").out,
+            "change,path,kind,size\r\nremoved,DIR/tree/a.txt,file,5\r\nadded,DIR/tree/b,file,1\r\n"
+            "removed,DIR/tree/sub/a2.txt,file,3000\r\n");
+  EXPECT_EQ(total("changes " + first + ' ' + second), 3);
+  EXPECT_EQ(run("drop-run " + first).out, "dropped run " + first + " with 7 files\n");
+  EXPECT_EQ(column(page("runs"), "id"), Names{second});
+  EXPECT_EQ(total("find host=h2"), 6);
+  EXPECT_EQ(total("find"), 6);
+  EXPECT_EQ(run("drop-run " + first).code, 1);
 }
 
 TEST_F(Catalog, what_goes_wrong_has_its_exit_code_and_one_line) {
@@ -181,7 +375,9 @@ TEST_F(Catalog, what_goes_wrong_has_its_exit_code_and_one_line) {
     changed.at(offset) = byte;
     std::ofstream(home_ / file, std::ios::binary) << changed;
   };
-  write_changed("newer.db", 63, 2);    // the last byte of user_version in the file's header
+  write_changed("newer.db", 63, 3);  // the last byte of user_version in the file's header
+  std::ofstream(home_ / "bad.json")
+      << R"({"op":"AND","v":[{"op":"OR","v":["f.size>1",{"op":"BR","k":"f.size","v":1}]}]})";
   write_changed("foreign.db", 71, 0);  // and of application_id
   struct {
     char const* arguments;
@@ -190,21 +386,26 @@ TEST_F(Catalog, what_goes_wrong_has_its_exit_code_and_one_line) {
   } const cases[] = {
       {"", 2, "A subcommand is required"},
       {"find --colour", 2, "The following argument was not expected: --colour"},
-      {"find --sort f.id", 2, "--sort: unknown word 'f.id', allowed: name, kind, size, modified, owner, host, path"},
+      {"find --sort f.id", 2,
+       "--sort: unknown word 'f.id', allowed: name, kind, size, modified, retired, owner, host, path"},
       {"find --order asc,up", 2, "--order: unknown word 'up', allowed: asc, desc"},
       {"find --order asc,desc", 2, "--order: more orders than sort keys"},
       {"find --kind 5", 2, "--kind: unknown word '5', allowed: file, directory, link, other, 1, 2, 3, 4"},
       {"find --limit -1", 2, "--limit: '-1' is no number from 0 to 9223372036854775807"},
       {"find --min-size 8388608T", 2, "--min-size: '8388608T' is no number from 0 to 9223372036854775807"},
-      {"stats --format xml", 2, "--format: unknown word 'xml', allowed: table, json, csv"},
+      {"find name=a --json '{}'", 2, "REQUEST excludes --json"},
+      {"find --json '{\"size\":\ntrue,}'", 2, "--json: line 2, column 6: the name of a member is missing"},
+      {"find --document gone.json", 1, "gone.json cannot be read"},
+      {"find --document tree/a.txt", 2, "tree/a.txt: line 1, column 1: a value is missing or misspelt"},
+      {"find --document bad.json", 2, "--document: the document, member 1, member 2: an 'op' that compares nothing"},
       {"index 'gone\n'", 1, "gone\\n: No such file or directory"},
       {"index store.db", 1, "store.db: not a directory"},
       {"find --store gone.db", 1, "gone.db: no such store file"},
       {"drop-run x --store gone.db", 1, "gone.db: no such store file"},
-      {"find --store err", 1, "err is no catalogue"},  // an empty file
       {"find --store tree/a.txt", 1, "cannot open database 'tree/a.txt': file is not a database (SQLite error 26)"},
       {"index tree --store foreign.db", 1, "foreign.db is no catalogue"},
-      {"runs --store newer.db", 1, "newer.db is a catalogue of schema version 2, this program reads version 1"},
+      {"runs --store newer.db", 1, "newer.db is a catalogue of schema version 3, this program reads version 2"},
+      {"changes x y", 1, "no run x in store.db"},
       {"drop-run \"' OR ''='\"", 1, "no run ' OR ''=' in store.db"},
   };
   for (auto const& c : cases) {
@@ -216,16 +417,6 @@ TEST_F(Catalog, what_goes_wrong_has_its_exit_code_and_one_line) {
   }
   EXPECT_FALSE(fs::exists(home_ / "gone.db"));
   EXPECT_EQ(total("find"), 7);
-}
-
-TEST_F(Catalog, drop_run_deletes_that_run_and_its_files_only) {
-  ASSERT_EQ(run("index tree/sub --host h2").code, 0);
-  EXPECT_EQ(column(page("runs"), "directory"), (Names{"DIR/tree", "DIR/tree/sub"}));
-  std::string const first = column(page("runs"), "id").front();
-  EXPECT_EQ(run("drop-run " + first).out, "dropped run " + first + " with 7 files\n");
-  EXPECT_EQ(column(page("runs"), "directory"), Names{"DIR/tree/sub"});
-  EXPECT_EQ(column(page("find"), "host"), Names{"h2"});
-  EXPECT_EQ(run("drop-run " + first).code, 1);
 }
 
 TEST_F(Catalog, index_names_the_first_unreadable_directories_and_counts_the_rest) {

@@ -1,0 +1,11 @@
+#pragma once
+
+namespace CLI {
+class App;
+}
+struct File_Query;
+struct Request_Source;
+
+/// Give a command the options that fill a query, and the request that it may stand beside.
+void add_query_options(CLI::App& command, File_Query& query);
+void add_request_options(CLI::App& command, Request_Source& request);

@@ -9,8 +9,12 @@
 
 /// A database of the embedded SQLite library: a file, or ":memory:".
 ///
-/// SQLite has no unsigned 64-bit integer: a value above 2^63-1 is refused with an error rather than rounded. Foreign
-/// keys are enforced. A database locked by another process is waited for up to 5 seconds.
+/// SQLite has no unsigned 64-bit integer and stores what is no number as NULL: a value above 2^63-1 and a NaN are
+/// refused with an error rather than changed. Foreign keys are enforced. A database locked by another process is waited
+/// for up to 5 seconds.
+///
+/// SQLite's cost of named parameters grows with the square of their number: a statement of some thousand values is
+/// better run BY_POSITION.
 class BACKUP_STORE_API SQLite_Store : public Store {
 public:
   enum Open_Mode {

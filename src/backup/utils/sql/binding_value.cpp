@@ -57,9 +57,8 @@ Binding_Value::Binding_Value(Binding_Value&& other) noexcept : type_(other.type_
 }
 
 Binding_Value& Binding_Value::operator=(Binding_Value const& other) {
-  val_ = other.val_;  // first: it may throw
-  type_ = other.type_;
-  return *this;
+  Binding_Value copy(other);  // what may throw is done before anything changes
+  return *this = std::move(copy);
 }
 
 Binding_Value& Binding_Value::operator=(Binding_Value&& other) noexcept {

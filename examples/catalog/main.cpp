@@ -88,6 +88,8 @@ void add_find(CLI::App& app, Command& command) {
                             find, [&](CLI::App& subcommand, Find_Options& options) {
                               add_conditions(subcommand, options);
                               add_read_options(subcommand, options.read);
+                              subcommand.add_flag("--explain", options.explain,
+                                                  "Print the statements instead, as 'catalog explain' does");
                             });
   add_command<Find_Options>(app, command, "explain",
                             "Print what becomes of each key of a request, and the statement and the count query that "

@@ -34,6 +34,7 @@ void require_run(Store& store, Read_Options const& options, std::string const& r
 }  // namespace
 
 void find(Find_Options const& options) {
+  if (options.explain) return explain_find(options);
   Request const request = read_request(options.request);
   Key_Outcomes outcomes;
   Select_SQL const select = find_files(options.query, request, outcomes);

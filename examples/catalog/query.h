@@ -15,6 +15,7 @@ struct Find_Options {
   Read_Options read;  ///< not for `explain_find`
   File_Query query;
   Request_Source request;
+  bool explain = false;
 };
 
 struct Changes_Options {
@@ -24,7 +25,8 @@ struct Changes_Options {
 };
 
 /// The commands that read: each writes its answer to the standard output. The first two throw Misuse for a request
-/// that cannot be read; `find` says on the standard error stream what it could not use of one.
+/// that cannot be read; `find` says on the standard error stream what it could not use of one, and with `explain` set
+/// is `explain_find`.
 void find(Find_Options const& options);
 /// Writes the statements of `find` instead, see `explain`.
 void explain_find(Find_Options const& options);

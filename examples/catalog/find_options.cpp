@@ -30,7 +30,13 @@ void add_sort_options(CLI::App& command, File_Query& query) {
 }
 
 void add_condition_options(CLI::App& command, File_Query& query) {
-  command.add_option("--name", query.name, "Part of the name, taken literally; ASCII letters match in either case")
+  auto const set_name = [&query](std::string const& text) {
+    if (text.size() > 4096) throw CLI::ValidationError("--name", "longer than any name");
+    query.name = text;
+  };
+  command
+      .add_option_function<std::string>("--name", set_name,
+                                        "Part of the name, taken literally; ASCII letters match in either case")
       ->type_name("TEXT");
   auto const set_min_size = [&query](std::string const& text) {
     query.min_size = read_number("--min-size", text, "kMGT");
@@ -45,7 +51,7 @@ void add_condition_options(CLI::App& command, File_Query& query) {
   };
   command.add_option_function<std::string>("--kind", set_kind, "file, directory, link or other, or 1 to 4")
       ->type_name("KIND");
-  command.add_option("--host", query.host, "The machine's name")->type_name("NAME");
+  command.add_option("--host", query.host, "The machine's name, exactly")->type_name("NAME");
 }
 
 void add_page_options(CLI::App& command, File_Query& query) {
@@ -75,13 +81,16 @@ void add_request_options(CLI::App& command, Request_Source& request) {
                   "is trusted: it names the columns of files f, runs r and hosts h itself and may hold SQL")
       ->type_name("FILE");
   command.footer(
-      "A request: 'GE_size=1024&LK_name=%25.h&OR=EQ_kind%3D1%26NL_retired%3D&sort=size,name&order=desc&limit=20'.\n"
+      "A request: 'GE_size=1024&LK_name=%25.h&OR=EQ_kind%3D1%26NL_retired%3D'; where files are listed, also "
+      "'sort=size,name&order=desc&limit=20&offset=40'.\n"
       "Keys: " +
       request_keys() +
       ".\n"
       "Before a key, EQ_ (the default), NE_, LT_, LE_, GT_, GE_, LK_, NK_ (like and not like), IN_, NI_ (in and not in "
       "a list with commas, uuids in it without hyphens), NL_ and NN_ (null and not null). AND and OR hold a query "
-      "string or an object. A key given twice counts as it comes last. kind is 1 for a file, 2 for a directory, 3 for "
+      "string or an object. Of a key given twice the last counts, in a group both. kind is 1 for a file, 2 for a "
+      "directory, 3 for "
       "a link, 4 for another; modified is in POSIX seconds, retired a text YYYY-MM-DD hh:mm:ss in UTC; complete is 1 "
-      "for files of a run that came to its end.");
+      "for files of a run that came to its end. host is compared in lower case.\n"
+      "Exit codes: 0 success, 1 failed, 2 misuse.");
 }

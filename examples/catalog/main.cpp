@@ -83,8 +83,9 @@ void add_find(CLI::App& app, Command& command) {
     add_query_options(subcommand, options.query);
   };
   add_command<Find_Options>(app, command, "find",
-                            "List the files that meet all conditions, a page at a time. What an option says wins over "
-                            "the request; what it could not use of a request it names.",
+                            "List the files that meet all conditions, a page at a time. Sort, order, limit and "
+                            "offset given as options win over the request's; the other options add conditions to it. "
+                            "What it could not use of a request it names.",
                             find, [&](CLI::App& subcommand, Find_Options& options) {
                               add_conditions(subcommand, options);
                               add_read_options(subcommand, options.read);

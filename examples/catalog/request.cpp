@@ -1,12 +1,15 @@
 #include "request.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
 #include <cstddef>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <iterator>
 #include <stdexcept>
+#include <system_error>
 #include <utility>
 
 #include "backup/runtime/http_query_string.h"
@@ -62,7 +65,9 @@ constexpr std::size_t longest_pattern = 4096;
 
 constexpr unsigned int accumulate = 1;
 
-constexpr char const* no_integer = "no 64-bit integer; the digits at its start count, without any 0";
+constexpr char const* no_integer = "no 64-bit integer; the digits at its start count, none are 0, too many 2^63-1";
+constexpr char const* no_text = "no text; it is compared as it is";
+constexpr char const* other_kind = "an element of another kind than the key's";
 constexpr char const* no_boolean = "neither 0 nor 1; anything but 0 is true";
 
 bool is_text(Value const& value) { return value.type() == json_spirit::str_type; }
@@ -88,7 +93,8 @@ std::optional<Array> elements_of(Value const& list) {
 
 bool is_integer(std::string const& text) {
   long long number = 0;
-  char const* const begin = text.data() + (text.compare(0, 1, "+") == 0 ? 1 : 0);
+  bool const has_plus = text.compare(0, 1, "+") == 0 && text.compare(1, 1, "-") != 0;
+  char const* const begin = text.data() + (has_plus ? 1 : 0);
   char const* const end = text.data() + text.size();
   auto const read = std::from_chars(begin, end, number);
   return read.ec == std::errc() && read.ptr == end;
@@ -142,15 +148,25 @@ char const* unfit(Condition const& condition) {
   return is_pattern && is_text(value) && value.get_str().size() > longest_pattern ? "longer than any path" : nullptr;
 }
 
+// The kind of JSON value that a key of the type is given.
+json_spirit::Value_type kind_of(unsigned int type) {
+  if (type == Filter::TYPE_BOOL) return json_spirit::bool_type;
+  return type == Filter::TYPE_INT ? json_spirit::int_type : json_spirit::str_type;
+}
+
 // How a value may be taken for another than it was meant to be; null when it is plain.
 char const* doubt(Condition const& condition) {
   if (!condition.has_value()) return nullptr;
   Value const& value = condition.value;
   std::optional<Array> const elements = condition.is_list() ? elements_of(value) : Array{value};
   if (!elements || elements->empty()) return "an empty list";
-  // The elements of an array are compared as they are.
-  if (value.type() == json_spirit::array_type) return nullptr;
   for (Value const& element : *elements) {
+    if (condition.filter.type == Filter::TYPE_TEXT && !is_text(element)) return no_text;
+    // The elements of an array are compared as they are.
+    if (value.type() == json_spirit::array_type && condition.is_list()) {
+      if (element.type() != kind_of(condition.filter.type)) return other_kind;
+      continue;
+    }
     if (!is_text(element)) continue;
     std::string const& text = element.get_str();
     if (condition.filter.type == Filter::TYPE_INT && !is_integer(text)) return no_integer;
@@ -303,6 +319,11 @@ void Reader::judge_control(Control const& control, std::string const& key, Value
   outcomes_.push_back({key, Outcome::control, ""});
 }
 
+bool is_uuid_column(std::string const& key) {
+  std::string const suffix = "_uuid";
+  return key.size() >= suffix.size() && key.compare(key.size() - suffix.size(), suffix.size(), suffix) == 0;
+}
+
 // Why an object or a text is no part of a document; null for a part.
 char const* flaw(Value const& part) {
   if (is_text(part)) return part.get_str().empty() ? "an empty text" : nullptr;
@@ -314,7 +335,14 @@ char const* flaw(Value const& part) {
   if (is_group(*op)) return operand->type() == json_spirit::array_type ? nullptr : "a group's 'v' is no array";
   if (item_get_key(object) == nullptr || item_get_key(object)->empty()) return "no 'k'";
   Item_SQL::Item_Op const value = Item_SQL::op_name_to_value(op->data(), op->size());
-  return op_to_sql(value) == nullptr ? "an 'op' that compares nothing" : nullptr;
+  if (op_to_sql(value) == nullptr) return "an 'op' that compares nothing";
+  bool const is_list = operand->type() == json_spirit::array_type;
+  if (is_list) return value == Item_SQL::OP_EQ || value == Item_SQL::OP_NE ? nullptr : "a list takes EQ or NE only";
+  if (value == Item_SQL::OP_IN || value == Item_SQL::OP_NI)
+    return "IN and NI compare nothing here; EQ or NE takes a list";
+  if (!is_text(*operand)) return nullptr;
+  if (operand->get_str().size() > longest_pattern) return "a text longer than any path";
+  return is_uuid_column(*item_get_key(object)) && !is_valid_uuid(operand->get_str()) ? "no uuid" : nullptr;
 }
 
 // The library leaves out what is no part of a document; here that is an error, for less of a filter finds more.
@@ -349,7 +377,7 @@ void Reader::read_document(Object const& document, Filter_SQL& filter) {
 Object read_object(std::string const& source, std::string const& text) {
   Value value;
   json_spirit::Read_Error error;
-  if (!json_spirit::read_string(text, value, error)) {
+  if (!json_spirit::read_string(text, value, error, json_spirit::Repeated_Members::refused)) {
     throw Misuse(source + ": line " + std::to_string(error.line) + ", column " + std::to_string(error.column) + ": " +
                  error.reason);
   }
@@ -359,10 +387,12 @@ Object read_object(std::string const& source, std::string const& text) {
 
 std::string content(std::string const& file) {
   std::ifstream stream;
+  if (std::filesystem::is_directory(file)) throw std::runtime_error(file + ": is a directory");
+  errno = 0;
   if (file != "-") stream.open(file, std::ios::binary);
   std::istream& in = file == "-" ? std::cin : stream;
+  if (!in) throw std::runtime_error(file + ": " + std::generic_category().message(errno));
   std::string text{std::istreambuf_iterator<char>(in), {}};
-  if (!in) throw std::runtime_error(file + " cannot be read");
   return text;
 }
 

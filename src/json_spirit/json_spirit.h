@@ -155,12 +155,16 @@ struct JSON_SPIRIT_API Read_Error {
   std::string reason;
 };
 
+/// What `read_string` makes of a member whose name its object has already.
+enum class Repeated_Members { last_counts, refused };
+
 /// Reads one JSON text (RFC 8259, UTF-8 checked, nothing but blanks after it) into `value`. Integers that fit are
-/// signed, larger ones up to 2^64-1 unsigned, all others real; of two members with one name the last counts; zero bytes
-/// are kept. False, with `value` unchanged and `error` filled, when the text is malformed or a number exceeds a double;
-/// one with 309 digits before its point or an exponent above 308 may count as such whatever it comes to ("0e400"). What
-/// is too small for a double is 0.
-JSON_SPIRIT_API bool read_string(std::string const& text, Value& value, Read_Error& error);
+/// signed, larger ones up to 2^64-1 unsigned, all others real; of two members with one name the last counts, unless
+/// `repeated` refuses them; zero bytes are kept. False, with `value` unchanged and `error` filled, when the text is
+/// malformed or a number exceeds a double; one with 309 digits before its point or an exponent above 308 may count as
+/// such whatever it comes to ("0e400"). What is too small for a double is 0.
+JSON_SPIRIT_API bool read_string(std::string const& text, Value& value, Read_Error& error,
+                                 Repeated_Members repeated = Repeated_Members::last_counts);
 /// The same, throwing std::runtime_error "line 1, column 5: REASON" instead.
 JSON_SPIRIT_API void read_string_or_throw(std::string const& text, Value& value);
 

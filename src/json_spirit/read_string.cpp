@@ -65,7 +65,10 @@ bool read_number(std::string_view number, Value& value) {
 // a member's place is used before the next one is made.
 class Value_Builder : public rapidjson::BaseReaderHandler<Utf8, Value_Builder> {
 public:
-  explicit Value_Builder(Value& root) : root_(root) {}
+  Value_Builder(Value& root, Repeated_Members repeated) : root_(root), repeated_(repeated) {}
+
+  // True when it stopped at a repeated member.
+  bool has_refused() const { return has_refused_; }
 
   bool Null() {
     place() = Value();
@@ -81,8 +84,10 @@ public:
     return true;
   }
   bool Key(char const* text, std::size_t size, bool /*copy*/) {
-    member_ = &(*open_.back().object)[std::string(text, size)];
-    return true;
+    auto const member = open_.back().object->try_emplace(std::string(text, size));
+    member_ = &member.first->second;
+    has_refused_ = !member.second && repeated_ == Repeated_Members::refused;
+    return !has_refused_;
   }
   bool StartObject() {
     Value& value = place();
@@ -117,6 +122,8 @@ private:
   }
 
   Value& root_;
+  Repeated_Members repeated_;
+  bool has_refused_ = false;
   Value* member_ = nullptr;
   std::vector<Level> open_;
 };
@@ -156,7 +163,8 @@ char const* reason_of(rapidjson::ParseErrorCode code) {
     case rapidjson::kParseErrorStringMissQuotationMark: return "the closing quotation mark of a string is missing";
     case rapidjson::kParseErrorStringInvalidEncoding: return "a string is not valid UTF-8";
     case rapidjson::kParseErrorNumberTooBig:
-    case rapidjson::kParseErrorTermination: return "the number is too big";  // nothing else stops the builder
+    case rapidjson::kParseErrorTermination:
+      return "the number is too big";  // what else stops the builder is told apart before
     case rapidjson::kParseErrorNumberMissFraction: return "a digit is missing after the point of a number";
     case rapidjson::kParseErrorNumberMissExponent: return "a digit is missing in the exponent of a number";
     default: return "the text is not JSON";
@@ -174,8 +182,8 @@ Read_Error error_at(std::string const& text, std::size_t offset, char const* rea
 }
 
 // The error's line is 0 when there is none.
-Read_Error read(std::string const& text, Value& root) {
-  Value_Builder builder(root);
+Read_Error read(std::string const& text, Value& root, Repeated_Members repeated) {
+  Value_Builder builder(root, repeated);
   rapidjson::MemoryStream stream(text.data(), text.size());
   Throwing_Allocator allocator;
   rapidjson::GenericReader<Utf8, Utf8, Throwing_Allocator> reader(&allocator);
@@ -183,6 +191,7 @@ Read_Error read(std::string const& text, Value& root) {
   std::size_t const end = result.IsError() ? result.Offset() : stream.Tell();
   // RapidJSON takes a zero byte for the end of the text.
   if (end < text.size() && text[end] == '\0') return error_at(text, end, "there is a zero byte in the text");
+  if (builder.has_refused()) return error_at(text, end, "the object has a member of this name already");
   if (result.IsError()) return error_at(text, end, reason_of(result.Code()));
   std::size_t const surrogate = find_lone_surrogate(text);
   if (surrogate == std::string::npos) return {};
@@ -191,9 +200,9 @@ Read_Error read(std::string const& text, Value& root) {
 
 }  // namespace
 
-bool read_string(std::string const& text, Value& value, Read_Error& error) {
+bool read_string(std::string const& text, Value& value, Read_Error& error, Repeated_Members repeated) {
   Value root;
-  error = read(text, root);
+  error = read(text, root, repeated);
   if (error.line != 0) return false;
   value = std::move(root);
   return true;

@@ -228,6 +228,19 @@ TEST(JSON_Dump, writes_exactly_what_reads_back) {
   EXPECT_EQ(dump(Array{NAN, HUGE_VAL, -HUGE_VAL, Secure_String("in clear\"")}), R"([null,null,null,"in clear\""])");
 }
 
+TEST(read_string, repeated_members_are_refused_on_request) {
+  std::string const text = "{\"a\":{\"b\":1},\n\"a\":2}";
+  Value value("kept");
+  Read_Error error;
+  EXPECT_FALSE(read_string(text, value, error, Repeated_Members::refused));
+  EXPECT_EQ(error.line, 2U);
+  EXPECT_EQ(error.column, 4U);
+  EXPECT_EQ(error.reason, "the object has a member of this name already");
+  EXPECT_EQ(value, Value("kept"));
+  EXPECT_TRUE(read_string(text, value, error));
+  EXPECT_EQ(dump(value), R"({"a":2})");
+}
+
 TEST(read_string, takes_every_form_of_a_text) {
   std::pair<std::string, char const*> const rows[] = {
       // text, and its compact form

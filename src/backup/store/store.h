@@ -10,8 +10,8 @@
 #include "backup/utils/sql/binding_value.h"
 #include "backup/utils/sql/sql.h"
 
-/// What went wrong on the database. `what()` holds the driver's message, its code and the statement's text; a value
-/// never.
+/// What went wrong on the database. `what()` holds the driver's message, its code and the statement's text; a bound
+/// value never, so a message that might quote one is replaced by the driver's general words for the code.
 class BACKUP_STORE_API Store_Error : public std::runtime_error {
 public:
   Store_Error(std::string const& message, int code, std::string const& statement);

@@ -39,7 +39,7 @@ long long to_signed(Value const& value) {
 }
 
 std::string column_of(Filter const& filter, std::string const& key) {
-  std::string const name = filter.name == nullptr ? "" : filter.name;
+  std::string name = filter.name == nullptr ? "" : filter.name;
   switch (filter.name_mode) {
     case Filter::COLUMN_IS_KEY: return key;
     case Filter::COLUMN_IS_NAME: return name;
@@ -337,7 +337,8 @@ bool SQL_Filter_Parser::convert_kv_to_params(std::string const& key, std::string
     return &group.get_obj();
   };
   if (!request_text::is_group(key)) return convert(key, value, &params);
-  std::string const members = value;  // which may be the very member that becomes the group
+  // A copy, for `value` may be the text of the very member that becomes the group.
+  std::string const members = value;  // NOLINT(performance-unnecessary-copy-initialization)
   return request_text::walk_query_string(members, open(key, &params), convert, open);
 }
 

@@ -87,12 +87,14 @@ TEST(SQL, binds_values_from_objects_uuids_and_hex) {
   statement.bind_uuid(":u", "00112233445566778899AABBCCDDEEFF").bind_uuid(object, "id").bind_uuid(object, "number");
   statement.bind_uuid(":bad", std::string("no uuid")).bind_uuid(":null", static_cast<char const*>(nullptr));
   statement.bind_hex(":h", std::string("0aFF")).bind_hex(":odd", std::string("0aF"));
+  statement.bind_hex(":nohex", static_cast<char const*>(nullptr));
   statement.bind_hex(":s", Secure_String("01")).bind_uuid(":t", Secure_String("00112233-4455-6677-8899-aabbccddeeff"));
   statement.bind(":gone", 1).unbind(":gone").unbind(":never");
   Bindings bindings;
   std::string sql;
   EXPECT_EQ(with_bindings(statement.get_sql(SQL::DB_SQLITE, sql, bindings), bindings),
-            "? {:a=5 :bad=x\"\" :h=x\"0AFF\" :id=x\"00112233445566778899AABBCCDDEEFF\" :none=null :null=x\"\" "
+            "? {:a=5 :bad=x\"\" :h=x\"0AFF\" :id=x\"00112233445566778899AABBCCDDEEFF\" :nohex=x\"\" "
+            ":none=null :null=x\"\" "
             ":odd=x\"\" :s=x\"01\" :t=x\"00112233445566778899AABBCCDDEEFF\" :u=x\"00112233445566778899AABBCCDDEEFF\"}");
   EXPECT_EQ(bindings[":s"].type(), Binding_Value::bin_type) << "secret hex becomes plain bytes";
   EXPECT_EQ(bindings[":t"].type(), Binding_Value::secure_bin_type);

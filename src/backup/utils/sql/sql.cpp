@@ -223,7 +223,9 @@ SQL& SQL::bind_uuid(json_spirit::Object const& object, std::string const& key) {
   return bind_uuid(':' + key, object, key);
 }
 
-SQL& SQL::bind_hex(std::string const& name, char const* hex) { return bind_hex(name, std::string(hex)); }
+SQL& SQL::bind_hex(std::string const& name, char const* hex) {
+  return bind_hex(name, std::string(hex == nullptr ? "" : hex));
+}
 
 SQL& SQL::bind_hex(std::string const& name, std::string const& hex) {
   return bind(name, Binding_Value(decode_hex(hex)));

@@ -15,7 +15,8 @@ namespace sql_log {
 struct Source {
   char const* file;
   int line;
-  Source(char const* path, int at = __builtin_LINE()) : file(path), line(at) {}  // NOLINT(google-explicit-constructor)
+  // NOLINTNEXTLINE(google-explicit-constructor): made in the call's braces, where the line is the call's
+  Source(char const* path, int at = __builtin_LINE()) : file(path), line(at) {}
 };
 
 /// Logs one record. `op_status` is -1 for violated preconditions, 0 otherwise; errno and ACE's last error stay as they

@@ -31,7 +31,7 @@ bool is_too_big(std::string_view number) {
     auto const parsed = std::from_chars(*digits == '+' ? digits + 1 : digits, number.data() + number.size(), exponent);
     if (parsed.ec != std::errc()) return *digits != '-';
   }
-  return static_cast<long long>(point) - static_cast<long long>(first) + exponent > 0;
+  return exponent > static_cast<long long>(first) - static_cast<long long>(point);  // a sum could overflow
 }
 
 // False when `number` is too big for a double.

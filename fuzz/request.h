@@ -1,0 +1,73 @@
+#pragma once
+
+#include <algorithm>
+#include <utility>
+
+#include "backup/utils/sql/select_sql.h"
+#include "backup/utils/sql/sql_filter_parser.h"
+#include "fuzz.h"
+
+/// Every type, every way to name a column, every flag. The word "secret" stands in no statement.
+inline SQL_Filter_Parser::Filters const allowed_keys[] = {
+    {"name", 4, {"f", 3, 2, 2}},          {"kind", 4, {nullptr, 3, 0, 0}}, {"size", 4, {"file_size", 2, 1, 0}},
+    {"host_uuid", 9, {nullptr, 4, 0, 0}}, {"deleted", 7, {"d", 1, 1, 2}},  {"any", 3, {nullptr, 9, 0, 2}},
+    {"lost", 4, {"x", 3, 7, 0}},          {"limit", 5, {"f", 2, 2, 0}},    {"hidden", 6, {"secret", 0, 1, 0}},
+    {nullptr, 0, {nullptr, 0, 0, 0}}};
+
+/// What may stand outside of a literal: words of SQL, names of the table.
+constexpr char const* words =
+    " SELECT COUNT FROM WHERE AND OR NOT IN LIKE IS NULL LOWER ORDER BY ASC DESC LIMIT OFFSET x file f id name kind "
+    "file_size host_uuid d any lost limit ";
+
+using Rendered = std::pair<std::string, Bindings>;
+
+/// Renders with names and with marks. Nothing that a stranger sent may stand outside of a closed literal, but for
+/// numbers; parameters count up from 1, each is bound, and marks have the same values in the same order.
+template <class Render>
+Rendered check_rendering(Render render) {
+  Rendered named;
+  render(named.first, named.second);
+  std::string marked, word;
+  std::vector<Binding_Value> wanted, values;
+  bool in_literal = false, has_colon_in_literal = false;
+  for (char const c : named.first + ' ') {
+    if (!in_literal && (is_name_character(c) || c == ':')) {
+      word += c;
+      continue;
+    }
+    if (word[0] == ':') {
+      require(word == ':' + std::to_string(wanted.size() + 1), "parameters count up in text order");
+      wanted.push_back(named.second.at(word));
+      word = '?';
+    } else {
+      bool const is_number = word.find_first_not_of("0123456789e") == std::string::npos;
+      require(is_number || is_one_of(word, words), "words are SQL's or the table's");
+    }
+    marked += word + c;
+    word.clear();
+    in_literal ^= c == '\'';
+    has_colon_in_literal |= c == ':';
+    require(in_literal || c == ' ' || is_one_of({c}, " ( ) , . * = < > ! + - ` ' "), "characters are SQL's");
+  }
+  require(!in_literal && wanted.size() == named.second.size(), "literals are closed, nothing else is bound");
+  std::string positional;
+  render(positional, values);
+  require(has_colon_in_literal || (positional + ' ' == marked && values == wanted), "marks have the values of names");
+  return named;
+}
+
+/// Parses a request, a map or an object, and checks what comes of it.
+template <class Request>
+Rendered check_request(Request const& request) {
+  Select_SQL select("file", "f");
+  SQL_Filter_Parser parser(select, allowed_keys);
+  require(parser.parse(request, 0) && parser.control(select), "parsing never fails");
+  check_rendering([&](std::string& sql, auto& out) { select.get_count_sql(SQL::DB_MYSQL, sql, out); });
+  check_rendering([&](std::string& sql, auto& out) { select.get_sql(SQL::DB_MYSQL, sql, out); });
+  Rendered rendered = check_rendering([&](std::string& sql, auto& out) { select.get_sql(SQL::DB_SQLITE, sql, out); });
+  auto const kind = request.find("kind");
+  auto const has_kind = [&](auto const& bound) { return bound.second == Binding_Value(kind->second); };
+  require(kind == request.end() || std::any_of(rendered.second.begin(), rendered.second.end(), has_kind),
+          "what a column of texts is compared with is bound as it came");
+  return rendered;
+}

@@ -3,23 +3,21 @@
 #include <sqlite3.h>
 
 #include <algorithm>
-#include <cmath>
 #include <cstddef>
-#include <cstdint>
 #include <limits>
-#include <list>
 #include <new>
 #include <string_view>
 #include <system_error>
 #include <utility>
 
+#include "backup/store/detail/parameters.h"
+#include "backup/store/detail/statement_cache.h"
+
 namespace {
 
 constexpr int busy_milliseconds = 5000;
-// A compiled statement takes up to 25 times its text, so what is kept stays near 12 MB: a multi-row INSERT of some
-// hundred kilobytes while it repeats, and never many of them.
-constexpr std::size_t kept_statements = 64;
-constexpr std::size_t kept_characters = 512UL * 1024UL;
+// LIKE recurses for each "%": half as many take up to 350 KB of stack. SQLite's own limit of 50,000 takes 4 MB.
+constexpr int longest_pattern = 4096;
 
 struct Close {
   void operator()(sqlite3* db) const noexcept { sqlite3_close(db); }
@@ -30,9 +28,13 @@ struct Finalize {
 using Database = std::unique_ptr<sqlite3, Close>;
 using Handle = std::unique_ptr<sqlite3_stmt, Finalize>;
 
+std::string with_code(std::string const& message, int code) {
+  return message + " (SQLite error " + std::to_string(code) + ')';
+}
+
 [[noreturn]] void fail(std::string const& message, int code, std::string const& text) {
   if ((code & 0xFF) == SQLITE_NOMEM) throw std::bad_alloc();
-  throw Store_Error(message + " (SQLite error " + std::to_string(code) + ')', code, text);
+  throw Store_Error(with_code(message, code), code, text);
 }
 
 // True when nothing but blanks, comments and semicolons is left. SQLite's own parser would tell too, but some settings
@@ -63,105 +65,63 @@ Handle compile(sqlite3* db, std::string const& text, bool keep) {
   return handle;
 }
 
-// The texts of objects and arrays while they are bound, at addresses that stay.
-using JSON_Texts = std::list<json_spirit::JSON_Dump>;
+// Binds without copying: what it is given must live until the statement is through.
+class Binder {
+public:
+  Binder(sqlite3_stmt* statement, std::size_t place) : statement_(statement), index_(static_cast<int>(place) + 1) {}
 
-template <class Text>
-int bind_text(sqlite3_stmt* statement, int index, Text const& text) {
-  return sqlite3_bind_text64(statement, index, text.c_str(), text.size(), SQLITE_STATIC, SQLITE_UTF8);
-}
-
-template <class Bytes>
-int bind_bytes(sqlite3_stmt* statement, int index, Bytes const& bytes) {
-  return sqlite3_bind_blob64(statement, index, bytes.data(), bytes.size(), SQLITE_STATIC);
-}
-
-int bind_integer(sqlite3_stmt* statement, int index, json_spirit::Value const& value) {
-  constexpr std::uint64_t largest = std::numeric_limits<std::int64_t>::max();
-  if (value.is_uint64() && value.get_uint64() > largest) {
-    throw std::range_error("unsigned integer above " + std::to_string(largest));
+  void null() { check(sqlite3_bind_null(statement_, index_)); }
+  void integer(long long value) { check(sqlite3_bind_int64(statement_, index_, value)); }
+  void natural(unsigned long long value) {
+    constexpr unsigned long long largest = std::numeric_limits<long long>::max();
+    if (value > largest) throw Unfit_Value("unsigned integer above " + std::to_string(largest));
+    integer(static_cast<long long>(value));
   }
-  return sqlite3_bind_int64(statement, index, value.get_int64());
-}
-
-int bind_real(sqlite3_stmt* statement, int index, double value) {
-  if (std::isnan(value)) throw std::range_error("not a number, which would be stored as NULL");
-  return sqlite3_bind_double(statement, index, value);
-}
-
-// Binds without copying: `value` and `json_texts` must live until the statement is through. Throws std::runtime_error
-// with the reason when the value itself is no good.
-int bind_value(sqlite3_stmt* statement, int index, Binding_Value const& value, JSON_Texts& json_texts) {
-  json_spirit::Value const& json = value.val();
-  switch (value.type()) {
-    case Binding_Value::null_type: return sqlite3_bind_null(statement, index);
-    case Binding_Value::bool_type: return sqlite3_bind_int(statement, index, json.get_bool() ? 1 : 0);
-    case Binding_Value::int_type: return bind_integer(statement, index, json);
-    case Binding_Value::real_type: return bind_real(statement, index, json.get_real());
-    case Binding_Value::str_type: return bind_text(statement, index, json.get_str());
-    case Binding_Value::secure_str_type: return bind_text(statement, index, json.get_secure_str());
-    case Binding_Value::bin_type: return bind_bytes(statement, index, json.get_str());
-    case Binding_Value::secure_bin_type: return bind_bytes(statement, index, json.get_secure_str());
-    case Binding_Value::obj_type:
-    case Binding_Value::array_type: return bind_text(statement, index, json_texts.emplace_back(json, false));
+  void real(double value) { check(sqlite3_bind_double(statement_, index_, value)); }
+  void text(char const* data, std::size_t size) {
+    check(sqlite3_bind_text64(statement_, index_, data, size, SQLITE_STATIC, SQLITE_UTF8));
   }
-  throw std::runtime_error("unknown kind of value");
-}
+  void bytes(char const* data, std::size_t size) {
+    check(sqlite3_bind_blob64(statement_, index_, data, size, SQLITE_STATIC));
+  }
+
+private:
+  static void check(int code) {
+    if (code == SQLITE_NOMEM) throw std::bad_alloc();
+    if (code != SQLITE_OK) throw Unfit_Value(with_code(sqlite3_errstr(code), code), code);
+  }
+
+  sqlite3_stmt* statement_;
+  int index_;
+};
 
 struct Prepared {
   std::string text;
   Handle handle;
-  // The named parameters in order of name, as copies: SQLite finds one only by searching them all, and moves them when
-  // it compiles the text again after a schema change.
-  std::vector<std::pair<std::string, int>> names;
+  // A copy: SQLite finds a name only by searching them all, and moves them when it compiles the text again after a
+  // schema change.
+  Parameters parameters;
 };
 
 Prepared prepare(sqlite3* db, std::string const& text, bool keep) {
   Prepared prepared{text, compile(db, text, keep), {}};
-  int const count = sqlite3_bind_parameter_count(prepared.handle.get());
-  for (int index = 1; index <= count; ++index) {
-    char const* const name = sqlite3_bind_parameter_name(prepared.handle.get(), index);
-    if (name != nullptr) prepared.names.emplace_back(name, index);
+  Parameters& parameters = prepared.parameters;
+  parameters.places = static_cast<std::size_t>(sqlite3_bind_parameter_count(prepared.handle.get()));
+  for (std::size_t place = 0; place < parameters.places; ++place) {
+    char const* const name = sqlite3_bind_parameter_name(prepared.handle.get(), static_cast<int>(place) + 1);
+    if (name != nullptr) parameters.names.emplace_back(name, place);
   }
-  std::sort(prepared.names.begin(), prepared.names.end());
+  std::sort(parameters.names.begin(), parameters.names.end());
   return prepared;
 }
 
-// Compiled statements that wait for their next use, the last used first.
-class Statement_Cache {
-public:
-  using Node = std::list<Prepared>;  // of one statement
-
-  // Empty when there is none for `text`. A statement in use is out of here, so it is neither dropped nor given out
-  // again.
-  Node take(std::string const& text) {
-    Node taken;
-    auto const kept = std::find_if(kept_.begin(), kept_.end(), [&](Prepared const& p) { return p.text == text; });
-    if (kept == kept_.end()) return taken;
-    characters_ -= text.size();
-    taken.splice(taken.begin(), kept_, kept);
-    return taken;
-  }
-
-  void put_back(Node& used) noexcept {
-    characters_ += used.front().text.size();
-    kept_.splice(kept_.begin(), used);
-    while (kept_.size() > kept_statements || characters_ > kept_characters) {
-      characters_ -= kept_.back().text.size();
-      kept_.pop_back();
-    }
-  }
-
-private:
-  std::list<Prepared> kept_;
-  std::size_t characters_ = 0;
-};
+using Cache = Statement_Cache<Prepared>;
 
 // A statement with the values of one run; ready for the next one when it goes back.
 class Running_Statement {
 public:
-  Running_Statement(sqlite3* db, Statement_Cache& cache, std::string const& text)
-      : db_(db), cache_(cache), text_(text), keep_(text.size() <= kept_characters) {
+  Running_Statement(sqlite3* db, Cache& cache, std::string const& text)
+      : db_(db), cache_(cache), text_(text), keep_(Cache::keeps(text)) {
     if (keep_) node_ = cache_.take(text);
     if (node_.empty()) node_.push_back(prepare(db, text, keep_));
     statement_ = node_.front().handle.get();
@@ -174,30 +134,12 @@ public:
     if (keep_) cache_.put_back(node_);
   }
 
-  void bind(Bindings const& bindings) {
-    auto const& names = node_.front().names;
-    if (names.size() != static_cast<std::size_t>(sqlite3_bind_parameter_count(statement_))) {
-      refuse("a parameter has no name, but values come by name");
-    }
-    auto parameter = names.begin();  // both are in order of name
-    for (auto const& [name, value] : bindings) {
-      if (parameter == names.end() || name < parameter->first) refuse("no parameter " + name + " for the value");
-      if (parameter->first < name) break;
-      bind(parameter->second, value);
-      ++parameter;
-    }
-    if (parameter != names.end()) refuse("no value for the parameter " + parameter->first);
-  }
-
-  void bind(std::vector<Binding_Value> const& values) {
-    auto const& names = node_.front().names;
-    if (!names.empty()) refuse("parameter " + names.front().first + " has a name, but values come by position");
-    auto const count = static_cast<std::size_t>(sqlite3_bind_parameter_count(statement_));
-    if (count != values.size()) {
-      refuse(std::to_string(values.size()) + " values for " + std::to_string(count) + " parameters");
-    }
-    int index = 0;
-    for (Binding_Value const& value : values) bind(++index, value);
+  void bind(Bindings const* bindings, std::vector<Binding_Value> const& values) {
+    auto const bind_one = [&](std::size_t place, Binding_Value const& value) {
+      Binder binder(statement_, place);
+      hand_over(value, json_texts_, binder);
+    };
+    bind_all(text_, node_.front().parameters, bindings, values, bind_one);
   }
 
   // True when there is a row to read, false at the end.
@@ -238,23 +180,6 @@ private:
     return result;
   }
 
-  [[noreturn]] void refuse(std::string const& reason) const { throw Store_Error(reason, 0, text_); }
-
-  std::string name_of(int index) const {
-    char const* const name = sqlite3_bind_parameter_name(statement_, index);
-    return "parameter " + (name == nullptr ? std::to_string(index) : name);
-  }
-
-  void bind(int index, Binding_Value const& value) {
-    int code = SQLITE_OK;
-    try {
-      code = bind_value(statement_, index, value, json_texts_);
-    } catch (std::runtime_error const& error) {
-      refuse(name_of(index) + ": " + error.what());
-    }
-    if (code != SQLITE_OK) fail(name_of(index) + ": " + sqlite3_errmsg(db_), code, text_);
-  }
-
   void read(int column, Binding_Value& value) {
     switch (sqlite3_column_type(statement_, column)) {
       case SQLITE_INTEGER: value = static_cast<long long>(sqlite3_column_int64(statement_, column)); break;
@@ -279,17 +204,17 @@ private:
   // SQLite's functions quote their arguments ("JSON path error near 'x'"). With values bound, only the message of a
   // constraint is told, which names columns, or that of a text that does not compile any more, which knows no values.
   [[noreturn]] void fail_step(int code) {
-    bool const may_quote = sqlite3_bind_parameter_count(statement_) > 0 && (code & 0xFF) != SQLITE_CONSTRAINT;
+    bool const may_quote = node_.front().parameters.places > 0 && (code & 0xFF) != SQLITE_CONSTRAINT;
     if (!may_quote) fail(sqlite3_errmsg(db_), code, text_);
     compile(db_, text_, false);
     fail(sqlite3_errstr(code), code, text_);
   }
 
   sqlite3* db_;
-  Statement_Cache& cache_;
+  Cache& cache_;
   std::string const& text_;
   bool keep_;
-  Statement_Cache::Node node_;
+  Cache::Node node_;
   sqlite3_stmt* statement_ = nullptr;
   JSON_Texts json_texts_;
   std::string buffer_;
@@ -321,6 +246,7 @@ Database open_database(std::string const& path, SQLite_Store::Open_Mode mode) {
   Database db(handle);
   if (code == SQLITE_OK) {
     sqlite3_busy_timeout(handle, busy_milliseconds);
+    sqlite3_limit(handle, SQLITE_LIMIT_LIKE_PATTERN_LENGTH, longest_pattern);
     // The second setting is in the file, which is read here for the first time.
     code = sqlite3_exec(handle, "PRAGMA foreign_keys=ON;PRAGMA schema_version", nullptr, nullptr, nullptr);
   }
@@ -335,7 +261,7 @@ Database open_database(std::string const& path, SQLite_Store::Open_Mode mode) {
 
 struct SQLite_Store::Connection {
   Database db;
-  Statement_Cache cache;  // goes before the database
+  Cache cache;  // goes before the database
 };
 
 SQLite_Store::SQLite_Store(std::string const& path, Open_Mode mode)
@@ -345,17 +271,15 @@ SQLite_Store::~SQLite_Store() = default;
 
 SQL::Database_Type SQLite_Store::dialect() const { return SQL::DB_SQLITE; }
 
+bool SQLite_Store::in_transaction() const { return sqlite3_get_autocommit(connection_->db.get()) == 0; }
+
 unsigned long long SQLite_Store::execute(std::string const& text, Bindings const* bindings,
                                          std::vector<Binding_Value> const& values, Row_Callback const& callback,
                                          std::vector<std::string>* columns) {
   sqlite3* const db = connection_->db.get();
   sqlite3_int64 const changes_before = sqlite3_total_changes64(db);
   Running_Statement statement(db, connection_->cache, text);
-  if (bindings != nullptr) {
-    statement.bind(*bindings);
-  } else {
-    statement.bind(values);
-  }
+  statement.bind(bindings, values);
   bool more = statement.step();
   if (columns != nullptr) *columns = statement.column_names();
   Row row;

@@ -54,7 +54,7 @@ bool is_count(Store::Row const& row) {
 
 char const* begin_text(SQL::Database_Type db) {
   // A lock taken later, by the first change after a read, would fail at once instead of waiting for another writer.
-  return db == SQL::DB_SQLITE ? "BEGIN IMMEDIATE" : "BEGIN";
+  return db == SQL::DB_SQLITE ? "BEGIN IMMEDIATE" : "START TRANSACTION";
 }
 
 }  // namespace
@@ -69,23 +69,33 @@ Store_Error::~Store_Error() = default;
 Store::Store() = default;
 Store::~Store() = default;
 
-unsigned long long Store::run(SQL const& statement, Binding_Mode mode) {
-  Rendered const rendered = render(statement, dialect(), mode, false);
-  return execute(rendered.text, named(rendered, mode), rendered.values, nullptr, nullptr);
+unsigned long long Store::perform(std::string const& text, Bindings const* bindings,
+                                  std::vector<Binding_Value> const& values, Row_Callback const& callback,
+                                  std::vector<std::string>* columns) {
+  if (has_transaction_ && !in_transaction()) {
+    throw Store_Error("the transaction is over: rolled back by the database, or committed by a statement in it", 0,
+                      text);
+  }
+  return execute(text, bindings, values, callback, columns);
 }
 
-unsigned long long Store::run(std::string const& text) { return execute(text, nullptr, {}, nullptr, nullptr); }
+unsigned long long Store::run(SQL const& statement, Binding_Mode mode) {
+  Rendered const rendered = render(statement, dialect(), mode, false);
+  return perform(rendered.text, named(rendered, mode), rendered.values, nullptr, nullptr);
+}
+
+unsigned long long Store::run(std::string const& text) { return perform(text, nullptr, {}, nullptr, nullptr); }
 
 std::vector<std::string> Store::query(SQL const& statement, Row_Callback const& callback, Binding_Mode mode) {
   Rendered const rendered = render(statement, dialect(), mode, false);
   std::vector<std::string> columns;
-  execute(rendered.text, named(rendered, mode), rendered.values, callback, &columns);
+  perform(rendered.text, named(rendered, mode), rendered.values, callback, &columns);
   return columns;
 }
 
 std::vector<std::string> Store::query(std::string const& text, Row_Callback const& callback) {
   std::vector<std::string> columns;
-  execute(text, nullptr, {}, callback, &columns);
+  perform(text, nullptr, {}, callback, &columns);
   return columns;
 }
 
@@ -106,20 +116,22 @@ unsigned long long Store::count(SQL const& statement, Binding_Mode mode) {
     number = row;
     return false;
   };
-  execute(rendered.text, named(rendered, mode), rendered.values, keep, nullptr);
+  perform(rendered.text, named(rendered, mode), rendered.values, keep, nullptr);
   if (!is_count(number)) throw Store_Error("the count query does not give one number", 0, rendered.text);
   return number.front().val().get_uint64();
 }
 
 Transaction::Transaction(Store& store) : store_(store), open_(false) {
+  if (store_.in_transaction()) throw Store_Error("a transaction is open already", 0, "");
   store_.run(begin_text(store_.dialect()));
-  open_ = true;
+  open_ = store_.has_transaction_ = true;
 }
 
 Transaction::~Transaction() {
   if (!open_) return;
+  store_.has_transaction_ = false;
   try {
-    store_.run("ROLLBACK");
+    if (store_.in_transaction()) store_.run("ROLLBACK");
   } catch (std::exception const&) {
     // Nobody to tell: the database rolls back when the connection closes.
   }
@@ -127,5 +139,5 @@ Transaction::~Transaction() {
 
 void Transaction::commit() {
   store_.run("COMMIT");
-  open_ = false;
+  open_ = store_.has_transaction_ = false;
 }

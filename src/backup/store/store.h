@@ -31,8 +31,9 @@ private:
 /// Runs rendered statements on one connection to a real database. Used by one thread at a time.
 ///
 /// Statements are rendered for the store's own dialect and their values are bound, by name or by position; prepared
-/// statements are kept and used again for the same text. A parameter without a value, or a value that the text does not
-/// name, is an error and nothing is run. Every failure is a Store_Error, but for want of memory (std::bad_alloc).
+/// statements are kept where the driver allows it, and used again for the same text. A parameter without a value, or a
+/// value that the text does not name, is an error and nothing is run. Every failure is a Store_Error, but for want of
+/// memory (std::bad_alloc).
 ///
 /// Values go in as their own kind: null, integers, reals, texts and bytes of any length with zero bytes, secret kinds
 /// like plain ones; booleans as 1 and 0; objects and arrays as compact JSON text. They come back as null, integer,
@@ -76,9 +77,26 @@ private:
   virtual unsigned long long execute(std::string const& text, Bindings const* bindings,
                                      std::vector<Binding_Value> const& values, Row_Callback const& callback,
                                      std::vector<std::string>* columns) = 0;
+  /// As the database itself last said.
+  virtual bool in_transaction() const = 0;
+
+  /// `execute`, unless a Transaction is open here that the database has ended.
+  unsigned long long perform(std::string const& text, Bindings const* bindings,
+                             std::vector<Binding_Value> const& values, Row_Callback const& callback,
+                             std::vector<std::string>* columns);
+
+  bool has_transaction_ = false;
 };
 
-/// A transaction from construction to `commit()`; destroyed before that, it is rolled back. They do not nest.
+/// A transaction from construction to `commit()`; destroyed before that, it is rolled back. They do not nest: a second
+/// one is an error.
+///
+/// A database may end one by itself: it rolls back to resolve a deadlock or when its disk is full, and MySQL commits
+/// before a statement that changes the schema. Statements that follow are errors then, rather than each committed
+/// alone.
+///
+/// What was read in one may be changed by others before it is written, but on SQLite, where a transaction is the only
+/// writer from its beginning.
 class BACKUP_STORE_API Transaction {
 public:
   explicit Transaction(Store& store);

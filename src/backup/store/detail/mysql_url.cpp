@@ -1,0 +1,94 @@
+#include "backup/store/detail/mysql_url.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cstddef>
+#include <stdexcept>
+#include <string_view>
+#include <system_error>
+
+namespace {
+
+[[noreturn]] void refuse(std::string const& reason) { throw std::runtime_error(reason); }
+
+template <class Number>
+bool read(std::string_view digits, int base, Number& number) {
+  auto const end = digits.data() + digits.size();
+  auto const result = std::from_chars(digits.data(), end, number, base);
+  return result.ec == std::errc() && result.ptr == end;
+}
+
+std::string decode(std::string_view text) {
+  std::string out;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (text[i] != '%') {
+      out += text[i];
+      continue;
+    }
+    unsigned char byte = 0;
+    std::string_view const digits = text.substr(i + 1, 2);
+    if (digits.size() != 2 || !read(digits, 16, byte) || byte == 0)
+      refuse("a percent sign without the two digits of a byte");
+    out += static_cast<char>(byte);
+    i += 2;
+  }
+  return out;
+}
+
+// Cuts off what stands before `separator`; false, with `text` unchanged, when it is not there.
+bool cut(std::string_view& text, char separator, std::string_view& before) {
+  std::size_t const found = text.find(separator);
+  if (found == std::string_view::npos) return false;
+  before = text.substr(0, found);
+  text.remove_prefix(found + 1);
+  return true;
+}
+
+// [host][:port], where an IPv6 address stands in brackets
+void read_host(std::string_view text, MySQL_URL& url) {
+  bool const has_brackets = !text.empty() && text.front() == '[';
+  if (has_brackets) text.remove_prefix(1);
+  std::size_t const end = std::min(text.find(has_brackets ? ']' : ':'), text.size());
+  url.host = decode(text.substr(0, end));
+  text.remove_prefix(end);
+  if (has_brackets) {
+    if (text.empty()) refuse("a bracket that is not closed");
+    text.remove_prefix(1);
+  }
+  if (text.empty()) return;
+  bool const is_port = text.front() == ':' && read(text.substr(1), 10, url.port);
+  if (!is_port || url.port == 0 || url.port > 65535) refuse("the port is no number from 1 to 65535");
+}
+
+void read_options(std::string_view text, MySQL_URL& url) {
+  std::string_view key;
+  if (!cut(text, '=', key) || key != "socket" || text.empty() || text.find('&') != std::string_view::npos) {
+    refuse("after '?' only socket=path is known");
+  }
+  url.socket = decode(text);
+  if (!url.host.empty() && url.host != "localhost") refuse("a socket is on this machine, not on another host");
+}
+
+}  // namespace
+
+MySQL_URL parse_mysql_url(std::string const& url) {
+  constexpr std::string_view scheme = "mysql://";
+  std::string_view rest(url);
+  if (rest.substr(0, scheme.size()) != scheme) refuse("the URL does not begin with mysql://");
+  rest.remove_prefix(scheme.size());
+  MySQL_URL parts{};
+  std::string_view authority;
+  std::string_view user;
+  if (!cut(rest, '/', authority)) refuse("no '/' before the database");
+  if (cut(authority, '@', user)) {
+    if (user.find(':') != std::string_view::npos) refuse("a password does not belong into the URL");
+    parts.user = decode(user);
+  }
+  read_host(authority, parts);
+  std::string_view database = rest;
+  bool const has_options = cut(rest, '?', database);
+  parts.database = decode(database);
+  if (has_options) read_options(rest, parts);
+  if (parts.host.empty() && parts.socket.empty()) refuse("neither a host nor a socket");
+  return parts;
+}

@@ -1,0 +1,429 @@
+#include "backup/store/mysql_store.h"
+
+#include <errmsg.h>
+#include <mysql.h>
+#include <mysqld_error.h>
+
+#include <array>
+#include <charconv>
+#include <cstddef>
+#include <cstring>
+#include <new>
+#include <stdexcept>
+#include <system_error>
+#include <utility>
+
+#include "backup/store/detail/mysql_text.h"
+#include "backup/store/detail/mysql_url.h"
+#include "backup/store/detail/parameters.h"
+#include "backup/store/detail/statement_cache.h"
+
+namespace {
+
+constexpr unsigned int connect_seconds = 10;
+constexpr unsigned int binary_charset = 63;  // the number that MySQL gives to bytes
+constexpr char const* required_modes[] = {"NO_BACKSLASH_ESCAPES", "STRICT_ALL_TABLES"};
+
+struct Close {
+  void operator()(MYSQL* db) const noexcept { mysql_close(db); }
+};
+struct Close_Statement {
+  void operator()(MYSQL_STMT* statement) const noexcept { mysql_stmt_close(statement); }
+};
+struct Free_Result {
+  void operator()(MYSQL_RES* result) const noexcept { mysql_free_result(result); }
+};
+using Database = std::unique_ptr<MYSQL, Close>;
+using Handle = std::unique_ptr<MYSQL_STMT, Close_Statement>;
+using Result = std::unique_ptr<MYSQL_RES, Free_Result>;
+
+[[noreturn]] void fail(std::string const& message, unsigned int code, std::string const& text) {
+  if (code == CR_OUT_OF_MEMORY) throw std::bad_alloc();
+  throw Store_Error(message + " (MySQL error " + std::to_string(code) + ')', static_cast<int>(code), text);
+}
+
+template <class T>
+T* or_no_memory(T* result) {
+  if (result == nullptr) throw std::bad_alloc();
+  return result;
+}
+
+// What a failed statement with values says. Messages of the client, and those here, quote names at most; others quote
+// the values ("Duplicate entry 'x'").
+std::string without_values(char const* message, unsigned int code) {
+  switch (code) {
+    case ER_DUP_ENTRY: return "duplicate entry for a unique key";
+    case ER_BAD_NULL_ERROR:
+    case ER_CON_COUNT_ERROR:
+    case ER_CONNECTION_KILLED:
+    case ER_CONSTRAINT_FAILED:
+    case ER_DATA_TOO_LONG:
+    case ER_LOCK_DEADLOCK:
+    case ER_LOCK_WAIT_TIMEOUT:
+    case ER_NET_PACKET_TOO_LARGE:
+    case ER_NO_DEFAULT_FOR_FIELD:
+    case ER_NO_REFERENCED_ROW_2:
+    case ER_NO_SUCH_TABLE:
+    case ER_OPTION_PREVENTS_STATEMENT:
+    case ER_QUERY_INTERRUPTED:
+    case ER_RECORD_FILE_FULL:
+    case ER_ROW_IS_REFERENCED_2:
+    case ER_SERVER_SHUTDOWN:
+    case ER_CANT_EXECUTE_IN_READ_ONLY_TRANSACTION:
+    case ER_WARN_DATA_OUT_OF_RANGE: return message;
+    default: return code >= CR_MIN_ERROR && code <= CR_MYSQL_LAST_ERROR ? message : "a value or its use is refused";
+  }
+}
+
+unsigned int status_of(MYSQL* db) {
+  unsigned int status = 0;
+  mariadb_get_infov(db, MARIADB_CONNECTION_SERVER_STATUS, &status);
+  return status;
+}
+
+// A value on its way to the server: numbers inside, texts and bytes where they are, which must live until the statement
+// is through.
+class Binder {
+public:
+  void null() { bind_.buffer_type = MYSQL_TYPE_NULL; }
+  void integer(long long value) { number(MYSQL_TYPE_LONGLONG, value); }
+  void natural(unsigned long long value) {
+    number(MYSQL_TYPE_LONGLONG, value);
+    bind_.is_unsigned = 1;
+  }
+  void real(double value) { number(MYSQL_TYPE_DOUBLE, value); }
+  void text(char const* data, std::size_t size) { characters(MYSQL_TYPE_STRING, data, size); }
+  void bytes(char const* data, std::size_t size) { characters(MYSQL_TYPE_BLOB, data, size); }
+
+  // What the driver takes; it points into this object.
+  MYSQL_BIND bound() {
+    if (bind_.buffer == nullptr) bind_.buffer = number_.data();
+    return bind_;
+  }
+
+private:
+  template <class Number>
+  void number(enum_field_types type, Number value) {
+    static_assert(sizeof value == sizeof number_);
+    std::memcpy(number_.data(), &value, sizeof value);
+    bind_.buffer_type = type;
+  }
+
+  void characters(enum_field_types type, char const* data, std::size_t size) {
+    bind_.buffer_type = type;
+    bind_.buffer = const_cast<char*>(data);  // the driver reads it only
+    bind_.buffer_length = static_cast<unsigned long>(size);
+  }
+
+  MYSQL_BIND bind_{};
+  std::array<char, 8> number_{};
+};
+
+// One column of a result: where the driver puts its cells, and how they are taken.
+class Cell {
+public:
+  explicit Cell(MYSQL_FIELD const& field) : is_unsigned_((field.flags & UNSIGNED_FLAG) != 0) {
+    switch (field.type) {
+      case MYSQL_TYPE_TINY:
+      case MYSQL_TYPE_SHORT:
+      case MYSQL_TYPE_INT24:
+      case MYSQL_TYPE_LONG:
+      case MYSQL_TYPE_LONGLONG:
+      case MYSQL_TYPE_YEAR: kind_ = integer; break;
+      case MYSQL_TYPE_FLOAT:
+      case MYSQL_TYPE_DOUBLE: kind_ = real; break;
+      case MYSQL_TYPE_NEWDECIMAL:
+      case MYSQL_TYPE_DECIMAL: kind_ = field.decimals == 0 ? whole_decimal : text; break;
+      case MYSQL_TYPE_DATE:
+      case MYSQL_TYPE_TIME:
+      case MYSQL_TYPE_DATETIME:
+      case MYSQL_TYPE_TIMESTAMP:
+      case MYSQL_TYPE_NULL: kind_ = text; break;
+      default: kind_ = field.charsetnr == binary_charset ? bytes : text;
+    }
+  }
+
+  MYSQL_BIND bound() {
+    MYSQL_BIND bind{};
+    bind.buffer_type = kind_ == integer ? MYSQL_TYPE_LONGLONG : kind_ == real ? MYSQL_TYPE_DOUBLE : MYSQL_TYPE_STRING;
+    bind.is_unsigned = is_unsigned_ ? 1 : 0;
+    bind.buffer = buffer_.data();
+    bind.buffer_length = static_cast<unsigned long>(buffer_.size());
+    bind.length = &size_;
+    bind.is_null = &is_null_;
+    bind.error = &is_cut_;
+    return bind;
+  }
+
+  // The fetched cell of the column numbered `column`; false when the driver cannot give it.
+  bool read(MYSQL_STMT* statement, unsigned int column, Binding_Value& value) {
+    if (is_null_ != 0) {
+      value = Binding_Value();
+      return true;
+    }
+    switch (kind_) {
+      case integer:
+        value = is_unsigned_ ? Binding_Value(number<unsigned long long>()) : Binding_Value(number<long long>());
+        return true;
+      case real: value = number<double>(); return true;
+      case text:
+      case bytes:
+      case whole_decimal: break;
+    }
+    if (size_ <= buffer_.size()) {
+      characters_.assign(buffer_.data(), size_);
+    } else if (!fetch_rest(statement, column)) {
+      return false;
+    }
+    if (kind_ == whole_decimal && (read_as<long long>(value) || read_as<unsigned long long>(value))) return true;
+    value = characters_;
+    if (kind_ == bytes) value.type(Binding_Value::bin_type);
+    return true;
+  }
+
+private:
+  enum Kind { integer, real, whole_decimal, text, bytes };
+
+  template <class Number>
+  Number number() const {
+    Number number;
+    std::memcpy(&number, buffer_.data(), sizeof number);
+    return number;
+  }
+
+  template <class Number>
+  bool read_as(Binding_Value& value) const {
+    Number number{};
+    char const* const end = characters_.data() + characters_.size();
+    auto const result = std::from_chars(characters_.data(), end, number);
+    if (result.ec != std::errc() || result.ptr != end) return false;
+    value = number;
+    return true;
+  }
+
+  // A cell larger than the buffer is copied a second time, whole.
+  bool fetch_rest(MYSQL_STMT* statement, unsigned int column) {
+    characters_.resize(size_);
+    MYSQL_BIND whole{};
+    whole.buffer_type = MYSQL_TYPE_STRING;
+    whole.buffer = characters_.data();
+    whole.buffer_length = size_;
+    return mysql_stmt_fetch_column(statement, &whole, column, 0) == 0;
+  }
+
+  Kind kind_;
+  bool is_unsigned_;
+  my_bool is_null_ = 0;
+  my_bool is_cut_ = 0;
+  unsigned long size_ = 0;
+  std::array<char, 256> buffer_;
+  std::string characters_;  // keeps its storage from row to row
+};
+
+struct Prepared {
+  std::string text;
+  Handle handle;
+  Parameters parameters;
+};
+
+Prepared prepare(MYSQL* db, std::string const& text) {
+  MySQL_Text const marked = mark_names(text);
+  Prepared prepared{text, Handle(or_no_memory(mysql_stmt_init(db))), marked.parameters};
+  MYSQL_STMT* const statement = prepared.handle.get();
+  if (mysql_stmt_prepare(statement, marked.text.data(), static_cast<unsigned long>(marked.text.size())) != 0) {
+    fail(mysql_stmt_error(statement), mysql_stmt_errno(statement), text);
+  }
+  prepared.parameters.places = mysql_stmt_param_count(statement);
+  return prepared;
+}
+
+using Cache = Statement_Cache<Prepared>;
+
+// A statement with the values of one run. One that does not come to its end is closed, which leaves the connection free
+// for the next.
+class Running_Statement {
+public:
+  Running_Statement(MYSQL* db, Cache& cache, std::string const& text) : db_(db), cache_(cache), text_(text) {
+    node_ = cache_.take(text);
+    if (node_.empty()) node_.push_back(prepare(db, text));
+    statement_ = node_.front().handle.get();
+  }
+
+  void bind(Bindings const* bindings, std::vector<Binding_Value> const& values) {
+    binders_ = std::vector<Binder>(node_.front().parameters.places);
+    auto const bind_one = [&](std::size_t place, Binding_Value const& value) {
+      hand_over(value, json_texts_, binders_[place]);
+    };
+    bind_all(text_, node_.front().parameters, bindings, values, bind_one);
+    std::vector<MYSQL_BIND> binds;
+    binds.reserve(binders_.size());
+    for (Binder& binder : binders_) binds.push_back(binder.bound());
+    check(binds.empty() || mysql_stmt_bind_param(statement_, binds.data()) == 0);
+  }
+
+  // The names of the result's columns; none when the statement has no result.
+  std::vector<std::string> execute() {
+    check(mysql_stmt_execute(statement_) == 0);
+    std::vector<std::string> names;
+    if (mysql_stmt_field_count(statement_) == 0) return names;
+    Result const result(or_no_memory(mysql_stmt_result_metadata(statement_)));
+    MYSQL_FIELD const* const fields = mysql_fetch_fields(result.get());
+    unsigned int const count = mysql_num_fields(result.get());
+    cells_ = std::vector<Cell>(fields, fields + count);
+    std::vector<MYSQL_BIND> binds;
+    binds.reserve(count);
+    for (Cell& cell : cells_) binds.push_back(cell.bound());
+    check(mysql_stmt_bind_result(statement_, binds.data()) == 0);
+    for (unsigned int i = 0; i < count; ++i) names.emplace_back(fields[i].name, fields[i].name_length);
+    return names;
+  }
+
+  // True when there is a row, which `row` is then; false at the end.
+  bool fetch(Store::Row& row) {
+    int const result = mysql_stmt_fetch(statement_);
+    if (result == MYSQL_NO_DATA) return false;
+    check(result == 0 || result == MYSQL_DATA_TRUNCATED);
+    row.resize(cells_.size());
+    for (unsigned int i = 0; i < cells_.size(); ++i) check(cells_[i].read(statement_, i, row[i]));
+    return true;
+  }
+
+  // Ends it, also before its last row. The number of changed rows.
+  unsigned long long finish() {
+    unsigned long long const changed = cells_.empty() ? mysql_stmt_affected_rows(statement_) : 0;
+    check(mysql_stmt_free_result(statement_) == 0);
+    while (mysql_stmt_more_results(statement_) != 0) {
+      check(mysql_stmt_next_result(statement_) == 0 && mysql_stmt_free_result(statement_) == 0);
+    }
+    // One that returns rows fails, after it has run, when their columns have changed since it was prepared.
+    if (cells_.empty() && Cache::keeps(text_)) cache_.put_back(node_);
+    return changed;
+  }
+
+private:
+  void check(bool went_well) {
+    if (went_well) return;
+    // What goes wrong while rows are fetched the driver tells of the connection only.
+    bool const is_statement = mysql_stmt_errno(statement_) != 0;
+    unsigned int const code = is_statement ? mysql_stmt_errno(statement_) : mysql_errno(db_);
+    std::string message = is_statement ? mysql_stmt_error(statement_) : mysql_error(db_);
+    if (node_.front().parameters.places > 0) message = without_values(message.c_str(), code);
+    // An error does not tell whether it has ended the transaction; the answer to a statement does.
+    if ((status_of(db_) & SERVER_STATUS_IN_TRANS) != 0) mysql_query(db_, "DO 0");
+    fail(message, code, text_);
+  }
+
+  MYSQL* db_;
+  Cache& cache_;
+  std::string const& text_;
+  Cache::Node node_;
+  MYSQL_STMT* statement_ = nullptr;
+  std::vector<Binder> binders_;
+  std::vector<Cell> cells_;
+  JSON_Texts json_texts_;
+};
+
+// Runs a statement of the store's own.
+Result run_plain(MYSQL* db, std::string const& text) {
+  if (mysql_real_query(db, text.data(), static_cast<unsigned long>(text.size())) != 0) {
+    fail(mysql_error(db), mysql_errno(db), text);
+  }
+  return Result(mysql_store_result(db));
+}
+
+// True when the comma list holds the word.
+bool has_word(std::string const& list, std::string const& word) {
+  return (',' + list + ',').find(',' + word + ',') != std::string::npos;
+}
+
+void set_session(MYSQL* db) {
+  std::string modes;
+  for (char const* const mode : required_modes) modes += std::string(",") + mode;
+  run_plain(db, "SET SESSION sql_mode=TRIM(LEADING ',' FROM CONCAT(@@SESSION.sql_mode,'" + modes +
+                    "')),time_zone='+00:00',autocommit=1");
+  Result const result = run_plain(db, "SELECT @@SESSION.sql_mode");
+  char const* const* const row = mysql_fetch_row(or_no_memory(result.get()));
+  std::string const set = row != nullptr && row[0] != nullptr ? row[0] : "";
+  for (char const* const mode : required_modes) {
+    if (!has_word(set, mode)) throw Store_Error(std::string("the server does not set the SQL mode ") + mode, 0, "");
+  }
+}
+
+void set_options(MYSQL* db, bool has_socket) {
+  my_bool const no = 0;
+  unsigned int const off = 0;
+  unsigned int const protocol = has_socket ? MYSQL_PROTOCOL_SOCKET : MYSQL_PROTOCOL_TCP;
+  mysql_optionsv(db, MYSQL_SET_CHARSET_NAME, "utf8mb4");
+  mysql_optionsv(db, MYSQL_OPT_PROTOCOL, &protocol);
+  mysql_optionsv(db, MYSQL_OPT_CONNECT_TIMEOUT, &connect_seconds);
+  mysql_optionsv(db, MYSQL_OPT_RECONNECT, &no);
+  mysql_optionsv(db, MYSQL_OPT_LOCAL_INFILE, &off);  // the server could ask for any file of this machine
+}
+
+char const* or_null(std::string const& text) { return text.empty() ? nullptr : text.c_str(); }
+
+Database open_database(MySQL_URL const& url, Secure_String const& password) {
+  Database db(or_no_memory(mysql_init(nullptr)));
+  set_options(db.get(), !url.socket.empty());
+  MYSQL const* const connected =
+      mysql_real_connect(db.get(), or_null(url.host), or_null(url.user), password.c_str(), or_null(url.database),
+                         url.port, or_null(url.socket), CLIENT_FOUND_ROWS);
+  if (connected == nullptr) fail(mysql_error(db.get()), mysql_errno(db.get()), "");
+  set_session(db.get());
+  return db;
+}
+
+// The URL without the password that it should not hold.
+std::string shown(std::string url) {
+  std::size_t const colon = url.find(':', url.find("//") + 2);
+  std::size_t const at = url.rfind('@');
+  if (colon < at && at != std::string::npos) url.replace(colon + 1, at - colon - 1, "...");
+  return url;
+}
+
+Database open_database(std::string const& url, Secure_String const& password) {
+  std::string const place = "cannot open '" + shown(url) + "': ";
+  try {
+    return open_database(parse_mysql_url(url), password);
+  } catch (Store_Error const& error) {
+    throw Store_Error(place + error.what(), error.code(), "");
+  } catch (std::runtime_error const& error) {
+    throw Store_Error(place + error.what(), 0, "");
+  }
+}
+
+}  // namespace
+
+struct MySQL_Store::Connection {
+  Database db;
+  Cache cache;  // goes before the database
+};
+
+MySQL_Store::MySQL_Store(std::string const& url, Secure_String const& password)
+    : connection_(std::make_unique<Connection>(Connection{open_database(url, password), {}})) {}
+
+MySQL_Store::~MySQL_Store() = default;
+
+SQL::Database_Type MySQL_Store::dialect() const { return SQL::DB_MYSQL; }
+
+bool MySQL_Store::in_transaction() const { return (status_of(connection_->db.get()) & SERVER_STATUS_IN_TRANS) != 0; }
+
+unsigned long long MySQL_Store::execute(std::string const& text, Bindings const* bindings,
+                                        std::vector<Binding_Value> const& values, Row_Callback const& callback,
+                                        std::vector<std::string>* columns) {
+  MYSQL* const db = connection_->db.get();
+  if ((status_of(db) & SERVER_STATUS_NO_BACKSLASH_ESCAPES) == 0) {
+    throw Store_Error("the session has lost the SQL mode NO_BACKSLASH_ESCAPES", 0, text);
+  }
+  Running_Statement statement(db, connection_->cache, text);
+  statement.bind(bindings, values);
+  std::vector<std::string> names = statement.execute();
+  bool const has_rows = !names.empty();
+  if (columns != nullptr) *columns = std::move(names);
+  Row row;
+  if (has_rows && callback) {
+    while (statement.fetch(row) && callback(row)) {
+    }
+  }
+  return statement.finish();
+}

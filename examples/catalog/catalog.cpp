@@ -26,9 +26,12 @@ void set_file(Insert_SQL& insert, Binding_Value const& run, File const& file) {
       .value("owner", file.owner);
 }
 
-// The condition that a row is one of those that `ids` selects.
+// The condition that a row is one of those that `ids` selects. MySQL does not change a table that the same statement
+// reads, but through a table of its own, which DISTINCT makes sure of.
 void choose(Where_SQL& rows, Select_SQL const& ids) {
-  made(made(rows.and_filter()).add_key_select_sql_in_item("id")) = ids;
+  Select_SQL& chosen = made(made(rows.and_filter()).add_key_select_sql_in_item("id"));
+  chosen.distinct(true).add_key("id", nullptr);
+  made(chosen.sql_table("chosen")) = ids;
 }
 
 }  // namespace

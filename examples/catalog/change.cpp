@@ -6,8 +6,8 @@
 #include "backup/store/store.h"
 #include "catalog.h"
 #include "misuse.h"
+#include "open_store.h"
 #include "questions.h"
-#include "store_file.h"
 #include "text.h"
 
 namespace {

@@ -36,7 +36,7 @@ void add_condition_options(CLI::App& command, File_Query& query) {
   };
   command
       .add_option_function<std::string>("--name", set_name,
-                                        "Part of the name, taken literally; ASCII letters match in either case")
+                                        "Part of the name, taken literally, also the case of letters")
       ->type_name("TEXT");
   auto const set_min_size = [&query](std::string const& text) {
     query.min_size = read_number("--min-size", text, "kMGT");

@@ -13,8 +13,8 @@
 
 #include "backup/store/store.h"
 #include "catalog.h"
+#include "open_store.h"
 #include "progress.h"
-#include "store_file.h"
 #include "text.h"
 #include "tree_walk.h"
 

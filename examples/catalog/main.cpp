@@ -14,9 +14,9 @@
 #include "find_options.h"
 #include "index.h"
 #include "misuse.h"
+#include "open_store.h"
 #include "option_values.h"
 #include "query.h"
-#include "store_file.h"
 #include "text.h"
 
 namespace {
@@ -31,8 +31,13 @@ std::string machine_name() {
   return gethostname(name.data(), name.size() - 1) == 0 ? name.data() : "localhost";
 }
 
-void add_store(CLI::App& command, std::string& file) {
-  command.add_option("--store", file, "The catalogue, an SQLite database")->type_name("FILE")->required();
+void add_store(CLI::App& command, std::string& address) {
+  command
+      .add_option("--store", address,
+                  "The catalogue: an SQLite file, or mysql://[user@]host[:port]/database, or "
+                  "mysql://[user@]/database?socket=PATH, with the password in the environment's MYSQL_PWD")
+      ->type_name("STORE")
+      ->required();
 }
 
 void add_read_options(CLI::App& command, Read_Options& options) {

@@ -8,7 +8,7 @@
 #include "backup/utils/sql/union_sql.h"
 #include "explain.h"
 #include "made.h"
-#include "store_file.h"
+#include "open_store.h"
 
 namespace {
 

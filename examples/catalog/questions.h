@@ -11,7 +11,7 @@
 
 /// The rows wanted of `find_files`, and their order. What is not set here is as a request has it.
 struct File_Query {
-  std::optional<std::string> name;  ///< a part of the name, ASCII letters in either case
+  std::optional<std::string> name;  ///< a part of the name
   std::optional<long long> min_size;
   std::optional<File_Kind> kind;
   std::optional<std::string> host;

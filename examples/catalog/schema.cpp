@@ -1,49 +1,66 @@
 #include "schema.h"
 
+#include <stdexcept>
+
 #include "backup/runtime/string_template.h"
 #include "backup/store/store.h"
 
 namespace {
 
-// The database's words for the kinds of columns. MySQL needs a length where a column has a key.
-struct Column_Types {
+// The database's words. MySQL needs a length where a column has a key, and collates what is no bytes; but lower-casing,
+// which the names of hosts are compared by, works on texts only.
+struct Words {
   char const* uuid;
+  char const* host;
   char const* name;
   char const* path;
   char const* integer;
   char const* boolean;
   char const* time;
+  char const* index;  ///< of the files of a run
 };
 
-constexpr Column_Types sqlite_types{"BLOB", "TEXT", "TEXT", "INTEGER", "INTEGER", "TEXT"};
-constexpr Column_Types mysql_types{"BINARY(16)", "VARBINARY(255)", "BLOB", "BIGINT", "BOOLEAN", "DATETIME"};
+constexpr Words sqlite_words{"BLOB", "TEXT", "TEXT", "TEXT", "INTEGER", "INTEGER", "TEXT", ""};
+// The index also finds the path of a file in another run.
+constexpr Words mysql_words{"BINARY(16)",     "VARCHAR(255) CHARACTER SET utf8mb4 COLLATE utf8mb4_bin",
+                            "VARBINARY(255)", "BLOB",
+                            "BIGINT",         "BOOLEAN",
+                            "VARBINARY(32)",  ", INDEX files_by_run (run_uuid, path(255))"};
 
 constexpr char const* statements[] = {
-    "CREATE TABLE hosts (id {uuid} NOT NULL PRIMARY KEY, name {name} NOT NULL UNIQUE)",
+    "CREATE TABLE IF NOT EXISTS hosts (id {uuid} NOT NULL PRIMARY KEY, name {host} NOT NULL UNIQUE)",
 
-    "CREATE TABLE runs (id {uuid} NOT NULL PRIMARY KEY, host_uuid {uuid} NOT NULL, directory {path} NOT NULL,"
-    " started {integer} NOT NULL, ended {integer}, complete {boolean} NOT NULL,"
+    "CREATE TABLE IF NOT EXISTS runs (id {uuid} NOT NULL PRIMARY KEY, host_uuid {uuid} NOT NULL,"
+    " directory {path} NOT NULL, started {integer} NOT NULL, ended {integer}, complete {boolean} NOT NULL,"
     " FOREIGN KEY (host_uuid) REFERENCES hosts (id))",
 
-    "CREATE TABLE files (id {uuid} NOT NULL PRIMARY KEY, run_uuid {uuid} NOT NULL, path {path} NOT NULL,"
+    "CREATE TABLE IF NOT EXISTS files (id {uuid} NOT NULL PRIMARY KEY, run_uuid {uuid} NOT NULL, path {path} NOT NULL,"
     " name {name} NOT NULL, kind {integer} NOT NULL, size {integer} NOT NULL, modified {integer} NOT NULL,"
-    " owner {name} NOT NULL, retired {time}, FOREIGN KEY (run_uuid) REFERENCES runs (id))",
-
-    "CREATE INDEX files_by_run ON files (run_uuid)",
+    " owner {name} NOT NULL, retired {time}{index}, FOREIGN KEY (run_uuid) REFERENCES runs (id))",
 };
 
 }  // namespace
 
+void check_version(long long version, std::string const& address) {
+  if (version == schema_version) return;
+  throw std::runtime_error(address + " is a catalogue of schema version " + std::to_string(version) +
+                           ", this program reads version " + std::to_string(schema_version));
+}
+
 void create_schema(Store& store) {
-  Column_Types const& types = store.dialect() == SQL::DB_MYSQL ? mysql_types : sqlite_types;
+  bool const is_mysql = store.dialect() == SQL::DB_MYSQL;
+  Words const& words = is_mysql ? mysql_words : sqlite_words;
   for (char const* const statement : statements) {
     String_Template text(statement, "{", "}");
-    text.set("uuid", types.uuid);
-    text.set("name", types.name);
-    text.set("path", types.path);
-    text.set("integer", types.integer);
-    text.set("boolean", types.boolean);
-    text.set("time", types.time);
+    text.set("uuid", words.uuid);
+    text.set("host", words.host);
+    text.set("name", words.name);
+    text.set("path", words.path);
+    text.set("integer", words.integer);
+    text.set("boolean", words.boolean);
+    text.set("time", words.time);
+    text.set("index", words.index);
     store.run(text.str());
   }
+  if (!is_mysql) store.run("CREATE INDEX files_by_run ON files (run_uuid)");
 }

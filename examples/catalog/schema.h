@@ -1,8 +1,15 @@
 #pragma once
 
+#include <string>
+
 class Store;
 
-/// Creates the catalogue's tables:
+constexpr long long schema_version = 2;
+
+/// Throws std::runtime_error with a text for the user when the catalogue at `address` has another version.
+void check_version(long long version, std::string const& address);
+
+/// Creates those of the catalogue's tables that are not there:
 ///
 ///   hosts  a machine, by name
 ///   runs   one indexing of a directory of a host; `ended` is null while it is running, and if it died

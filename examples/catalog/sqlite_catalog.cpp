@@ -1,4 +1,4 @@
-#include "store_file.h"
+#include "sqlite_catalog.h"
 
 #include <filesystem>
 #include <stdexcept>
@@ -10,9 +10,8 @@
 
 namespace {
 
-// SQLite keeps both numbers in the file's header: whose file it is, and the version of its schema.
+// SQLite keeps this number in the file's header, whose file it is, and beside it the version of the schema.
 constexpr long long application_id = 0x43544C47;
-constexpr long long schema_version = 2;
 
 long long pragma(Store& store, std::string const& name) {
   long long number = 0;
@@ -44,11 +43,7 @@ void create_if_empty(Store& store) {
 
 void check_catalog(Store& store, std::string const& file) {
   if (pragma(store, "application_id") != application_id) throw std::runtime_error(file + " is no catalogue");
-  long long const version = pragma(store, "user_version");
-  if (version != schema_version) {
-    throw std::runtime_error(file + " is a catalogue of schema version " + std::to_string(version) +
-                             ", this program reads version " + std::to_string(schema_version));
-  }
+  check_version(pragma(store, "user_version"), file);
 }
 
 // Reading needs no right to write, unless a writer was killed and what it left half done must be rolled back first.
@@ -77,12 +72,13 @@ std::unique_ptr<Store> open(std::string const& file, Access access) {
 
 }  // namespace
 
-std::unique_ptr<Store> open_store(std::string const& file, Access access) {
+std::unique_ptr<Store> open_sqlite_catalog(std::string const& file, Access access) {
   std::error_code ignored;
   if (access != Access::create && !std::filesystem::exists(file, ignored)) {
     throw std::runtime_error(file + ": no such store file");
   }
   std::unique_ptr<Store> store = open(file, access);
   check_catalog(*store, file);
+  store->run("PRAGMA case_sensitive_like=ON");  // as on the other databases
   return store;
 }

@@ -24,6 +24,10 @@ function(backup_library name define)
   target_compile_features(${name} PUBLIC cxx_std_17)
   target_compile_definitions(${name} PRIVATE ${define})
   target_link_libraries(${name} PRIVATE $<BUILD_INTERFACE:backup_warnings>)
+  if(CMAKE_SYSTEM_NAME STREQUAL "Linux")
+    # Functions are looked up at the start: at a first call it would leave copies of registers on the stack, secrets too.
+    target_link_options(${name} PRIVATE LINKER:-z,relro,-z,now)
+  endif()
   set_target_properties(${name} PROPERTIES VERSION ${PROJECT_VERSION}
                                            SOVERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR}
                                            VERIFY_INTERFACE_HEADER_SETS ON)

@@ -6,6 +6,7 @@
 
 #include "backup/utils/sql/insert_sql.h"
 #include "backup/utils/sql/union_sql.h"
+#include "backup/utils/sql/update_sql.h"
 #include "support/heap.h"
 #include "support/log_capture.h"
 #include "support/random_source.h"
@@ -13,11 +14,20 @@
 
 namespace {
 
+struct Statements {
+  Select_SQL select{"t", nullptr};
+  Insert_SQL insert{"t"};
+  Update_SQL update{"t"};
+  Union_SQL both{0};
+
+  std::string rendered() const { return render(select) + render(insert) + render(update) + render(both); }
+};
+
 // One factory call on a statement of its kind; null when it reports failure.
 struct Factory {
   char const* name;
   char const* report;  // what it logs when it fails, null for nothing
-  std::function<void const*(Select_SQL&, Insert_SQL&, Union_SQL&)> make;
+  std::function<void const*(Statements&)> make;
 };
 
 std::string const long_text(40, 'k');
@@ -26,7 +36,7 @@ json_spirit::Object const object{{"a", 1}};
 Binding_Value const value(long_text);
 
 Factory filter_factory(char const* name, char const* report, std::function<void const*(Filter_SQL&)> const& make) {
-  return {name, report, [make](Select_SQL& s, Insert_SQL&, Union_SQL&) { return make(*s.filter()); }};
+  return {name, report, [make](Statements& s) { return make(*s.select.filter()); }};
 }
 
 // An adder that returns the filter tells nothing: ask errno, and leave it to the rendered text to disagree.
@@ -65,15 +75,16 @@ std::vector<Factory> factories() {
                      [](Filter_SQL& f) { return f.add_val_sql_item(Item_SQL::OP_EQ, 1); }),
       filter_factory("add_substr_matching", nullptr,
                      [&](Filter_SQL& f) { return added(f, f.add_substr_matching(key, long_text)); }),
-      {"and_filter", nullptr, [](Select_SQL& s, Insert_SQL&, Union_SQL&) { return s.and_filter(); }},
-      {"add_sql_key", nullptr, [](Select_SQL& s, Insert_SQL&, Union_SQL&) { return s.add_sql_key("n"); }},
-      {"sql_table", nullptr, [](Select_SQL& s, Insert_SQL&, Union_SQL&) { return s.sql_table("n"); }},
-      {"sql_join", nullptr, [](Select_SQL& s, Insert_SQL&, Union_SQL&) { return s.sql_join("n", long_text); }},
-      {"value_sql", nullptr, [](Select_SQL&, Insert_SQL& i, Union_SQL&) { return i.value_sql(long_text); }},
-      {"value_select_sql", nullptr,
-       [](Select_SQL&, Insert_SQL& i, Union_SQL&) { return i.value_select_sql(long_text); }},
-      {"values_sql", nullptr, [](Select_SQL&, Insert_SQL& i, Union_SQL&) { return i.values_sql(); }},
-      {"add_select_sql", nullptr, [](Select_SQL&, Insert_SQL&, Union_SQL& u) { return u.add_select_sql(); }},
+      {"and_filter", nullptr, [](Statements& s) { return s.select.and_filter(); }},
+      {"add_sql_key", nullptr, [](Statements& s) { return s.select.add_sql_key("n"); }},
+      {"sql_table", nullptr, [](Statements& s) { return s.select.sql_table("n"); }},
+      {"sql_join", nullptr, [](Statements& s) { return s.select.sql_join("n", long_text); }},
+      {"value_sql", nullptr, [](Statements& s) { return s.insert.value_sql(long_text); }},
+      {"value_select_sql", nullptr, [](Statements& s) { return s.insert.value_select_sql(long_text); }},
+      {"values_sql", nullptr, [](Statements& s) { return s.insert.values_sql(); }},
+      {"set_sql", nullptr, [](Statements& s) { return s.update.set_sql(long_text); }},
+      {"set_select_sql", nullptr, [](Statements& s) { return s.update.set_select_sql(long_text); }},
+      {"add_select_sql", nullptr, [](Statements& s) { return s.both.add_select_sql(); }},
   };
 }
 
@@ -87,32 +98,30 @@ TEST(Factories, without_memory_set_errno_return_null_and_change_nothing) {
       ASSERT_LT(failures, 50);
       long const live_before = heap::live_blocks();
       {
-        Select_SQL select("t", nullptr);
-        select.or_filter()->add_null_item("a");
-        Insert_SQL insert("t");
-        insert.value("a", 1);
-        Union_SQL both(0);
-        std::string const before = render(select) + render(insert) + render(both);
+        Statements statements;
+        statements.select.or_filter()->add_null_item("a");
+        statements.insert.value("a", 1);
+        std::string const before = statements.rendered();
         Log_Capture log;
         errno = 0;
         void const* result = nullptr;
         bool failed = false;
         {
           heap::Failing_Allocation const no_memory(failures + 1);
-          EXPECT_NO_THROW(result = factory.make(select, insert, both));
+          EXPECT_NO_THROW(result = factory.make(statements));
           failed = no_memory.failed();
         }
         made = result != nullptr;
         EXPECT_NE(made, failed);
         if (!made) {
           EXPECT_EQ(errno, ENOMEM);
-          EXPECT_EQ(render(select) + render(insert) + render(both), before);
+          EXPECT_EQ(statements.rendered(), before);
           std::string report = factory.report == nullptr ? "" : factory.report;
           if (report.find('%') != std::string::npos) report.replace(report.find('%'), 1, long_text);
           std::vector<std::string> const logged = log.take();
           EXPECT_EQ(logged, report.empty() ? std::vector<std::string>() : std::vector<std::string>{report});
         } else {
-          EXPECT_NE(render(select) + render(insert) + render(both), before);
+          EXPECT_NE(statements.rendered(), before);
         }
       }
       EXPECT_EQ(heap::live_blocks(), live_before);

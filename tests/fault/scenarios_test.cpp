@@ -2,7 +2,6 @@
 // nothing leaks, and what the caller holds can still be used.
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <iostream>
 
 #include "backup/utils/sql/insert_sql.h"
@@ -22,6 +21,8 @@ using json_spirit::Value;
 std::string const long_text(40, 'k');
 std::string const json = R"({"op":"AND","v":[{"op":"EQ","k":"a_long_key_of_a_column","v":["a text that is long",2]},
   {"op":"OR","v":[{"op":"GE","k":"size","v":18446744073709551615},"raw sql of some length"]}]})";
+std::string const uuid_text = "00112233445566778899aabbccddeeff";
+Secure_Byte_String const key(16, 'k');
 std::map<std::string, std::string> const request{{"AND", "OR=name%3Da+text+that+is+long%26size%3D5"},
                                                  {"IN_name", "a text that is long,b"},
                                                  {"sort", "name,size"},
@@ -35,61 +36,90 @@ Value document() {
   return value;
 }
 
+// What the caller holds, and must be able to use and clear whatever has failed.
+struct Held {
+  Select_SQL select{"t", nullptr};
+  Insert_SQL insert{"t"};
+  Update_SQL update{"t"};
+  Union_SQL both{1};
+  And_Filter_SQL filter;
+  SQL_Filter_Parser parser{select, filters};
+  Value json;
+  Binding_Value value;
+};
+
 struct Scenario {
   char const* name;
-  std::function<void()> run;
+  void (*run)(Held& held);
 };
 
 Scenario const scenarios[] = {
     {"build, copy, render and clear a SELECT",
-     [] {
-       Select_SQL select("t", nullptr);
+     [](Held& held) {
+       Select_SQL& select = held.select;
        select.add_key(long_text, nullptr).left_join("u", nullptr, long_text).sort_keys("a,b").bind(":x", long_text);
        if (Filter_SQL* filter = select.and_filter()) {
          filter->add_kv_item(Item_SQL::OP_LK, long_text, Secure_String(long_text.c_str()), 1);
          if (Select_SQL* sub = filter->add_key_select_sql_in_item("k")) sub->group_by(long_text.c_str(), true);
        }
        Select_SQL copy(select);
-       copy = Select_SQL(select);
+       select = copy;
        std::string sql;
        std::vector<Binding_Value> values;
        copy.get_sql(SQL::DB_MYSQL, sql, values);
        copy.get_count_sql(SQL::DB_SQLITE, sql, values);
-       select.clear();
-       render(select);
+       copy.clear();
      }},
-    {"build and render INSERT, UPDATE and UNION",
-     [] {
-       Insert_SQL insert("t");
-       insert.value(long_text, long_text).new_entry().value_uuid("u", long_text).value_time("t", 0);
-       insert.value_select_sql("s");
-       Update_SQL update("t");
-       update.set(long_text, long_text).set_uuid("u", long_text);
-       Union_SQL both(1);
-       both.add_select_sql();
-       render(Insert_SQL(insert)) += render(Update_SQL(update)) + render(both);
+    {"build, copy and render INSERT, UPDATE and UNION",
+     [](Held& held) {
+       held.insert.value(long_text, long_text).new_entry().value_uuid("u", long_text).value_time("t", 0);
+       held.insert.value_select_sql("s");
+       held.update.set(long_text, long_text).set_uuid("u", long_text).set_select_sql("s");
+       held.both.add_select_sql();
+       held.insert = Insert_SQL(held.insert);
+       held.update = Update_SQL(held.update);
+       held.both = Union_SQL(held.both);
+       render(held.insert) += render_positional(held.update) + render(held.both);
+     }},
+    {"convert values",
+     [](Held& held) {
+       Binding_Value_AES_Converter const aes(key, "text");
+       Binding_Value_UUID_Converter const uuid;
+       held.value = Binding_Value(uuid_text);
+       for (Binding_Value const& value : {Binding_Value(uuid_text), Binding_Value(Secure_String(uuid_text.c_str()))}) {
+         EXPECT_TRUE(uuid.convert(value, held.value));
+         EXPECT_TRUE(Binding_Value_Hex_Converter().convert(value, held.value));
+         EXPECT_TRUE(aes.convert(value, held.value));
+         held.insert.value("a", value, &aes).value_hex("h", uuid_text);
+         held.update.set("a", value, &uuid);
+       }
      }},
     {"read, copy, edit and convert a document",
-     [] {
-       Value const original = document();
-       Object edited = original.get_obj();
-       filter_add_eq_item(edited, long_text.c_str(), original);
+     [](Held& held) {
+       held.json = document();
+       Object edited = held.json.get_obj();
+       filter_add_eq_item(edited, long_text.c_str(), held.json);
        filter_remove_item(edited, "none");
-       generate_eq_and_filter(edited, original.get_obj(), {"op", "v"});
-       And_Filter_SQL filter;
-       generate_filter_from_obj(original.get_obj(), filter);
-       render(filter);
+       generate_eq_and_filter(edited, held.json.get_obj(), {"op", "v"});
+       generate_filter_from_obj(held.json.get_obj(), held.filter);
+       render(held.filter);
      }},
     {"parse and convert a request",
-     [] {
-       Select_SQL select("file", nullptr);
-       SQL_Filter_Parser parser(select, filters);
-       parser.parse(request, 0);
-       parser.parse(parser.convert_qs_to_params(request), 1);
-       parser.control(select);
-       render_positional(select);
+     [](Held& held) {
+       held.parser.parse(request, 0);
+       held.parser.parse(held.parser.convert_qs_to_params(request), 1);
+       held.parser.control(held.select);
+       render_positional(held.select);
      }},
 };
+
+template <class Statement>
+void expect_usable(Statement& statement, char const* cleared) {
+  Statement const copy(statement);
+  EXPECT_EQ(render(copy), render(statement));
+  statement.clear();
+  EXPECT_EQ(render(statement), cleared);
+}
 
 }  // namespace
 
@@ -97,20 +127,31 @@ TEST(Scenarios, survive_every_failing_allocation) {
   Log_Capture log;
   for (Scenario const& scenario : scenarios) {
     SCOPED_TRACE(scenario.name);
-    scenario.run();  // what is set up once and kept is set up here
+    Held first;
+    scenario.run(first);  // what is set up once and kept is set up here
     log.take();
     long failures = 0;
     for (bool passed = false; !passed; ++failures) {
       ASSERT_LT(failures, 5000);
       long const live_before = heap::live_blocks();
       {
-        heap::Failing_Allocation const no_memory(failures + 1);
-        try {
-          scenario.run();
-        } catch (std::bad_alloc const&) {
-          EXPECT_TRUE(no_memory.failed());
+        Held held;
+        {
+          heap::Failing_Allocation const no_memory(failures + 1);
+          try {
+            scenario.run(held);
+          } catch (std::bad_alloc const&) {
+            EXPECT_TRUE(no_memory.failed());
+          }
+          passed = !no_memory.failed();
         }
-        passed = !no_memory.failed();
+        expect_usable(held.select, "SELECT *");
+        expect_usable(held.insert, "INSERT INTO `` VALUES()");
+        expect_usable(held.update, "UPDATE `` SET ");
+        expect_usable(held.both, "");
+        expect_usable(held.filter, "1");
+        EXPECT_EQ(Value(held.json), held.json);
+        EXPECT_EQ(value_text(Binding_Value(held.value)), value_text(held.value));
       }
       log.take();
       EXPECT_EQ(heap::live_blocks(), live_before) << "after allocation " << failures + 1;

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <string>
-
 /// The heap of a test program that links heap.cpp: every operator new and delete goes through it.
 namespace heap {
 
@@ -20,15 +18,5 @@ public:
 long allocations();
 /// Blocks that are allocated now, by all threads.
 long live_blocks();
-
-/// Counts the blocks given back that hold a text, while it lives.
-class Watch {
-public:
-  explicit Watch(std::string const& text);
-  Watch(Watch const&) = delete;
-  Watch& operator=(Watch const&) = delete;
-  ~Watch();
-  long releases() const;
-};
 
 }  // namespace heap

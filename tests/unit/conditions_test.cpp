@@ -226,27 +226,6 @@ TEST(Filter_SQL, clear_makes_an_and_filter_and_copies_share_entries) {
   EXPECT_EQ(render(filter), "(copied) OR (static) {:b=1}");
 }
 
-TEST(Filter_SQL, a_million_levels_are_rendered_cleared_and_destroyed_flat) {
-  constexpr std::size_t depth = 1000000;
-  And_Filter_SQL filter;
-  Filter_SQL* level = &filter;
-  for (std::size_t i = 0; i < depth; ++i) {
-    level->add_sql("x", true);
-    level = level->add_or_filter();
-    level->add_sql("y", true);
-  }
-  std::string text;
-  Bindings bindings;
-  filter.get_sql(SQL::DB_SQLITE, text, bindings);
-  EXPECT_EQ(text.size(), 16 * depth - 3);
-  EXPECT_EQ(text.substr(0, 40), "(x) AND ((y) OR (x) OR ((y) OR (x) OR ((");
-  And_Filter_SQL copy(filter);
-  filter.clear();
-  EXPECT_EQ(render(filter), "1");
-  std::string again;
-  EXPECT_EQ(copy.get_sql(SQL::DB_SQLITE, again, bindings), text) << "a copy keeps what it shares";
-}
-
 TEST(Where_SQL, raw_text_wins_over_the_filter) {
   Delete_SQL statement("t");
   EXPECT_EQ(render(statement), "DELETE FROM `t`");

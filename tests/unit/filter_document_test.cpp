@@ -324,15 +324,3 @@ TEST(generate_filter_from_obj, reports_groups_without_members_and_operators_with
   EXPECT_TRUE(generate_filter_from_obj(read(R"({"op":"BR","k":"a","v":1})").get_obj(), filter));
   EXPECT_EQ(render(filter), "()");
 }
-
-TEST(generate_filter_from_obj, groups_nest_to_any_depth) {
-  constexpr std::size_t depth = 1000000;
-  std::string json;
-  for (std::size_t i = 0; i < depth; ++i) json += R"({"op":"OR","v":[)";
-  json += "\"x\"";
-  for (std::size_t i = 0; i < depth; ++i) json += "]}";
-  Value const document = read(json);
-  And_Filter_SQL filter;
-  EXPECT_TRUE(generate_filter_from_obj(document.get_obj(), filter));
-  EXPECT_EQ(render(filter), std::string(depth + 1, '(') + "x" + std::string(depth + 1, ')'));
-}

@@ -1,0 +1,50 @@
+// How the time of nested groups grows with their depth: each way through the library at three depths, each ten times
+// the one before. A linear step grows by 10, and by
+// what it loses when its data no longer fit the caches.
+#include <algorithm>
+#include <cstdio>
+#include <ctime>
+#include <limits>
+#include <memory>
+
+#include "bench/depth_steps.h"
+
+namespace {
+
+constexpr std::size_t depths[] = {10000, 100000, 1000000};
+constexpr std::size_t repetitions[] = {30, 5, 3};
+constexpr std::size_t step_count = std::size(depth_steps::steps);
+
+// Keeps the best time of each step, in milliseconds. False, reported, when one gives a wrong result.
+bool measure(std::size_t depth, double (&best)[step_count]) {
+  auto const deep = std::make_unique<depth_steps::Deep>(depth);
+  for (std::size_t i = 0; i < step_count; ++i) {
+    depth_steps::Step const& step = depth_steps::steps[i];
+    std::clock_t const start = std::clock();
+    bool const right = step.run(*deep);
+    best[i] = std::min(best[i], 1000.0 * static_cast<double>(std::clock() - start) / CLOCKS_PER_SEC);
+    if (right) continue;
+    std::fprintf(stderr, "%s at depth %zu: wrong result\n", step.name, depth);
+    return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+int main() {
+  double times[std::size(depths)][step_count];
+  for (std::size_t i = 0; i < std::size(depths); ++i) {
+    std::fill_n(times[i], step_count, std::numeric_limits<double>::max());
+    for (std::size_t n = 0; n < repetitions[i]; ++n) {
+      if (!measure(depths[i], times[i])) return 1;
+    }
+  }
+  std::printf("%-34s %10s %10s %10s %16s\n", "best CPU time in ms, by levels", "10,000", "100,000", "1,000,000",
+              "growth");
+  for (std::size_t i = 0; i < step_count; ++i) {
+    std::printf("%-34s %10.2f %10.2f %10.2f %7.1f %8.1f\n", depth_steps::steps[i].name, times[0][i], times[1][i],
+                times[2][i], times[1][i] / times[0][i], times[2][i] / times[1][i]);
+  }
+  return 0;
+}

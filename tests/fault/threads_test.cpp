@@ -1,0 +1,51 @@
+// Statements that several threads hold at once: only the reference counts of shared parts are touched by more than one.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+#include <vector>
+
+#include "backup/utils/sql/delete_sql.h"
+#include "backup/utils/sql/insert_sql.h"
+
+namespace {
+
+class Counted_SQL : public SQL {
+public:
+  explicit Counted_SQL(std::atomic<int>& ends) : SQL("x", TYPE_RAW, true), ends_(ends) {}
+  ~Counted_SQL() override { ++ends_; }
+
+private:
+  std::atomic<int>& ends_;
+};
+
+}  // namespace
+
+TEST(SQL, parts_shared_by_threads_end_once_with_their_last_holder) {
+  constexpr int rounds = 50;
+  std::atomic<int> ends{0};
+  for (int round = 0; round < rounds; ++round) {
+    std::atomic<bool> started{false};
+    std::vector<std::thread> threads;
+    {
+      ACE_Intrusive_Auto_Ptr<SQL> const part(new Counted_SQL(ends));
+      Insert_SQL insert("t");
+      insert.value_i("a", part);
+      Delete_SQL filtered("t");
+      filtered.and_filter()->add_or_filter()->add_kv_eq_item("a", 1);
+      auto const copy_and_drop = [&started, part, insert, filtered] {
+        while (!started) std::this_thread::yield();
+        for (int i = 0; i < 200; ++i) {
+          ACE_Intrusive_Auto_Ptr<SQL> const part_again(part);
+          Insert_SQL const insert_again(insert);
+          And_Filter_SQL const filter_again(static_cast<And_Filter_SQL const&>(*filtered.filter()));
+        }
+      };
+      for (int i = 0; i < 3; ++i) threads.emplace_back(copy_and_drop);
+    }
+    EXPECT_EQ(ends, round);
+    started = true;
+    for (std::thread& thread : threads) thread.join();  // each ends its copies of all parts
+  }
+  EXPECT_EQ(ends, rounds);
+}

@@ -21,39 +21,26 @@ constexpr char const* words =
 
 using Rendered = std::pair<std::string, Bindings>;
 
-/// Renders with names and with marks. Nothing that a stranger sent may stand outside of a closed literal, but for
-/// numbers; parameters count up from 1, each is bound, and marks have the same values in the same order.
-template <class Render>
-Rendered check_rendering(Render render) {
-  Rendered named;
-  render(named.first, named.second);
-  std::string marked, word;
-  std::vector<Binding_Value> wanted, values;
-  bool in_literal = false, has_colon_in_literal = false;
-  for (char const c : named.first + ' ') {
+/// Nothing that a stranger sent may stand outside of a closed literal, but for numbers; parameters count up from 1, and
+/// each is bound.
+inline void check(Rendered const& rendered) {
+  std::string word;
+  std::size_t count = 0;
+  bool in_literal = false;
+  for (char const c : rendered.first + ' ') {
     if (!in_literal && (is_name_character(c) || c == ':')) {
       word += c;
       continue;
     }
-    if (word[0] == ':') {
-      require(word == ':' + std::to_string(wanted.size() + 1), "parameters count up in text order");
-      wanted.push_back(named.second.at(word));
-      word = '?';
-    } else {
-      bool const is_number = word.find_first_not_of("0123456789e") == std::string::npos;
-      require(is_number || is_one_of(word, words), "words are SQL's or the table's");
-    }
-    marked += word + c;
+    bool const is_parameter =
+        word[0] == ':' && rendered.second.count(word) == 1 && word == ':' + std::to_string(++count);
+    bool const is_number = word.find_first_not_of("0123456789e") == std::string::npos;
+    require(is_parameter || is_number || is_one_of(word, words), "words are parameters, numbers, SQL's or the table's");
     word.clear();
     in_literal ^= c == '\'';
-    has_colon_in_literal |= c == ':';
     require(in_literal || c == ' ' || is_one_of({c}, " ( ) , . * = < > ! + - ` ' "), "characters are SQL's");
   }
-  require(!in_literal && wanted.size() == named.second.size(), "literals are closed, nothing else is bound");
-  std::string positional;
-  render(positional, values);
-  require(has_colon_in_literal || (positional + ' ' == marked && values == wanted), "marks have the values of names");
-  return named;
+  require(!in_literal && count == rendered.second.size(), "literals are closed, nothing else is bound");
 }
 
 /// Parses a request, a map or an object, and checks what comes of it.
@@ -62,9 +49,11 @@ Rendered check_request(Request const& request) {
   Select_SQL select("file", "f");
   SQL_Filter_Parser parser(select, allowed_keys);
   require(parser.parse(request, 0) && parser.control(select), "parsing never fails");
-  check_rendering([&](std::string& sql, auto& out) { select.get_count_sql(SQL::DB_MYSQL, sql, out); });
-  check_rendering([&](std::string& sql, auto& out) { select.get_sql(SQL::DB_MYSQL, sql, out); });
-  Rendered rendered = check_rendering([&](std::string& sql, auto& out) { select.get_sql(SQL::DB_SQLITE, sql, out); });
+  Rendered counted, rendered;
+  select.get_count_sql(SQL::DB_MYSQL, counted.first, counted.second);
+  select.get_sql(SQL::DB_SQLITE, rendered.first, rendered.second);
+  check(counted);
+  check(rendered);
   auto const kind = request.find("kind");
   auto const has_kind = [&](auto const& bound) { return bound.second == Binding_Value(kind->second); };
   require(kind == request.end() || std::any_of(rendered.second.begin(), rendered.second.end(), has_kind),

@@ -61,6 +61,7 @@ void add_index(CLI::App& app, Command& command) {
   add_store(index, options->store);
   index.add_option("--host", options->host, "The machine that the files are on")
       ->type_name("NAME")
+      ->check(host_name_error)
       ->capture_default_str();
   index.callback(
       [options, &command] { command = [options] { return index_directory(*options) ? exit_success : exit_failed; }; });

@@ -1,6 +1,7 @@
 #include "mysql_catalog.h"
 
 #include <cstdlib>
+#include <optional>
 #include <stdexcept>
 
 #include "backup/store/mysql_store.h"
@@ -11,38 +12,44 @@
 
 namespace {
 
-using json_spirit::Array;
-
-// The table with the schema's version. It is made last, so a database that has it has the whole schema.
+// The table that tells whose database it is. It is made first, and has the schema's version once the schema is whole.
 constexpr char const* mark = "catalog_schema";
 
-// Of the database's tables, those in the list or those that are not.
-unsigned long long count_tables(Store& store, Item_SQL::Item_Op in_or_not, Array const& names) {
+// Tables of the database, or of them the one with the name.
+unsigned long long count_tables(Store& store, char const* name = nullptr) {
   Select_SQL tables;
   tables.from("information_schema.tables").count("*");
   Filter_SQL& filter = made(tables.and_filter());
   filter.add_sql("table_schema=DATABASE()", false);
-  in_or_not == Item_SQL::OP_IN ? filter.add_in_item("table_name", names, 0)
-                               : filter.add_not_in_item("table_name", names, 0);
+  if (name != nullptr) filter.add_kv_eq_item("table_name", name);
   return store.count(tables);
 }
 
-bool is_marked(Store& store) { return count_tables(store, Item_SQL::OP_IN, {mark}) > 0; }
+// None when the database is no catalogue, or one that is not whole.
+std::optional<long long> version_of(Store& store) {
+  if (count_tables(store, mark) == 0) return std::nullopt;
+  Select_SQL version(mark);
+  auto const rows = store.rows(version.add_key("version", nullptr));
+  if (rows.empty()) return std::nullopt;
+  return rows.front().front().val().get_int64();
+}
 
-// Statements that change a schema are no transaction: what a dead process left half made is completed.
+// Statements that change a schema are no transaction: what a dead process left half made is completed. The lock lasts
+// as long as this connection.
 void create_if_empty(Store& store) {
-  if (is_marked(store)) return;
-  store.run("DO GET_LOCK(CONCAT('catalog ',DATABASE()),60)");  // until this connection ends
-  if (is_marked(store) || count_tables(store, Item_SQL::OP_NI, {"hosts", "runs", "files"}) > 0) return;
+  if (version_of(store)) return;
+  store.run("DO GET_LOCK(CONCAT('catalog ',MD5(DATABASE())),60)");
+  if (version_of(store) || (count_tables(store, mark) == 0 && count_tables(store) > 0)) return;
+  store.run(std::string("CREATE TABLE IF NOT EXISTS ") + mark + " (version BIGINT NOT NULL) ENGINE=InnoDB");
   create_schema(store);
-  store.run(std::string("CREATE TABLE ") + mark + " AS SELECT " + std::to_string(schema_version) + " AS version");
+  store.run(Insert_SQL(mark).value("version", schema_version));
+  store.run("DO RELEASE_LOCK(CONCAT('catalog ',MD5(DATABASE())))");
 }
 
 void check_catalog(Store& store, std::string const& url) {
-  if (!is_marked(store)) throw std::runtime_error(url + " is no catalogue");
-  Select_SQL version(mark);
-  version.add_key("version", nullptr);
-  check_version(store.rows(version).at(0).at(0).val().get_int64(), url);
+  std::optional<long long> const version = version_of(store);
+  if (!version) throw std::runtime_error(url + " is no catalogue");
+  check_version(*version, url);
 }
 
 }  // namespace

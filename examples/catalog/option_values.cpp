@@ -28,6 +28,12 @@ void require_word(std::string const& option, std::string const& word, Words cons
   throw CLI::ValidationError(option, "unknown word '" + word + "', allowed: " + joined(allowed));
 }
 
+std::string host_name_error(std::string const& name) {
+  static constexpr char const* allowed = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789.-_";
+  bool const is_name = !name.empty() && name.size() <= 255 && name.find_first_not_of(allowed) == std::string::npos;
+  return is_name ? "" : "'" + name + "' is not 1 to 255 ASCII letters, digits, '.', '-' and '_'";
+}
+
 long long read_number(std::string const& option, std::string const& text, std::string const& units) {
   constexpr unsigned long long largest = std::numeric_limits<long long>::max();
   unsigned long long number = 0;

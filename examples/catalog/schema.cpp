@@ -18,25 +18,27 @@ struct Words {
   char const* boolean;
   char const* time;
   char const* index;  ///< of the files of a run
+  char const* engine;
 };
 
-constexpr Words sqlite_words{"BLOB", "TEXT", "TEXT", "TEXT", "INTEGER", "INTEGER", "TEXT", ""};
+constexpr Words sqlite_words{"BLOB", "TEXT", "TEXT", "TEXT", "INTEGER", "INTEGER", "TEXT", "", ""};
 // The index also finds the path of a file in another run.
 constexpr Words mysql_words{"BINARY(16)",     "VARCHAR(255) CHARACTER SET utf8mb4 COLLATE utf8mb4_bin",
                             "VARBINARY(255)", "BLOB",
                             "BIGINT",         "BOOLEAN",
-                            "VARBINARY(32)",  ", INDEX files_by_run (run_uuid, path(255))"};
+                            "VARBINARY(32)",  ", INDEX files_by_run (run_uuid, path(255))",
+                            " ENGINE=InnoDB"};
 
 constexpr char const* statements[] = {
-    "CREATE TABLE IF NOT EXISTS hosts (id {uuid} NOT NULL PRIMARY KEY, name {host} NOT NULL UNIQUE)",
+    "CREATE TABLE IF NOT EXISTS hosts (id {uuid} NOT NULL PRIMARY KEY, name {host} NOT NULL UNIQUE){engine}",
 
     "CREATE TABLE IF NOT EXISTS runs (id {uuid} NOT NULL PRIMARY KEY, host_uuid {uuid} NOT NULL,"
     " directory {path} NOT NULL, started {integer} NOT NULL, ended {integer}, complete {boolean} NOT NULL,"
-    " FOREIGN KEY (host_uuid) REFERENCES hosts (id))",
+    " FOREIGN KEY (host_uuid) REFERENCES hosts (id)){engine}",
 
     "CREATE TABLE IF NOT EXISTS files (id {uuid} NOT NULL PRIMARY KEY, run_uuid {uuid} NOT NULL, path {path} NOT NULL,"
     " name {name} NOT NULL, kind {integer} NOT NULL, size {integer} NOT NULL, modified {integer} NOT NULL,"
-    " owner {name} NOT NULL, retired {time}{index}, FOREIGN KEY (run_uuid) REFERENCES runs (id))",
+    " owner {name} NOT NULL, retired {time}{index}, FOREIGN KEY (run_uuid) REFERENCES runs (id)){engine}",
 };
 
 }  // namespace
@@ -60,6 +62,7 @@ void create_schema(Store& store) {
     text.set("boolean", words.boolean);
     text.set("time", words.time);
     text.set("index", words.index);
+    text.set("engine", words.engine);
     store.run(text.str());
   }
   if (!is_mysql) store.run("CREATE INDEX files_by_run ON files (run_uuid)");

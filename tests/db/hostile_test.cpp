@@ -1,6 +1,5 @@
 // What strangers send, on real databases: a value stays one value, a key names a column of the table or nothing.
 #include <gtest/gtest.h>
-#include <mysql.h>
 
 #include <boost/algorithm/string.hpp>
 #include <cstring>
@@ -45,12 +44,10 @@ std::vector<std::string> const all = split(
 auto const no_utf8 = all.end() - 8;
 
 // A character for each token: l(iteral), q(uoted name), n(umber), p(arameter), w(ord), c(omment), else its own first.
-std::string token_kinds(std::string const& sql, Database db) {
-  static std::string const common = "('(?:[^']|'')*')|(`(?:[^`]|``)*`)|([0-9][0-9.e]*)|([?]|:[0-9a-z_]+)|([a-zA-Z_]+)|";
-  static std::regex const sqlite(common + "(--|/[*])|[^\x01-\x20]");
-  static std::regex const mysql(common + "(--[\x01-\x20]|/[*]|#)|[^\x01-\x20]");
+std::string token_kinds(std::string const& sql) {
+  static std::regex const token(
+      "('(?:[^']|'')*')|(`(?:[^`]|``)*`)|([0-9][0-9.e]*)|([?]|:[0-9a-z_]+)|([a-zA-Z_]+)|(--|/[*]|#)|[^\x01-\x20]");
   std::string kinds;
-  std::regex const& token = db == Database::sqlite ? sqlite : mysql;
   for (std::sregex_iterator at(sql.begin(), sql.end(), token); at != std::sregex_iterator(); ++at) {
     std::size_t kind = 0;
     while (kind < 6 && !(*at)[kind + 1].matched) ++kind;
@@ -98,15 +95,14 @@ protected:
     return filled(fill).get_sql(store_->dialect(), text, bindings);
   }
 
-  // The rows chosen, or why there are none.
+  // The rows chosen.
   template <class Fill>
   std::string ids(Fill const& fill) try {
     std::string found;
     for (Store::Row const& row : store_->rows(filled(fill), mode_)) found += value_text(row.at(0)) + ' ';
     return found;
-  } catch (Store_Error const& error) {
-    std::string const what = error.what();
-    return error.code() == 0 ? what.substr(0, what.find(" in: ")) : "refused";
+  } catch (Store_Error const&) {
+    return "refused";
   }
 
   // As LIKE does; SQLite's ignores the case, and what follows a zero byte in a row.
@@ -150,18 +146,13 @@ TEST_P(Hostile, values_are_one_token_and_choose_their_own_rows) {
     for (auto const& [kinds, way] : ways) {
       SCOPED_TRACE(value_text(value) + kinds);
       auto const fill = [&, add = way](Select_SQL& select) { add(select, value); };
-      EXPECT_EQ(token_kinds(text(fill), db_), std::string("wwwqw(q>=p)w") + kinds);
+      EXPECT_EQ(token_kinds(text(fill)), std::string("wwwqw(q>=p)w") + kinds);
       bool const is_literal = std::strstr(kinds, "l)") != nullptr && way != search;
       if (way == search && is_sqlite_ && (has_zero || at >= no_utf8)) continue;  // see below
-      std::string expected;
-      if (is_literal && is_sqlite_ && has_zero) {
-        expected = "zero byte at offset " + std::to_string(text(fill).find('\0') - (by_position_ ? 1 : 0));
-      } else if (is_literal && by_position_ && has_name) {
-        expected = "2 values for 1 parameters";
-      } else {
-        for (std::size_t row = 0; row < rows_; ++row) {
-          if (way == search ? finds(all[row], value) : all[row] == value) expected += std::to_string(row + 1) + ' ';
-        }
+      bool const is_refused = is_literal && ((is_sqlite_ && has_zero) || (by_position_ && has_name));
+      std::string expected = is_refused ? "refused" : "";
+      for (std::size_t row = 0; row < rows_ && !is_refused; ++row) {
+        if (way == search ? finds(all[row], value) : all[row] == value) expected += std::to_string(row + 1) + ' ';
       }
       EXPECT_EQ(ids(fill), expected);
     }
@@ -186,82 +177,44 @@ TEST_P(Hostile, keys_and_controls_leave_no_trace) {
 }
 
 TEST_P(Hostile, sizes_end_in_rows_or_a_refusal) {
-  std::string const large(10'000'000, '\''), digits(1'000'000, '9');
-  std::string pairs;
-  Object unknown{{"group", "a"}}, deep = unknown, document{{"op", "EQ"}, {"k", "group"}, {"v", "a"}};
+  std::string const large(10'000'000, '\'');
+  Object deep{{"group", "a"}};
   Array list{"a"};
-  for (int i = 0; i < 100'000; ++i) {
-    pairs += "group=a&";
-    unknown[std::to_string(i)] = "x";
-    list.emplace_back(std::to_string(i) + "'\\");
-  }
+  for (int i = 0; i < 100'000; ++i) list.emplace_back(std::to_string(i) + "'\\");
   for (int i = 0; i < (by_position_ ? 100'000 : 1'000'000); ++i) {
-    Object request, group{{"op", "OR"}};
+    Object request;
     request["AND"] = std::move(deep);
     deep = std::move(request);
-    filter_get_items(group)->emplace_back(std::move(document));
-    document = std::move(group);
   }
   insert({"a", large});
   EXPECT_EQ(asked("group", large), "2 ");
   EXPECT_EQ(asked("IN_group", Value(Array{large})), "2 ");
   EXPECT_EQ(ids([&](auto& select) { search(select, large); }), is_sqlite_ ? "refused" : "2 ");
-  EXPECT_EQ(asked("LE_id", digits), "1 2 ");
-  EXPECT_EQ(asked("GE_id", '-' + digits), "");
-  EXPECT_EQ(asked("OR", pairs), "refused");
-  EXPECT_EQ(asked("AND", Value(unknown)), "1 ");
   EXPECT_EQ(asked("IN_group", Value(list)), "1 ");
   EXPECT_EQ(asked("OR", Value(std::move(deep))), "refused");
-  EXPECT_EQ(ids([&](auto& select) { generate_filter_from_obj(document, *select.and_filter()); }), "refused");
   EXPECT_EQ(asked("group", "a"s), "1 ");
 }
 
-// A name in a literal brings a value too many, which only a mark that the program left without one can take.
-TEST_P(Hostile, rewritten_literals_run_beside_an_open_mark_only) {
-  insert({"?", "{\"a\":1}"});
+TEST_P(Hostile, texts_that_are_taken_for_others) {
+  insert({"a", "\xEF\xBF\xBD", "0", "?", "{\"a\":1}"});
+  auto const found = [&](std::string const& text) { return ids([&](auto& select) { search(select, text); }); };
+  EXPECT_EQ(found("\0"s), is_sqlite_ ? "1 2 3 4 5 " : "");  // LIKE ends at a zero byte
+  EXPECT_EQ(found("a\0b"s), is_sqlite_ ? "1 " : "");
+  EXPECT_EQ(found("\xFF"), is_sqlite_ ? "2 " : "");                       // U+FFFD
+  EXPECT_EQ(asked("group", Value(0)), is_sqlite_ ? "3 " : "1 2 3 4 5 ");  // texts as numbers
+  EXPECT_EQ(asked("IN_group", Value(Array{false})), is_sqlite_ ? "3 " : "1 2 3 4 5 ");
+  EXPECT_EQ(asked("IN_id", Value(Array{"1x"})), is_sqlite_ ? "" : "1 ");
+  for (char const* const hex : {"6", "zz", "61,62", "61' OR '1'='1", "61')) OR 1=1 -- "}) {
+    EXPECT_EQ(ids([&](auto& select) { select.and_filter()->add_in_uuid_item("group", {hex}); }), "refused");
+  }
+  // A name in a literal brings a value too many, which only a mark that the program left without one can take.
   auto const beside_open_mark = [&](char const* element) {
     return ids([&](Select_SQL& select) {
       select.and_filter()->add_sql("id<?", true).add_in_item("group", Array{element}, 0);
       select.and_filter()->add_kv_ne_item("id", 9);
     });
   };
-  std::string const by_name = "a parameter has no name, but values come by name";
-  EXPECT_EQ(beside_open_mark("?"), by_position_ ? "2 values for 3 parameters" : by_name);
-  EXPECT_EQ(beside_open_mark(":2"), by_position_ ? "1 " : by_name);
-  EXPECT_EQ(asked("IN_group", Value(Array{Object{{"a", 1}}})), by_position_ ? "2 values for 1 parameters" : "2 ");
-}
-
-TEST_P(Hostile, values_that_databases_take_for_others) {
-  insert({"a", "\xEF\xBF\xBD", "0"});
-  auto const found = [&](std::string const& text) { return ids([&](auto& select) { search(select, text); }); };
-  EXPECT_EQ(found("\0"s), is_sqlite_ ? "1 2 3 " : "");  // LIKE ends at a zero byte
-  EXPECT_EQ(found("a\0b"s), is_sqlite_ ? "1 " : "");
-  EXPECT_EQ(found("\xFF"), is_sqlite_ ? "2 " : "");                   // U+FFFD
-  EXPECT_EQ(asked("group", Value(0)), is_sqlite_ ? "3 " : "1 2 3 ");  // texts as numbers
-  EXPECT_EQ(asked("IN_group", Value(Array{false})), is_sqlite_ ? "3 " : "1 2 3 ");
-  EXPECT_EQ(asked("IN_id", Value(Array{"1x"})), is_sqlite_ ? "" : "1 ");
-  for (char const* const hex : {"6", "zz", "6-1", "61,62", "61'", "61' OR '1'='1", "61')) OR 1=1 -- "}) {
-    EXPECT_EQ(ids([&](auto& select) { select.and_filter()->add_in_uuid_item("group", {hex}); }), "refused");
-  }
-}
-
-TEST(MySQL_Store, holds_to_the_mode_that_keeps_backslashes_harmless) {
-  Select_SQL select;
-  select.from("(SELECT 1 AS id) t").and_filter()->add_in_item("id", Array{"\\", ")) OR 1=1 -- "}, 0);
-  std::string text;
-  Bindings none;
-  select.get_sql(SQL::DB_MYSQL, text, none);
-  std::unique_ptr<MYSQL, void (*)(MYSQL*)> const raw(mysql_init(nullptr), &mysql_close);
-  std::string const socket = mariadb_url().substr(mariadb_url().find("socket=") + 7);
-  ASSERT_TRUE(mysql_real_connect(raw.get(), nullptr, "root", nullptr, nullptr, 0, socket.c_str(), 0));
-  for (std::string const mode : {"", "NO_BACKSLASH_ESCAPES"}) {
-    ASSERT_EQ(mysql_query(raw.get(), ("SET sql_mode='" + mode + '\'').c_str()), 0);
-    ASSERT_EQ(mysql_query(raw.get(), text.c_str()), 0) << mysql_error(raw.get());
-    std::unique_ptr<MYSQL_RES, void (*)(MYSQL_RES*)> const result(mysql_store_result(raw.get()), &mysql_free_result);
-    EXPECT_EQ(mysql_num_rows(result.get()), mode.empty() ? 1U : 0U);
-  }
-  auto const store = open_empty(Database::mariadb);
-  EXPECT_TRUE(store->rows(select).empty());
-  store->run("SET sql_mode=''");
-  EXPECT_THROW(store->rows(select), Store_Error);
+  EXPECT_EQ(beside_open_mark("?"), "refused");
+  EXPECT_EQ(beside_open_mark(":2"), by_position_ ? "4 " : "refused");
+  EXPECT_EQ(asked("IN_group", Value(Array{Object{{"a", 1}}})), by_position_ ? "refused" : "5 ");
 }

@@ -460,6 +460,23 @@ TEST(MySQL_Store, names_in_literals_and_comments_are_none) {
   EXPECT_EQ(rows_text(*store, tricky), R"(":a",":a's",":a",4,3)");
 }
 
+TEST(MySQL_Store, without_its_mode_a_backslash_would_end_a_literal_late) {
+  auto const store = open_empty(Database::mariadb);
+  store->run("CREATE TABLE t(a TEXT)");
+  store->run("INSERT INTO t VALUES ('row')");
+  Select_SQL select("t");
+  select.and_filter()->add_in_item("a", Array{"\\", ") OR 1 -- "}, 0);
+  std::string text;
+  std::vector<Binding_Value> none;
+  select.get_sql(SQL::DB_MYSQL, text, none);
+  EXPECT_EQ(text, R"(SELECT * FROM `t` WHERE (`a` IN ('\',') OR 1 -- ')))");
+  EXPECT_EQ(rows_text(*store, select), "");
+  store->run(
+      "CREATE PROCEDURE run_without_mode(text TEXT) BEGIN SET @modes=@@sql_mode; SET sql_mode='';"
+      " EXECUTE IMMEDIATE text; SET sql_mode=@modes; END");
+  EXPECT_EQ(rows_text(*store, Raw("CALL run_without_mode(:text)").bind(":text", text + "\n)")), R"("row")");
+}
+
 TEST(MySQL_Store, errors_name_place_and_reason_but_no_value) {
   auto const store = open_empty(Database::mariadb);
   store->run("CREATE TABLE t(a VARCHAR(9) UNIQUE, b INT CHECK (b<5))");
@@ -500,6 +517,8 @@ TEST(MySQL_Store, opening_fails_with_the_reason_and_without_the_password) {
       {"mysql://h/?socket=/s", "cannot open 'mysql://h/?socket=/s': a socket is on this machine, not on another host"},
       {"mysql://h/%0", "cannot open 'mysql://h/%0': a percent sign without the two digits of a byte"},
       {"mysql://h:65536/", "cannot open 'mysql://h:65536/': the port is no number from 1 to 65535"},
+      {"mysql:/u:pass@h//x", "cannot open '...@h//x': the URL does not begin with mysql://"},
+      {"mysql://h;user=u/", "cannot open 'mysql://h;user=u/': no name or address of a host"},
       {"mysql://[::1/", "cannot open 'mysql://[::1/': a bracket that is not closed"},
       {"mysql://[::1]:1/", "cannot open 'mysql://[::1]:1/': Can't connect to server on '::1' (115) (MySQL error 2002)"},
   };
@@ -528,25 +547,37 @@ TEST(Transaction, ends_with_what_ends_it_on_mariadb) {
   };
   EXPECT_EQ(error_of(change_schema), over + "DELETE FROM t");
 
-  auto const change_both = [](Store& s, int first, int second, std::string& error) {
+  auto const drop_rows = [&] {  // their error comes after the first row, and is looked for though nobody reads them
+    Transaction transaction(*store);
+    store->run("INSERT INTO t VALUES (3,0),(1,0) RETURNING a");
+    transaction.commit();
+  };
+  EXPECT_THAT(error_of(drop_rows), testing::StartsWith("Duplicate entry '1' for key 'PRIMARY' (MySQL error 1062)"));
+
+  // A transaction that a deadlock ends while its rows are read: nothing is committed alone after it.
+  auto const change_both = [](Store& s, int first, int second, bool locks, std::string& error) {
     Transaction transaction(s);
     auto const change = [&](int a) { s.run("UPDATE t SET b=b+1 WHERE a=" + std::to_string(a)); };
     change(first);
-    for (int i = 0;
-         i < 2 && s.count(Raw("").count_sql("SELECT COUNT(*) FROM information_schema.innodb_trx", true)) < 2;) {
+    SQL const transactions = Raw("").count_sql("SELECT COUNT(*) FROM information_schema.innodb_trx", true);
+    for (int i = 0; i < 10000 && s.count(transactions) < 2; ++i) {
     }
-    error = error_of([&] { change(second); });
+    std::string const lock = "SELECT a FROM t WHERE a IN (0," + std::to_string(second) + ") FOR UPDATE";
+    error = error_of([&] { locks ? (void)s.run(lock) : change(second); });
     error += error_of([&] { change(first); });
     error_of([&] { transaction.commit(); });
   };
-  std::string errors[2];
-  std::thread thread([&] { change_both(other, 2, 1, errors[1]); });
-  change_both(*store, 1, 2, errors[0]);
-  thread.join();
-  std::string const deadlock =
-      "Deadlock found when trying to get lock; try restarting transaction (MySQL error 1213) in: ";
-  EXPECT_THAT(errors, testing::UnorderedElementsAre(
-                          "no errorno error", testing::AllOf(testing::StartsWith(deadlock), testing::HasSubstr(over))));
+  for (bool const locks : {true, false}) {
+    std::string errors[2];
+    std::thread thread([&] { change_both(other, 2, 1, locks, errors[1]); });
+    change_both(*store, 1, 2, locks, errors[0]);
+    thread.join();
+    EXPECT_THAT(errors, testing::UnorderedElementsAre(
+                            "no errorno error",
+                            testing::AllOf(testing::StartsWith("Deadlock found when trying to get lock; try restarting "
+                                                               "transaction (MySQL error 1213) in: "),
+                                           testing::HasSubstr(over))));
+  }
 
   auto const lose_connection = [&] {
     Transaction const transaction(other);
@@ -556,5 +587,5 @@ TEST(Transaction, ends_with_what_ends_it_on_mariadb) {
   };
   EXPECT_THAT(error_of(lose_connection), testing::HasSubstr("(MySQL error "));
   EXPECT_THAT(error_of([&] { other.run("SELECT 1"); }), testing::HasSubstr("(MySQL error 2006) in: SELECT 1"));
-  EXPECT_EQ(rows_text(*store, Raw("SELECT COUNT(*),SUM(b) FROM t")), "2,3");
+  EXPECT_EQ(rows_text(*store, Raw("SELECT COUNT(*),SUM(b) FROM t")), "2,5");
 }

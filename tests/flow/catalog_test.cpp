@@ -419,6 +419,7 @@ TEST_P(Catalog_File, what_goes_wrong_has_its_exit_code_and_one_line) {
       {"find --document tree/a.txt", 2, "tree/a.txt: line 1, column 1: a value is missing or misspelt"},
       {"find --document bad.json", 2, "--document: the document, member 1, member 2: an 'op' that compares nothing"},
       {"index 'gone\n'", 1, "gone\\n: No such file or directory"},
+      {"index tree --host 'h 1'", 2, "--host: 'h 1' is not 1 to 255 ASCII letters, digits, '.', '-' and '_'"},
       {"index store.db", 1, "store.db: not a directory"},
       {"find --store gone.db", 1, "gone.db: no such store file"},
       {"drop-run x --store gone.db", 1, "gone.db: no such store file"},

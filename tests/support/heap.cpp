@@ -9,17 +9,13 @@ namespace {
 
 constexpr std::size_t header = 2 * alignof(std::max_align_t);
 
-thread_local long until_failure = 0;  // 0: none is to fail
-thread_local bool has_failed = false;
+thread_local long until_failure = 0;  // 0: none is to fail, or it has failed
 thread_local long allocation_count = 0;
 std::atomic<long> live_count{0};
 
 // The block starts with room that nobody uses: free writes its list there, so that the rest shows what was left in it.
 void* allocate(std::size_t size) noexcept {
-  if (until_failure > 0 && --until_failure == 0) {
-    has_failed = true;
-    return nullptr;
-  }
+  if (until_failure > 0 && --until_failure == 0) return nullptr;
   void* const block = std::malloc(header + size);
   if (block == nullptr) return nullptr;
   ++allocation_count;
@@ -35,7 +31,6 @@ void release(void* memory) noexcept {
 
 }  // namespace
 
-#ifndef __clang_analyzer__  // which would find leaks of malloc in other libraries
 // Out of line: inlined, g++ takes malloc and free for a mismatch with new and delete.
 [[gnu::noinline]] void* operator new(std::size_t size) {
   void* const memory = allocate(size);
@@ -48,16 +43,12 @@ void release(void* memory) noexcept {
 [[gnu::noinline]] void operator delete(void* memory) noexcept { release(memory); }
 void operator delete(void* memory, std::size_t /*size*/) noexcept { operator delete(memory); }
 void operator delete(void* memory, std::nothrow_t const& /*nothrow*/) noexcept { operator delete(memory); }
-#endif
 
 namespace heap {
 
-Failing_Allocation::Failing_Allocation(long nth) {
-  has_failed = false;
-  until_failure = nth;
-}
+Failing_Allocation::Failing_Allocation(long nth) { until_failure = nth; }
 Failing_Allocation::~Failing_Allocation() { until_failure = 0; }
-bool Failing_Allocation::failed() const { return has_failed; }
+bool Failing_Allocation::failed() const { return until_failure == 0; }
 
 long allocations() { return allocation_count; }
 long live_blocks() { return live_count; }

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <utility>
 
 #include "backup/utils/sql/delete_sql.h"
 #include "backup/utils/sql/union_sql.h"
@@ -13,136 +14,88 @@ namespace {
 using Values = std::vector<json_spirit::Value>;
 using Lines = std::vector<std::string>;
 
-constexpr char const* uuid_text = "5f0c2b9e-3a41-4c1e-9d7a-1b2c3d4e5f60";
 constexpr char const* op_report =
     "EMERGENCY item_sql -1: Unexpected error in src/backup/utils/sql/item_sql:N, op_sql is NULL or \"\":\nSTACK";
 
 }  // namespace
 
 TEST(Item_SQL, operator_names_are_exact) {
-  struct {
-    char const* name;
-    unsigned long long length;
-    unsigned int op;
-  } const cases[] = {{"EQ", 2, 1},  {"NE", 2, 2},  {"LT", 2, 3},    {"LE", 2, 4},  {"GT", 2, 5},
-                     {"GE", 2, 6},  {"NL", 2, 8},  {"NN", 2, 9},    {"IN", 2, 10}, {"NI", 2, 11},
-                     {"LK", 2, 12}, {"NK", 2, 13}, {"eq", 2, 0},    {"XX", 2, 0},  {"EQ", 3, 0},
-                     {"E", 1, 0},   {"", 0, 0},    {nullptr, 2, 0}, {"EQ", 0, 0},  {"EQ_x", 2, 1}};
-  for (auto const& c : cases) {
-    SCOPED_TRACE(c.name != nullptr ? c.name : "null");
-    EXPECT_EQ(Item_SQL::op_name_to_value(c.name, c.length), c.op);
-    if (c.op == 0) continue;
-    EXPECT_EQ(Item_SQL::op_value_to_name(static_cast<Item_SQL::Item_Op>(c.op)), std::string(c.name, 2));
-  }
-  EXPECT_EQ(Item_SQL::op_value_to_name(Item_SQL::OP_NONE), nullptr);
+  std::pair<char const*, unsigned long long> const unknown[] = {{"eq", 2}, {"XX", 2}, {"EQ", 3},   {"E", 1},
+                                                                {"", 0},   {"EQ", 0}, {nullptr, 2}};
+  for (auto const& [name, length] : unknown) EXPECT_EQ(Item_SQL::op_name_to_value(name, length), Item_SQL::OP_NONE);
+  EXPECT_EQ(Item_SQL::op_name_to_value("EQ_x", 2), Item_SQL::OP_EQ);
+  EXPECT_STREQ(Item_SQL::op_value_to_name(Item_SQL::OP_NK), "NK");
   EXPECT_EQ(Item_SQL::op_value_to_name(Item_SQL::OP_DEC), nullptr);
 }
 
 TEST(Key_Item_SQL, quote_key_wraps_each_part_exactly_once) {
-  struct {
-    char const* behaviour;
-    char const* key;
-    char const* quoted;
-  } const cases[] = {
-      {"a plain key", "name", "`name`"},
-      {"each part of a dotted key", "t.name", "`t`.`name`"},
-      {"quoted parts stay", "`t`.name", "`t`.`name`"},
-      {"half-quoted parts are completed", "`t.name`", "`t`.`name`"},
-      {"a part of one backtick", "`", "`"},
-      {"an empty part goes with its point", "t..name", "`t`.`name`"},
-      {"points at both ends go", ".t.", "`t`"},
-      {"only points", "..", ""},
-      {"an empty key stays empty", "", ""},
-  };
-  for (auto const& c : cases) {
-    SCOPED_TRACE(c.behaviour);
-    EXPECT_EQ(Key_Item_SQL::quote_key(c.key), c.quoted);
-  }
+  std::pair<char const*, char const*> const cases[] = {{"name", "`name`"},
+                                                       {"t.name", "`t`.`name`"},
+                                                       {"`t`.name", "`t`.`name`"},
+                                                       {"`t.name`", "`t`.`name`"},
+                                                       {"t..name", "`t`.`name`"},
+                                                       {".t.", "`t`"},
+                                                       {"`", "`"},
+                                                       {"..", ""},
+                                                       {"", ""}};
+  for (auto const& [key, quoted] : cases) EXPECT_EQ(Key_Item_SQL::quote_key(key), quoted) << key;
 }
 
 TEST(Filter_SQL, each_adder_writes_its_condition) {
   Delete_SQL sub("s");
   sub.and_filter()->add_kv_eq_item("x", 9);
-  struct {
-    char const* text;
-    std::function<void(Filter_SQL&)> add;
-  } const cases[] = {
-      {"`a`=:1 {:1=1}", [](Filter_SQL& f) { f.add_kv_eq_item("a", 1); }},
-      {"`t`.`a`!=:1 {:1=\"x\"}", [](Filter_SQL& f) { f.add_kv_ne_item("t.a", "x"); }},
-      {"`a`<:1 {:1=1}", [](Filter_SQL& f) { f.add_kv_item(Item_SQL::OP_LT, "a", 1, 0); }},
-      {"`a`<=:1 {:1=1}", [](Filter_SQL& f) { f.add_kv_item(Item_SQL::OP_LE, "a", 1, 0); }},
-      {"`a`>:1 {:1=1}", [](Filter_SQL& f) { f.add_kv_item(Item_SQL::OP_GT, "a", 1, 0); }},
-      {"`a`>=:1 {:1=1}", [](Filter_SQL& f) { f.add_kv_item(Item_SQL::OP_GE, "a", 1, 0); }},
-      {"`a` NOT LIKE :1 {:1=\"x%\"}", [](Filter_SQL& f) { f.add_kv_item(Item_SQL::OP_NK, "a", "x%", 0); }},
-      {"`a` IN :1 {:1=1}", [](Filter_SQL& f) { f.add_kv_item(Item_SQL::OP_IN, "a", 1, 0); }},
-      {"`n`=`n`-:1 {:1=3}", [](Filter_SQL& f) { f.add_kv_item(Item_SQL::OP_DEC, "n", 3, 0); }},
-      {"LOWER(`n`)=`n`-:1 {:1=\"a\"}", [](Filter_SQL& f) { f.add_kv_item(Item_SQL::OP_DEC, "n", "A", 1); }},
-      {"LOWER(`n`) LIKE :1 {:1=\"ab%\"}", [](Filter_SQL& f) { f.add_kv_item(Item_SQL::OP_LK, "n", "aB%", 1); }},
-      {"LOWER(`n`)=:1 {:1=\"ab\"}", [](Filter_SQL& f) { f.add_kv_item(Item_SQL::OP_EQ, "n", Secure_String("AB"), 3); }},
-      {"`n`=:1 {:1=5}", [](Filter_SQL& f) { f.add_kv_item(Item_SQL::OP_EQ, "n", 5, 1); }},
-      {"`n`=:1 {:1=\"AB\"}", [](Filter_SQL& f) { f.add_kv_item(Item_SQL::OP_EQ, "n", "AB", 2); }},
-      {"`a`=:1 {:1=\"new\"}", [](Filter_SQL& f) { f.add_kv_eq_item("a", 1)->value("new"); }},
-      {"`a` IS NULL", [](Filter_SQL& f) { f.add_null_item("a"); }},
-      {"`a` IS NOT NULL", [](Filter_SQL& f) { f.add_not_null_item("a"); }},
-      {"`a` IN (1,-2,18446744073709551615,0.5,1,0,NULL,'it''s','[1]')",
-       [](Filter_SQL& f) {
-         f.add_in_item("a", Values{1, -2, 18446744073709551615ULL, 0.5, true, false, {}, "it's", json_spirit::Array{1}},
-                       1);
-       }},
-      {"`a` NOT IN ('x')", [](Filter_SQL& f) { f.add_not_in_item("a", Values{"x"}, 0); }},
-      {"0", [](Filter_SQL& f) { f.add_in_item("a", Values(), 0); }},
-      {"1", [](Filter_SQL& f) { f.add_not_in_item("a", Values(), 0); }},
-      {"`a` NOT IN ('k1','k2')",
-       [](Filter_SQL& f) {
-         f.add_not_in_item("a", json_spirit::Object{{"k2", 1}, {"k1", 2}});
-       }},
-      {"`u` IN (x'0a1b',5)",
-       [](Filter_SQL& f) {
-         f.add_in_uuid_item("u", Values{"0a1b", 5});
-       }},
-      {"`u` NOT IN (x'0a')", [](Filter_SQL& f) { f.add_not_in_uuid_item("u", Values{"0a"}); }},
-      {"`a` IN (DELETE FROM `s` WHERE (`x`=:1)) {:1=9}", [&](Filter_SQL& f) { f.add_in_item("a", sub); }},
-      {"`u`=:1 {:1=x\"5F0C2B9E3A414C1E9D7A1B2C3D4E5F60\"}",
-       [](Filter_SQL& f) { f.add_key_uuid_eq_item("u", uuid_text); }},
-      {"`u`!=:1 {:1=x\"\"}", [](Filter_SQL& f) { f.add_key_uuid_ne_item("u", "none"); }},
-      {"`a`>:1 {:1=-12}", [](Filter_SQL& f) { f.add_key_int_item(Item_SQL::OP_GT, "a", " -12x"); }},
-      {"`a`=:1 {:1=false}", [](Filter_SQL& f) { f.add_key_bool_item(Item_SQL::OP_EQ, "a", "0"); }},
-      {"`a`=:1 {:1=true}", [](Filter_SQL& f) { f.add_key_bool_item(Item_SQL::OP_EQ, "a", "false"); }},
-      {"`a`=:1 {:1=true}", [](Filter_SQL& f) { f.add_key_bool_item(Item_SQL::OP_EQ, "a", ""); }},
-      {"`a`=(MAX(:m)) {:m=1}", [](Filter_SQL& f) { f.add_key_sql_eq_item("a")->sql("MAX(:m)", true).bind(":m", 1); }},
-      {"`a`=`a`-(1)", [](Filter_SQL& f) { f.add_key_sql_item(Item_SQL::OP_DEC, "a")->sql("1", true); }},
-      {"`a` IN (SELECT * FROM `t`)", [](Filter_SQL& f) { f.add_key_select_sql_in_item("a")->table("t", nullptr); }},
-      {"`a` NOT IN (SELECT *)", [](Filter_SQL& f) { f.add_key_select_sql_not_in_item("a"); }},
-      {"`a` IN (SELECT * UNION SELECT *)",
+  Values const mixed{1, -2, 18446744073709551615ULL, 0.5, true, false, {}, "it's", json_spirit::Array{1}};
+  Values const uuids{"0a1b", 5};
+  json_spirit::Object const names{{"k2", 1}, {"k1", 2}};
+  std::pair<char const*, std::function<void(Filter_SQL&)>> const cases[] = {
+      {"(`t`.`a`!=:1) {:1=\"x\"}", [](Filter_SQL& f) { f.add_kv_ne_item("t.a", "x"); }},
+      {"(`a` IN :1) {:1=1}", [](Filter_SQL& f) { f.add_kv_item(Item_SQL::OP_IN, "a", 1, 0); }},
+      {"(`n`=`n`-:1) {:1=3}", [](Filter_SQL& f) { f.add_kv_item(Item_SQL::OP_DEC, "n", 3, 0); }},
+      {"(LOWER(`n`)=`n`-:1) {:1=\"a\"}", [](Filter_SQL& f) { f.add_kv_item(Item_SQL::OP_DEC, "n", "A", 1); }},
+      {"(LOWER(`n`) LIKE :1) {:1=\"ab%\"}", [](Filter_SQL& f) { f.add_kv_item(Item_SQL::OP_LK, "n", "aB%", 1); }},
+      {"(LOWER(`n`)=:1) {:1=\"ab\"}",
+       [](Filter_SQL& f) { f.add_kv_item(Item_SQL::OP_EQ, "n", Secure_String("AB"), 3); }},
+      {"(`n`=:1) {:1=5}", [](Filter_SQL& f) { f.add_kv_item(Item_SQL::OP_EQ, "n", 5, 1); }},
+      {"(`n`=:1) {:1=\"AB\"}", [](Filter_SQL& f) { f.add_kv_item(Item_SQL::OP_EQ, "n", "AB", 2); }},
+      {"(`a`=:1) {:1=\"new\"}", [](Filter_SQL& f) { f.add_kv_eq_item("a", 1)->value("new"); }},
+      {"(`a` IN (1,-2,18446744073709551615,0.5,1,0,NULL,'it''s','[1]'))",
+       [&](Filter_SQL& f) { f.add_in_item("a", mixed, 1); }},
+      {"(0)", [](Filter_SQL& f) { f.add_in_item("a", Values(), 0); }},
+      {"(1)", [](Filter_SQL& f) { f.add_not_in_item("a", Values(), 0); }},
+      {"(`a` NOT IN ('k1','k2'))", [&](Filter_SQL& f) { f.add_not_in_item("a", names); }},
+      {"(`u` IN (x'0a1b',5))", [&](Filter_SQL& f) { f.add_in_uuid_item("u", uuids); }},
+      {"(`a` IN (DELETE FROM `s` WHERE (`x`=:1))) {:1=9}", [&](Filter_SQL& f) { f.add_in_item("a", sub); }},
+      {"(`u`=:1) {:1=x\"\"}", [](Filter_SQL& f) { f.add_key_uuid_eq_item("u", ""); }},
+      {"(`u`!=:1) {:1=x\"\"}", [](Filter_SQL& f) { f.add_key_uuid_ne_item("u", "none"); }},
+      {"(`a`>:1) {:1=-12}", [](Filter_SQL& f) { f.add_key_int_item(Item_SQL::OP_GT, "a", " -12x"); }},
+      {"(`a`=:1) {:1=true}", [](Filter_SQL& f) { f.add_key_bool_item(Item_SQL::OP_EQ, "a", ""); }},
+      {"(`a`=(MAX(:m))) {:m=1}", [](Filter_SQL& f) { f.add_key_sql_eq_item("a")->sql("MAX(:m)", true).bind(":m", 1); }},
+      {"(`a`=`a`-(1))", [](Filter_SQL& f) { f.add_key_sql_item(Item_SQL::OP_DEC, "a")->sql("1", true); }},
+      {"(`a` NOT IN (SELECT *))", [](Filter_SQL& f) { f.add_key_select_sql_not_in_item("a"); }},
+      {"(`a` IN (SELECT * UNION SELECT *))",
        [](Filter_SQL& f) {
          Union_SQL* both = f.add_key_union_sql_in_item("a");
          both->add_select_sql();
          both->add_select_sql();
        }},
-      {":1 IN (SELECT 1) {:1=5}", [](Filter_SQL& f) { f.add_val_sql_item(Item_SQL::OP_IN, 5)->sql("SELECT 1", true); }},
-      {":1=:1-(1) {:1=5}", [](Filter_SQL& f) { f.add_val_sql_item(Item_SQL::OP_DEC, 5)->sql("1", true); }},
-      {"(1)=(1)-:1 {:1=5}", [](Filter_SQL& f) { f.add_sql_val_item(Item_SQL::OP_DEC, 5)->sql("1", true); }},
-      {"(SELECT 1)>:1 {:1=5}", [](Filter_SQL& f) { f.add_sql_val_item(Item_SQL::OP_GT, 5)->sql("SELECT 1", true); }},
-      {"", [](Filter_SQL& f) { f.add_item(Item_SQL::OP_EQ, "a", "b"); }},
-      {"a=:b {:b=2}", [](Filter_SQL& f) { f.add_sql_ex("a=:b", true)->bind(":b", 2); }},
-      {"", [](Filter_SQL& f) { f.add_kv_eq_item("", 2); }},
-      {"name LIKE :__search_0 ESCAPE '|' {:__search_0=\"%50|%%\"}",
-       [](Filter_SQL& f) { f.add_substr_matching("name", "50%"); }},
+      {"(:1=:1-(1)) {:1=5}", [](Filter_SQL& f) { f.add_val_sql_item(Item_SQL::OP_DEC, 5)->sql("1", true); }},
+      {"((1)=(1)-:1) {:1=5}", [](Filter_SQL& f) { f.add_sql_val_item(Item_SQL::OP_DEC, 5)->sql("1", true); }},
+      {"()", [](Filter_SQL& f) { f.add_item(Item_SQL::OP_EQ, "a", "b"); }},
+      {"()", [](Filter_SQL& f) { f.add_kv_eq_item("", 2); }},
+      {"(k LIKE :__search_0 ESCAPE '|') AND (k LIKE :__search_1 ESCAPE '|') {:__search_0=\"%a%\" :__search_1=\"%|%%\"}",
+       [](Filter_SQL& f) { f.add_substr_matching("k", "a").add_substr_matching("k", "%"); }},
   };
-  for (auto const& c : cases) {
-    SCOPED_TRACE(c.text);
+  for (auto const& [text, add] : cases) {
+    SCOPED_TRACE(text);
     And_Filter_SQL filter;
-    c.add(filter);
-    std::string const text = c.text;
-    std::size_t const bindings = std::min(text.find(" {:"), text.size());
-    EXPECT_EQ(render(filter), '(' + text.substr(0, bindings) + ')' + text.substr(bindings));
+    add(filter);
+    EXPECT_EQ(render(filter), text);
   }
 }
 
 TEST(Filter_SQL, numbers_follow_text_order_through_nested_statements) {
   And_Filter_SQL filter;
   filter.add_kv_eq_item("a", 1);
-  Select_SQL first("t", nullptr);
   Filter_SQL* const either = filter.add_or_filter();
   either->add_null_item("b");
   either->add_in_item("c", Values{1, 2}, 0);
@@ -194,7 +147,6 @@ TEST(Filter_SQL, finds_and_removes_its_own_entries) {
   EXPECT_EQ(filter.find_key_item("a"), null);
   EXPECT_EQ(filter.find_kv_item("a"), nullptr) << "the first condition on the key decides";
   EXPECT_EQ(filter.find_kv_item("`t`.a"), value);
-  EXPECT_EQ(filter.find_key_item("deep"), nullptr);
   EXPECT_TRUE(filter.remove_item(null));
   EXPECT_FALSE(filter.remove_item(nullptr));
   EXPECT_NE(filter.find_kv_item("a"), nullptr);
@@ -203,8 +155,6 @@ TEST(Filter_SQL, finds_and_removes_its_own_entries) {
 
 TEST(Filter_SQL, clear_makes_an_and_filter_and_copies_share_entries) {
   Or_Filter_SQL filter;
-  EXPECT_EQ(render(filter), "0");
-  EXPECT_EQ(&filter.add_sql(nullptr, true), &filter);
   EXPECT_EQ(filter.add_sql_ex(nullptr, false), nullptr);
   std::string text = "copied";
   filter.add_sql(text.c_str(), false).add_sql("static", true);
@@ -212,14 +162,9 @@ TEST(Filter_SQL, clear_makes_an_and_filter_and_copies_share_entries) {
   filter.bind(":b", 1);
   EXPECT_TRUE(filter.empty()) << "looks at the statement's own text only";
   Filter_SQL const copy(filter);
-  filter.find_key_item("none");
   filter.clear();
   EXPECT_EQ(render(copy), "(copied) OR (static) {:b=1}");
   EXPECT_EQ(render(filter), "1");
-  filter.add_substr_matching("k", "a").add_substr_matching("k", "b|_");
-  EXPECT_EQ(render(filter),
-            "(k LIKE :__search_0 ESCAPE '|') AND (k LIKE :__search_1 ESCAPE '|') "
-            "{:__search_0=\"%a%\" :__search_1=\"%b|||_%\"}");
   Filter_SQL& assigned = filter;
   assigned = copy;
   assigned = static_cast<Filter_SQL const&>(assigned);
@@ -228,12 +173,10 @@ TEST(Filter_SQL, clear_makes_an_and_filter_and_copies_share_entries) {
 
 TEST(Where_SQL, raw_text_wins_over_the_filter) {
   Delete_SQL statement("t");
-  EXPECT_EQ(render(statement), "DELETE FROM `t`");
   Filter_SQL* const filter = statement.and_filter();
   EXPECT_EQ(render(statement), "DELETE FROM `t` WHERE 1");
   filter->add_kv_eq_item("a", 1);
   EXPECT_EQ(statement.and_filter(), filter);
-  EXPECT_EQ(render(statement), "DELETE FROM `t` WHERE (`a`=:1) {:1=1}");
   statement.where("b=2");
   EXPECT_EQ(render(statement), "DELETE FROM `t` WHERE b=2");
   statement.where("");
@@ -252,7 +195,5 @@ TEST(Where_SQL, raw_text_wins_over_the_filter) {
   EXPECT_EQ(copy.get_where_sql(SQL::DB_MYSQL, where, bindings, index), " WHERE (`a`=:7)");
   statement.clear();
   EXPECT_EQ(render(statement), "DELETE FROM `t`") << "a cleared DELETE keeps its target";
-  EXPECT_EQ(statement.filter(), nullptr);
-  EXPECT_TRUE(Delete_SQL(nullptr).empty());
   EXPECT_EQ(render(Delete_SQL(nullptr)), "DELETE FROM ``");
 }

@@ -21,6 +21,7 @@
 namespace {
 
 constexpr unsigned int connect_seconds = 10;
+constexpr char const* charset = "utf8mb4";
 constexpr unsigned int binary_charset = 63;  // the number that MySQL gives to bytes
 constexpr char const* required_modes[] = {"NO_BACKSLASH_ESCAPES", "STRICT_ALL_TABLES"};
 
@@ -63,12 +64,12 @@ std::string without_values(char const* message, unsigned int code) {
     case ER_NET_PACKET_TOO_LARGE:
     case ER_NO_DEFAULT_FOR_FIELD:
     case ER_NO_REFERENCED_ROW_2:
-    case ER_NO_SUCH_TABLE:
     case ER_OPTION_PREVENTS_STATEMENT:
     case ER_QUERY_INTERRUPTED:
     case ER_RECORD_FILE_FULL:
     case ER_ROW_IS_REFERENCED_2:
     case ER_SERVER_SHUTDOWN:
+    case ER_STACK_OVERRUN_NEED_MORE:
     case ER_CANT_EXECUTE_IN_READ_ONLY_TRANSACTION:
     case ER_WARN_DATA_OUT_OF_RANGE: return message;
     default: return code >= CR_MIN_ERROR && code <= CR_MYSQL_LAST_ERROR ? message : "a value or its use is refused";
@@ -278,17 +279,19 @@ public:
     return names;
   }
 
-  // True when there is a row, which `row` is then; false at the end.
-  bool fetch(Store::Row& row) {
+  // True when there is a row to read, false at the end.
+  bool fetch() {
     int const result = mysql_stmt_fetch(statement_);
-    if (result == MYSQL_NO_DATA) return false;
-    check(result == 0 || result == MYSQL_DATA_TRUNCATED);
-    row.resize(cells_.size());
-    for (unsigned int i = 0; i < cells_.size(); ++i) check(cells_[i].read(statement_, i, row[i]));
-    return true;
+    check(result == 0 || result == MYSQL_DATA_TRUNCATED || result == MYSQL_NO_DATA);
+    return result != MYSQL_NO_DATA;
   }
 
-  // Ends it, also before its last row. The number of changed rows.
+  void read(Store::Row& row) {
+    row.resize(cells_.size());
+    for (unsigned int i = 0; i < cells_.size(); ++i) check(cells_[i].read(statement_, i, row[i]));
+  }
+
+  // Ends it after its last row. The number of changed rows.
   unsigned long long finish() {
     unsigned long long const changed = cells_.empty() ? mysql_stmt_affected_rows(statement_) : 0;
     check(mysql_stmt_free_result(statement_) == 0);
@@ -308,8 +311,6 @@ private:
     unsigned int const code = is_statement ? mysql_stmt_errno(statement_) : mysql_errno(db_);
     std::string message = is_statement ? mysql_stmt_error(statement_) : mysql_error(db_);
     if (node_.front().parameters.places > 0) message = without_values(message.c_str(), code);
-    // An error does not tell whether it has ended the transaction; the answer to a statement does.
-    if ((status_of(db_) & SERVER_STATUS_IN_TRANS) != 0) mysql_query(db_, "DO 0");
     fail(message, code, text_);
   }
 
@@ -328,7 +329,14 @@ Result run_plain(MYSQL* db, std::string const& text) {
   if (mysql_real_query(db, text.data(), static_cast<unsigned long>(text.size())) != 0) {
     fail(mysql_error(db), mysql_errno(db), text);
   }
-  return Result(mysql_store_result(db));
+  Result result(mysql_store_result(db));
+  if (result == nullptr && mysql_errno(db) != 0) fail(mysql_error(db), mysql_errno(db), text);
+  return result;
+}
+
+// What begins and ends a transaction, which not every server prepares.
+bool is_control(std::string const& text) {
+  return text == "START TRANSACTION" || text == "COMMIT" || text == "ROLLBACK";
 }
 
 // True when the comma list holds the word.
@@ -337,10 +345,12 @@ bool has_word(std::string const& list, std::string const& word) {
 }
 
 void set_session(MYSQL* db) {
+  // Not left to the handshake, which a server's settings may overrule.
+  if (mysql_set_character_set(db, charset) != 0) fail(mysql_error(db), mysql_errno(db), "");
   std::string modes;
-  for (char const* const mode : required_modes) modes += std::string(",") + mode;
-  run_plain(db, "SET SESSION sql_mode=TRIM(LEADING ',' FROM CONCAT(@@SESSION.sql_mode,'" + modes +
-                    "')),time_zone='+00:00',autocommit=1");
+  for (char const* const mode : required_modes) modes += std::string(mode) + ',';
+  run_plain(db, "SET SESSION sql_mode=REPLACE(CONCAT('" + modes +
+                    "',@@SESSION.sql_mode),'EMPTY_STRING_IS_NULL',''),time_zone='+00:00',autocommit=1");
   Result const result = run_plain(db, "SELECT @@SESSION.sql_mode");
   char const* const* const row = mysql_fetch_row(or_no_memory(result.get()));
   std::string const set = row != nullptr && row[0] != nullptr ? row[0] : "";
@@ -353,7 +363,7 @@ void set_options(MYSQL* db, bool has_socket) {
   my_bool const no = 0;
   unsigned int const off = 0;
   unsigned int const protocol = has_socket ? MYSQL_PROTOCOL_SOCKET : MYSQL_PROTOCOL_TCP;
-  mysql_optionsv(db, MYSQL_SET_CHARSET_NAME, "utf8mb4");
+  mysql_optionsv(db, MYSQL_SET_CHARSET_NAME, charset);
   mysql_optionsv(db, MYSQL_OPT_PROTOCOL, &protocol);
   mysql_optionsv(db, MYSQL_OPT_CONNECT_TIMEOUT, &connect_seconds);
   mysql_optionsv(db, MYSQL_OPT_RECONNECT, &no);
@@ -373,12 +383,13 @@ Database open_database(MySQL_URL const& url, Secure_String const& password) {
   return db;
 }
 
-// The URL without the password that it should not hold.
+// The URL without what may be a password: from the first colon after "mysql://" to the last "@", and all before that
+// when it is no such URL.
 std::string shown(std::string url) {
-  std::size_t const colon = url.find(':', url.find("//") + 2);
   std::size_t const at = url.rfind('@');
-  if (colon < at && at != std::string::npos) url.replace(colon + 1, at - colon - 1, "...");
-  return url;
+  std::size_t const begin = url.compare(0, 8, "mysql://") == 0 ? url.find(':', 8) : 0;
+  if (at == std::string::npos || begin >= at) return url;
+  return url.replace(begin, at - begin, begin == 0 ? "..." : ":...");
 }
 
 Database open_database(std::string const& url, Secure_String const& password) {
@@ -415,15 +426,27 @@ unsigned long long MySQL_Store::execute(std::string const& text, Bindings const*
   if ((status_of(db) & SERVER_STATUS_NO_BACKSLASH_ESCAPES) == 0) {
     throw Store_Error("the session has lost the SQL mode NO_BACKSLASH_ESCAPES", 0, text);
   }
-  Running_Statement statement(db, connection_->cache, text);
-  statement.bind(bindings, values);
-  std::vector<std::string> names = statement.execute();
-  bool const has_rows = !names.empty();
-  if (columns != nullptr) *columns = std::move(names);
-  Row row;
-  if (has_rows && callback) {
-    while (statement.fetch(row) && callback(row)) {
+  try {
+    if (is_control(text)) {
+      run_plain(db, text);
+      return 0;
     }
+    Running_Statement statement(db, connection_->cache, text);
+    statement.bind(bindings, values);
+    std::vector<std::string> names = statement.execute();
+    bool has_rows = !names.empty();
+    bool wants_rows = callback != nullptr;
+    if (columns != nullptr) *columns = std::move(names);
+    Row row;
+    while (has_rows && statement.fetch()) {
+      if (!wants_rows) continue;
+      statement.read(row);
+      wants_rows = callback(row);
+    }
+    return statement.finish();
+  } catch (...) {
+    // What was left unread may have ended the transaction, and an error does not tell; the answer to a statement does.
+    if (in_transaction()) mysql_query(db, "DO 0");
+    throw;
   }
-  return statement.finish();
 }

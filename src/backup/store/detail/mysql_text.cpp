@@ -10,6 +10,9 @@ bool is_name_byte(char c) {
          static_cast<unsigned char>(c) >= 0x80;
 }
 
+// A blank or a control character.
+bool is_blank(char c) { return static_cast<unsigned char>(c) <= ' ' || c == '\x7F'; }
+
 std::size_t through(std::string_view text, std::string_view end, std::size_t from) {
   std::size_t const found = text.find(end, from);
   return found == std::string_view::npos ? text.size() : found + end.size();
@@ -24,8 +27,7 @@ std::size_t opaque_length(std::string_view text) {
     case '`': return through(text, text.substr(0, 1), 1);
     case '#': return through(text, "\n", 1);
     case '-': {
-      bool const is_comment =
-          text.substr(0, 2) == "--" && (text.size() == 2 || static_cast<unsigned char>(text[2]) <= ' ');
+      bool const is_comment = text.substr(0, 2) == "--" && (text.size() == 2 || is_blank(text[2]));
       return is_comment ? through(text, "\n", 2) : 0;
     }
     case '/': {

@@ -1,8 +1,10 @@
 #include "backup/store/detail/mysql_url.h"
 
 #include <algorithm>
+#include <cctype>
 #include <charconv>
 #include <cstddef>
+#include <cstring>
 #include <stdexcept>
 #include <string_view>
 #include <system_error>
@@ -55,6 +57,11 @@ void read_host(std::string_view text, MySQL_URL& url) {
     if (text.empty()) refuse("a bracket that is not closed");
     text.remove_prefix(1);
   }
+  // The client would take other characters for a list of servers, or for settings of its own.
+  auto const is_odd = [](char c) {
+    return std::isalnum(static_cast<unsigned char>(c)) == 0 && std::strchr(".-_:", c) == nullptr;
+  };
+  if (std::any_of(url.host.begin(), url.host.end(), is_odd)) refuse("no name or address of a host");
   if (text.empty()) return;
   bool const is_port = text.front() == ':' && read(text.substr(1), 10, url.port);
   if (!is_port || url.port == 0 || url.port > 65535) refuse("the port is no number from 1 to 65535");

@@ -52,7 +52,9 @@ public:
   /// A sub-select as a column.
   Select_SQL* add_sql_key(char const* alias);
   Select_SQL& clear_key();
-  /// The expression that the count query counts.
+  /// The expression that the count query counts. The number is that of the rows without limit and offset when each of
+  /// them has a value of it; rows where it is NULL are not counted, as after a right or full join, and with an
+  /// aggregate but no GROUP BY the rows behind it are. "*" counts every row.
   Select_SQL& count(char const* key);
 
   /// The whole FROM list as one text, instead of the tables.

@@ -383,28 +383,6 @@ TEST(Transaction, rolls_back_unless_committed) {
   EXPECT_EQ(rows_text(store, Select_SQL("t")), "1,null");
 }
 
-TEST(Transaction, writers_that_read_first_wait_for_each_other) {
-  Temporary_Directory const directory;
-  SQLite_Store store(directory.file("shared.db"));
-  store.run("CREATE TABLE t(a)");
-  store.run("INSERT INTO t VALUES (0)");
-  auto const count = [&] {
-    SQLite_Store own(directory.file("shared.db"));
-    for (int i = 0; i < 20; ++i) {
-      Transaction transaction(own);
-      SQL const next = Raw("UPDATE t SET a=:a").bind(":a", own.count(Raw("").count_sql("SELECT a+1 FROM t", true)));
-      own.run(next);
-      transaction.commit();
-    }
-  };
-  std::string error;
-  std::thread other([&] { error = error_of(count); });
-  EXPECT_EQ(error_of(count), "no error");
-  other.join();
-  EXPECT_EQ(error, "no error");
-  EXPECT_EQ(rows_text(store, Raw("SELECT a FROM t")), "40");
-}
-
 TEST(SQLite_Store, opening_fails_at_once) {
   Temporary_Directory const directory;
   std::string const good = directory.file("good");

@@ -126,32 +126,6 @@ h1    link           1      0        0
 )");
 }
 
-TEST_P(Catalog, find_filters_sorts_and_pages) {
-  std::string const bad = "bad,\xEF\xBF\xBD";  // in JSON a byte that is no UTF-8 is replaced
-  std::string const b = "\"b\", 100%.TXT";
-  struct {
-    char const* arguments;
-    Names names;
-    long long total;
-  } const cases[] = {
-      {"", {b, "a.txt", bad, "link", "new\nline", "sub", "a2.txt"}, 7},
-      {"--name txt --sort size", {"a.txt", "a2.txt"}, 2},
-      {"--name 0%.", {b}, 1},
-      {"--name ',\xFF'", {bad}, 1},
-      {"--min-size 2k", {"a2.txt"}, 1},
-      {"--kind file --name a --min-size 5 --host h1", {"a.txt", "a2.txt"}, 2},
-      {"--sort size --order desc --limit 2", {"a2.txt", b}, 7},
-      {"--sort kind,name --order desc,asc --limit 3", {"link", "sub", b}, 7},
-      {"--limit 3 --offset 6", {"a2.txt"}, 7},
-  };
-  for (auto const& c : cases) {
-    SCOPED_TRACE(c.arguments);
-    json_spirit::Object const answer = page(std::string("find ") + c.arguments);
-    EXPECT_EQ(column(answer, "name"), c.names);
-    EXPECT_EQ(answer.at("total").get_int64(), c.total);
-  }
-}
-
 TEST_P(Catalog, csv_quotes_what_needs_it_and_keeps_every_byte) {
   std::string const text =
       "name,kind,size,modified,retired,owner,host,path\r\n"
@@ -242,13 +216,21 @@ TEST_P(Catalog, requests_find_what_a_walk_of_the_tree_selects) {
   }
 }
 
-TEST_P(Catalog, find_names_what_it_could_not_use_and_lets_options_win) {
+TEST_P(Catalog, find_filters_sorts_pages_and_names_what_it_could_not_use) {
+  std::string const bad = "bad,\xEF\xBF\xBD";  // in JSON a byte that is no UTF-8 is replaced
+  std::string const b = "\"b\", 100%.TXT";
   struct {
     char const* arguments;
     char const* complaints;
     Names names;
   } const cases[] = {
-      {"'sort=size&order=desc&limit=2&offset=1&kind=1'", "", {"\"b\", 100%.TXT", "a.txt"}},
+      {"", "", {b, "a.txt", bad, "link", "new\nline", "sub", "a2.txt"}},
+      {"--name txt --sort size", "", {"a.txt", "a2.txt"}},
+      {"--name 0%.", "", {b}},
+      {"--name ',\xFF'", "", {bad}},
+      {"--kind file --name a --min-size 1k --host h1", "", {"a2.txt"}},
+      {"--sort kind,name --order desc,asc --limit 3 --offset 1", "", {"sub", b, "a.txt"}},
+      {"'sort=size&order=desc&limit=2&offset=1&kind=1'", "", {b, "a.txt"}},
       {"'sort=size&limit=9&offset=5' --sort name --order desc --limit 1 --offset 0", "", {"sub"}},
       {"'order=desc' --limit 1", "", {"a2.txt"}},
       {"'shape=1&OR=colour%3Dred%26name%3Dsub'", "ignored: OR/colour, shape\n", {"sub"}},
@@ -292,13 +274,9 @@ TEST_P(Catalog, hostile_requests_are_answered_or_refused_and_change_nothing) {
   } const cases[] = {
       {"'name=%27;DROP TABLE files;--&owner=\\&path=\"'", 0},
       {"'IN_name=%27);DROP TABLE files;--,\\,\",`,:1,?&size=-5'", 0},
-      {"'NI_owner=\\%27&name=\xFF\xC0%FE'", 0},
-      {"'AND=%26=&=&%&%zz=%&OR&name=x'", 0},
       {"'name=%00&OR=IN_name%3Da%2500b&IN_path=a%00b'", 0},
-      {"'sort=,&order=,&name=x'", 0},
       {"'sort=" + repeated("name,", 3000) + "&name=x'", 0},
       {"'sort=size;DROP TABLE files&order=desc;&limit=-9223372036854775808&offset=-5&name=x'", 0},
-      {"'limit=99999999999999999999&offset=99999999999999999999&name=x'", 0},
       {"'LK_name=" + repeated("%25", 30000) + "x'", 0},
       {"'IN_run=" + uuid + "&run=" + uuid + "'", 0},
       {R"(--json '{"size":18446744073709551615,"name":{"a":[1.5]},"IN_path":[{"a":"\u0000"},null,1e308]}')", 0},
@@ -454,13 +432,6 @@ TEST_P(Catalog, index_names_the_first_unreadable_directories_and_counts_the_rest
   EXPECT_EQ(total("find"), 7 + 499 + 12);
 }
 
-TEST_P(Catalog, index_leaves_out_what_permissions_hide) {
-  if (geteuid() == 0) GTEST_SKIP() << "permissions do not stop the superuser";
-  EXPECT_EQ(shell("chmod 0 tree/sub; \"$C\" index tree --store '" + store_ + "'; chmod 700 tree/sub").err,
-            "catalog: DIR/tree/sub: Permission denied\ncatalog: warning: 1 unreadable, left out\n");
-  EXPECT_EQ(total("find"), 7 + 6);
-}
-
 TEST_P(Catalog_File, an_interrupted_index_keeps_whole_batches_and_says_so) {
   Outcome const outcome = shell(R"("$C" index /usr --store usr.db &
 for i in $(seq 3000); do
@@ -469,11 +440,6 @@ for i in $(seq 3000); do
 done
 kill -INT $!
 wait $!)");
-  if (outcome.code == 0) {
-    ASSERT_EQ(run("index /usr --store whole.db").code, 0);
-    ASSERT_EQ(total("find --limit 0 --store usr.db"), total("find --limit 0 --store whole.db"));
-    GTEST_SKIP() << "/usr is too small: it was indexed before the signal came";
-  }
   EXPECT_EQ(outcome.code, 1);
   json_spirit::Object const runs = page("runs --store usr.db");
   EXPECT_EQ(column(runs, "state"), Names{"interrupted"});

@@ -253,30 +253,15 @@ Texts found(std::string const& text, char const* pattern, std::string const& sha
   return matches;
 }
 
-// What can be logged: "format | PRIORITY, status n", "argument | file", and "format | file".
-struct Messages {
-  Texts formats;
-  Texts arguments;
-  Texts sources;
-  Texts helpers;  // formats logged for whichever file calls
-};
-
-Messages messages_in_sources() {
-  Messages all;
+// What can be logged, each "format | PRIORITY, status n".
+Texts messages_in_sources() {
+  Texts all;
   for (auto const& entry : std::filesystem::recursive_directory_iterator(SOURCE_DIR "/src/backup/utils/sql")) {
     if (!entry.is_regular_file()) continue;
     std::string const text = file_text(entry.path());
-    std::string const file = " | " + entry.path().stem().string();
-    Texts calls = found(text, R"re(\breport\([^;"]*LM_(\w+), (-?\d),\s*"((?:[^"\\]|\\.)*)")re", "$3 | $1, status $2");
-    calls.merge(found(text, R"re(\bunexpected\([^;"]*"((?:[^"\\]|\\.)*)")re", "$1 | EMERGENCY, status -1"));
-    calls.merge(found(text, R"re(\breport_exception\([^;"]*"((?:[^"\\]|\\.)*)")re", "$1 | ERROR, status 0"));
-    all.arguments.merge(found(text, R"re(\bcheck(?:_argument)?\([^;"]*"(\w+)")re", "$1" + file));
-    bool const names_itself = text.find("constexpr char const* source_file") != std::string::npos;
-    for (std::string const& call : calls) {
-      std::string const format = call.substr(0, call.rfind(" | "));
-      names_itself ? all.sources.insert(format + file) : all.helpers.insert(format);
-    }
-    all.formats.merge(calls);
+    all.merge(found(text, R"re(\breport\([^;"]*LM_(\w+), (-?\d),\s*"((?:[^"\\]|\\.)*)")re", "$3 | $1, status $2"));
+    all.merge(found(text, R"re(\bunexpected\([^;"]*"((?:[^"\\]|\\.)*)")re", "$1 | EMERGENCY, status -1"));
+    all.merge(found(text, R"re(\breport_exception\([^;"]*"((?:[^"\\]|\\.)*)")re", "$1 | ERROR, status 0"));
   }
   return all;
 }
@@ -309,18 +294,8 @@ TEST(documents, examples_give_what_is_written) {
 }
 
 TEST(documents, messages_are_those_of_the_sources) {
-  Messages const logged = messages_in_sources();
   std::string const document = source("docs/messages.md");
-  EXPECT_EQ(found(document, R"(### `([^\n]*)`\n\n- Priority: (\w+), status (-?\d))", "$1 | $2, status $3"),
-            logged.formats);
-  EXPECT_EQ(found(document, R"(### ([^\n]*))").size(), logged.formats.size());
-  EXPECT_EQ(found(document, R"(`(\w+)` \(`(\w+)`\))", "$1 | $2"), logged.arguments);
-  Texts sources;
-  for (std::string const& section : found(document, R"(### `([^\n]*)`\n\n[^\n]*\n- Source: ([^\n]*))", "$1\n$2")) {
-    std::string const format = section.substr(0, section.find('\n'));
-    if (logged.helpers.count(format) != 0) continue;
-    Texts const files = found(section.substr(format.size()), "`(\\w+)`", " | $1");
-    for (std::string const& file : files) sources.insert(format + file);
-  }
-  EXPECT_EQ(sources, logged.sources);
+  Texts const logged = messages_in_sources();
+  EXPECT_EQ(found(document, R"(### `([^\n]*)`\n\n- Priority: (\w+), status (-?\d))", "$1 | $2, status $3"), logged);
+  EXPECT_EQ(found(document, R"(### ([^\n]*))").size(), logged.size());
 }

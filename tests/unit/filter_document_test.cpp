@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <functional>
-#include <utility>
 
 #include "backup/utils/sql/json_filter_helpers.h"
 #include "support/log_capture.h"

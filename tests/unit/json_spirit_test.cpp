@@ -1,6 +1,5 @@
 #include "json_spirit/json_spirit.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cmath>

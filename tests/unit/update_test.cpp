@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include "backup/utils/sql/select_sql.h"
 #include "support/log_capture.h"
 #include "support/random_source.h"
 #include "support/render.h"

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "backup/utils/sql/select_sql.h"
 #include "support/log_capture.h"
 #include "support/random_source.h"
 #include "support/render.h"

@@ -334,6 +334,9 @@ TEST_P(Store_Rows, of_kept_statements_follow_the_schema) {
 }
 
 TEST_P(Store_Rows, stream_until_the_callback_has_enough) {
+  std::string const text = "SELECT id FROM item";
+  auto const use_itself = [&] { store_.query(text, [&](Store::Row const&) { return store_.run(text) == 0; }); };
+  EXPECT_EQ(error_of(use_itself), "the store is used from its own row callback in: " + text);
   SQL const numbers =
       Raw("WITH RECURSIVE n(i) AS (SELECT :i UNION ALL SELECT i+1 FROM n WHERE i<900) SELECT i,i*i AS square FROM n")
           .bind(":i", 1);

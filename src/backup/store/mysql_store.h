@@ -12,14 +12,16 @@
 ///
 /// Its session is set to UTF-8, UTC, commits of their own for statements outside a transaction, and the SQL modes
 /// NO_BACKSLASH_ESCAPES, without which a text literal of this library could end early, and STRICT_ALL_TABLES, which
-/// refuses a value that does not fit rather than changing it; EMPTY_STRING_IS_NULL is taken away. The modes are read
-/// back: without them there is no store, and a session that loses the first one later runs nothing more.
+/// refuses a value that is out of its column's range or too long for it, but with OR_IGNORE; rounding to what a column
+/// holds stays; EMPTY_STRING_IS_NULL is taken away. The modes are read back: without them there is no store, and a
+/// session that loses the first one later runs nothing more.
 ///
 /// A lost connection is an error and stays one: a new connection would not know of the open transaction. No statement
 /// has a time limit, and the client library makes the process ignore SIGPIPE.
 ///
 /// MySQL knows no named parameters; BY_NAME the store puts marks in their places, outside of literals, quoted names and
-/// comments, so a literal that looks like a name is left alone. At most 65,535 values to a statement.
+/// comments, so a literal that looks like a name is left alone. At most 65,535 values to a statement. One that is
+/// larger than the server's max_allowed_packet costs the connection.
 ///
 /// Integers come back as unsigned where the column is, dates and times as texts, DECIMAL as an integer when it has no
 /// decimals and fits 64 bits, else as text, digit by digit. Texts of binary columns are bytes. What the database

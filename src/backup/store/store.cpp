@@ -76,6 +76,12 @@ unsigned long long Store::perform(std::string const& text, Bindings const* bindi
     throw Store_Error("the transaction is over: rolled back by the database, or committed by a statement in it", 0,
                       text);
   }
+  if (is_running_) throw Store_Error("the store is used from its own row callback", 0, text);
+  struct Running {
+    explicit Running(bool& is_running) : flag(is_running) { flag = true; }
+    ~Running() { flag = false; }
+    bool& flag;
+  } const running(is_running_);
   return execute(text, bindings, values, callback, columns);
 }
 

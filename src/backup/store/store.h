@@ -31,9 +31,9 @@ private:
 /// Runs rendered statements on one connection to a real database. Used by one thread at a time.
 ///
 /// Statements are rendered for the store's own dialect and their values are bound, by name or by position; prepared
-/// statements are kept where the driver allows it, and used again for the same text. A parameter without a value, or a
-/// value that the text does not name, is an error and nothing is run. Every failure is a Store_Error, but for want of
-/// memory (std::bad_alloc).
+/// statements are kept where the driver allows it, and used again for the same text. A parameter without a value is
+/// an error and nothing is run; a value that the text does not name is one BY_NAME, and left out BY_POSITION. Every
+/// failure is a Store_Error, but for want of memory (std::bad_alloc).
 ///
 /// Values go in as their own kind: null, integers, reals, texts and bytes of any length with zero bytes, secret kinds
 /// like plain ones; booleans as 1 and 0; objects and arrays as compact JSON text. They come back as null, integer,
@@ -44,7 +44,7 @@ public:
 
   using Row = std::vector<Binding_Value>;
   /// Called for each row, with the values in column order; the row is valid during the call. False stops the statement,
-  /// what it throws passes through. It must not use the store.
+  /// what it throws passes through. It must not use the store, which refuses that.
   using Row_Callback = std::function<bool(Row const& row)>;
 
   Store(Store const&) = delete;
@@ -86,10 +86,13 @@ private:
                              std::vector<std::string>* columns);
 
   bool has_transaction_ = false;
+  bool is_running_ = false;
 };
 
 /// A transaction from construction to `commit()`; destroyed before that, it is rolled back. They do not nest: a second
 /// one is an error.
+///
+/// Nothing else may begin or end one: on MySQL a text that does both at once (BEGIN, COMMIT AND CHAIN) goes unnoticed.
 ///
 /// A database may end one by itself: it rolls back to resolve a deadlock or when its disk is full, and MySQL commits
 /// before a statement that changes the schema. Statements that follow are errors then, rather than each committed

@@ -34,8 +34,8 @@ std::optional<long long> version_of(Store& store) {
   return rows.front().front().val().get_int64();
 }
 
-// Statements that change a schema are no transaction: what a dead process left half made is completed. The lock lasts
-// as long as this connection.
+// Statements that change a schema are no transaction: what a dead process left half made is completed. The lock goes
+// with the connection at the latest.
 void create_if_empty(Store& store) {
   if (version_of(store)) return;
   store.run("DO GET_LOCK(CONCAT('catalog ',MD5(DATABASE())),60)");

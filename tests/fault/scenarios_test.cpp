@@ -2,6 +2,8 @@
 // nothing leaks, and what the caller holds can still be used.
 #include <gtest/gtest.h>
 
+#include <iostream>
+
 #include "backup/utils/sql/insert_sql.h"
 #include "backup/utils/sql/json_filter_helpers.h"
 #include "backup/utils/sql/sql_filter_parser.h"
@@ -130,5 +132,6 @@ TEST(Scenarios, survive_every_failing_allocation) {
       EXPECT_TRUE(nth == 0 || heap::live_blocks() == live_before) << "after allocation " << nth;
     }
     EXPECT_GT(nth, 50) << "too few allocations were made to fail";
+    std::cout << name << ": " << nth - 1 << " allocations failed\n";
   }
 }

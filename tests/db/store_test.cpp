@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cmath>
 #include <filesystem>
 #include <fstream>
@@ -536,13 +537,12 @@ TEST(Transaction, ends_with_what_ends_it_on_mariadb) {
   EXPECT_THAT(error_of(drop_rows), testing::StartsWith("Duplicate entry '1' for key 'PRIMARY' (MySQL error 1062)"));
 
   // A transaction that a deadlock ends while its rows are read: nothing is committed alone after it.
-  auto const change_both = [](Store& s, int first, int second, bool locks, std::string& error) {
+  auto const change_both = [](Store& s, int first, int second, bool locks, std::atomic<int>& ready,
+                              std::string& error) {
     Transaction transaction(s);
     auto const change = [&](int a) { s.run("UPDATE t SET b=b+1 WHERE a=" + std::to_string(a)); };
     change(first);
-    SQL const transactions = Raw("").count_sql("SELECT COUNT(*) FROM information_schema.innodb_trx", true);
-    for (int i = 0; i < 10000 && s.count(transactions) < 2; ++i) {
-    }
+    for (++ready; ready < 2;) std::this_thread::yield();
     std::string const lock = "SELECT a FROM t WHERE a IN (0," + std::to_string(second) + ") FOR UPDATE";
     error = error_of([&] { locks ? (void)s.run(lock) : change(second); });
     error += error_of([&] { change(first); });
@@ -550,8 +550,9 @@ TEST(Transaction, ends_with_what_ends_it_on_mariadb) {
   };
   for (bool const locks : {true, false}) {
     std::string errors[2];
-    std::thread thread([&] { change_both(other, 2, 1, locks, errors[1]); });
-    change_both(*store, 1, 2, locks, errors[0]);
+    std::atomic<int> ready = 0;
+    std::thread thread([&] { change_both(other, 2, 1, locks, ready, errors[1]); });
+    change_both(*store, 1, 2, locks, ready, errors[0]);
     thread.join();
     EXPECT_THAT(errors, testing::UnorderedElementsAre(
                             "no errorno error",

@@ -15,7 +15,7 @@
 namespace {
 
 constexpr std::size_t depths[] = {10000, 100000, 1000000};
-constexpr std::size_t repetitions[] = {30, 10, 5};
+constexpr std::size_t repetitions[] = {30, 30, 15};
 constexpr std::size_t step_count = std::size(depth_steps::steps);
 
 void empty_caches() {

@@ -1,4 +1,5 @@
-// Every factory that reports a want of memory instead of throwing, with each of its allocations failing in turn.
+// Every factory that reports a want of memory instead of throwing, with each of its allocations failing in turn,
+// alone and with all after it.
 #include <gtest/gtest.h>
 
 #include <cerrno>
@@ -68,35 +69,41 @@ Factory const factories[] = {
 
 }  // namespace
 
+// Whether the factory came to its end, with the nth allocation from its start failing.
+bool has_made(Factory const& factory, long nth, heap::Shortage shortage) {
+  Statements statements;
+  statements.filter.add_null_item("a");
+  statements.insert.value("a", 1);
+  std::string const before = statements.rendered();
+  Log_Capture log;
+  errno = 0;
+  bool made = false;
+  bool has_failed = false;
+  {
+    heap::Failing_Allocation const no_memory(nth, shortage);
+    EXPECT_NO_THROW(made = factory.make(statements) != nullptr);
+    has_failed = no_memory.failed();
+  }
+  EXPECT_NE(made, has_failed);
+  EXPECT_EQ(errno, made ? 0 : ENOMEM);
+  EXPECT_EQ(statements.rendered() == before, has_failed);
+  EXPECT_EQ(log.take(), std::vector<std::string>(has_failed && !factory.report.empty() ? 1 : 0, factory.report));
+  return made;
+}
+
 TEST(Factories, without_memory_set_errno_return_null_and_change_nothing) {
-  for (Factory const& factory : factories) {
-    SCOPED_TRACE(factory.name);
-    long nth = 0;
-    for (bool made = false; !made;) {
-      ASSERT_LT(++nth, 50);
-      long const live_before = heap::live_blocks();
-      {
-        Statements statements;
-        statements.filter.add_null_item("a");
-        statements.insert.value("a", 1);
-        std::string const before = statements.rendered();
-        Log_Capture log;
-        errno = 0;
-        bool has_failed = false;
-        {
-          heap::Failing_Allocation const no_memory(nth);
-          EXPECT_NO_THROW(made = factory.make(statements) != nullptr);
-          has_failed = no_memory.failed();
-        }
-        EXPECT_NE(made, has_failed);
-        EXPECT_EQ(errno, made ? 0 : ENOMEM);
-        EXPECT_EQ(statements.rendered() == before, has_failed);
-        std::vector<std::string> const logged = log.take();
-        EXPECT_EQ(logged, std::vector<std::string>(has_failed && !factory.report.empty() ? 1 : 0, factory.report));
+  for (auto const shortage : {heap::Shortage::once, heap::Shortage::lasting}) {
+    for (Factory const& factory : factories) {
+      SCOPED_TRACE(factory.name);
+      long nth = 0;
+      for (bool made = false; !made;) {
+        ASSERT_LT(++nth, 50);
+        long const live_before = heap::live_blocks();
+        made = has_made(factory, nth, shortage);
+        EXPECT_EQ(heap::live_blocks(), live_before);
       }
-      EXPECT_EQ(heap::live_blocks(), live_before);
+      EXPECT_GE(nth, 2) << "not one allocation was made to fail";
     }
-    EXPECT_GE(nth, 2) << "not one allocation was made to fail";
   }
 }
 

@@ -1,5 +1,5 @@
-// Whole ways through the library, with each of their allocations failing in turn: nothing but std::bad_alloc comes out,
-// nothing leaks, and what the caller holds can still be used.
+// Whole ways through the library, with each of their allocations failing in turn, alone and with all after it: nothing
+// but std::bad_alloc comes out, nothing leaks, and what the caller holds can still be used.
 #include <gtest/gtest.h>
 
 #include <iostream>
@@ -105,33 +105,40 @@ std::vector<std::string> cleared(Statements&... statements) {
   return {clear(statements)...};
 }
 
+// Runs a scenario with its nth allocation failing; true when it has fewer.
+bool survives(void (*run)(Held&), long nth, heap::Shortage shortage) {
+  Log_Capture const log;
+  Held held;
+  bool passed = false;
+  try {
+    heap::Failing_Allocation const no_memory(nth, shortage);
+    run(held);
+    passed = !no_memory.failed();
+  } catch (std::bad_alloc const&) {  // what it holds is looked at below
+  }
+  EXPECT_EQ(cleared(held.select, held.insert, held.update, held.both, held.filter),
+            (std::vector<std::string>{"SELECT *", "INSERT INTO `` VALUES()", "UPDATE `` SET ", "", "1"}));
+  EXPECT_EQ(Value(held.json), held.json);
+  EXPECT_EQ(value_text(Binding_Value(held.value)), value_text(held.value));
+  return passed;
+}
+
 }  // namespace
 
 TEST(Scenarios, survive_every_failing_allocation) {
-  for (auto const& [name, run] : scenarios) {
-    SCOPED_TRACE(name);
-    long nth = -1;
-    for (bool passed = false; !passed;) {
-      ASSERT_LT(++nth, 5000);
-      long const live_before = heap::live_blocks();
-      {
-        Log_Capture const log;
-        Held held;
-        try {
-          heap::Failing_Allocation const no_memory(nth);
-          run(held);
-          passed = !no_memory.failed();
-        } catch (std::bad_alloc const&) {  // what it holds is looked at below
-        }
-        EXPECT_EQ(cleared(held.select, held.insert, held.update, held.both, held.filter),
-                  (std::vector<std::string>{"SELECT *", "INSERT INTO `` VALUES()", "UPDATE `` SET ", "", "1"}));
-        EXPECT_EQ(Value(held.json), held.json);
-        EXPECT_EQ(value_text(Binding_Value(held.value)), value_text(held.value));
+  for (auto const shortage : {heap::Shortage::once, heap::Shortage::lasting}) {
+    for (auto const& [name, run] : scenarios) {
+      SCOPED_TRACE(name);
+      long nth = -1;
+      for (bool passed = false; !passed;) {
+        ASSERT_LT(++nth, 5000);
+        long const live_before = heap::live_blocks();
+        passed = survives(run, nth, shortage) && nth > 0;
+        // What is set up once and kept is set up in the first run, where none fails.
+        EXPECT_TRUE(nth == 0 || heap::live_blocks() == live_before) << "after allocation " << nth;
       }
-      // What is set up once and kept is set up in the first run, where none fails.
-      EXPECT_TRUE(nth == 0 || heap::live_blocks() == live_before) << "after allocation " << nth;
+      EXPECT_GT(nth, 50) << "too few allocations were made to fail";
+      std::cout << name << ": " << nth - 1 << " allocations failed\n";
     }
-    EXPECT_GT(nth, 50) << "too few allocations were made to fail";
-    std::cout << name << ": " << nth - 1 << " allocations failed\n";
   }
 }

@@ -10,12 +10,18 @@ namespace {
 constexpr std::size_t header = 2 * alignof(std::max_align_t);
 
 thread_local long until_failure = 0;  // 0: none is to fail, or it has failed
+thread_local bool is_lasting = false;
+thread_local bool has_failed = false;
 thread_local long allocation_count = 0;
 std::atomic<long> live_count{0};
 
 // The block starts with room that nobody uses: free writes its list there, so that the rest shows what was left in it.
 void* allocate(std::size_t size) noexcept {
-  if (until_failure > 0 && --until_failure == 0) return nullptr;
+  if (until_failure > 0 && --until_failure == 0) {
+    has_failed = true;
+    if (is_lasting) until_failure = 1;
+    return nullptr;
+  }
   void* const block = std::malloc(header + size);
   if (block == nullptr) return nullptr;
   ++allocation_count;
@@ -46,9 +52,13 @@ void operator delete(void* memory, std::nothrow_t const& /*nothrow*/) noexcept {
 
 namespace heap {
 
-Failing_Allocation::Failing_Allocation(long nth) { until_failure = nth; }
+Failing_Allocation::Failing_Allocation(long nth, Shortage shortage) {
+  until_failure = nth;
+  is_lasting = shortage == Shortage::lasting;
+  has_failed = false;
+}
 Failing_Allocation::~Failing_Allocation() { until_failure = 0; }
-bool Failing_Allocation::failed() const { return until_failure == 0; }
+bool Failing_Allocation::failed() const { return has_failed; }
 
 long allocations() { return allocation_count; }
 long live_blocks() { return live_count; }

@@ -3,14 +3,17 @@
 /// The heap of a test program that links heap.cpp: every operator new and delete goes through it.
 namespace heap {
 
-/// Lets the nth allocation from here on fail, once, on this thread: std::bad_alloc, or null for the nothrow form.
+enum class Shortage { once, lasting };
+
+/// Lets the nth allocation from here on fail, once or with all after it, on this thread: std::bad_alloc, or null for
+/// the nothrow form.
 class Failing_Allocation {
 public:
-  explicit Failing_Allocation(long nth);
+  explicit Failing_Allocation(long nth, Shortage shortage = Shortage::once);
   Failing_Allocation(Failing_Allocation const&) = delete;
   Failing_Allocation& operator=(Failing_Allocation const&) = delete;
   ~Failing_Allocation();
-  /// True once it has failed.
+  /// True once one has failed.
   bool failed() const;
 };
 

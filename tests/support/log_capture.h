@@ -5,6 +5,8 @@
 #include <ace/Log_Msg_Callback.h>
 #include <ace/Log_Record.h>
 
+#include <cerrno>
+#include <cstring>
 #include <regex>
 #include <string>
 #include <utility>
@@ -20,6 +22,7 @@ public:
     log_->clr_flags(flags_);
     log_->set_flags(ACE_Log_Msg::MSG_CALLBACK);
     log_->msg_callback(this);
+    records_.reserve(room);
   }
   Log_Capture(Log_Capture const&) = delete;
   Log_Capture& operator=(Log_Capture const&) = delete;
@@ -31,27 +34,48 @@ public:
   }
 
   /// What was logged since the last call.
-  std::vector<std::string> take() { return std::exchange(lines_, {}); }
+  std::vector<std::string> take() {
+    std::vector<std::string> lines;
+    for (Record const& record : std::exchange(records_, {})) lines.push_back(line(record));
+    records_.reserve(room);
+    return lines;
+  }
 
 private:
-  void log(ACE_Log_Record& record) override {
-    std::string text = record.msg_data();
-    text = std::regex_replace(text, std::regex("(src/backup/[a-z0-9_/]+):[0-9]+"), "$1:N");
+  static constexpr std::size_t room = 64;
+
+  struct Record {
+    ACE_Log_Priority priority;
+    int op_status;
+    char file[64];
+    char text[ACE_Log_Record::MAXLOGMSGLEN];
+  };
+
+  // Takes no memory: what is reported while memory is short must be seen.
+  void log(ACE_Log_Record& logged) override {
+    Record& record = records_.emplace_back();
+    record.priority = static_cast<ACE_Log_Priority>(logged.type());
+    record.op_status = log_->op_status();
+    char const* const file = log_->file() != nullptr ? std::strrchr(log_->file(), '/') : nullptr;
+    std::strncpy(record.file, file != nullptr ? file + 1 : "", sizeof record.file - 1);
+    std::strncpy(record.text, logged.msg_data(), sizeof record.text - 1);
+    errno = EDOM;  // as callbacks do; who reports must not notice
+  }
+
+  static std::string line(Record const& record) {
+    std::string text = std::regex_replace(record.text, std::regex("(src/backup/[a-z0-9_/]+):[0-9]+"), "$1:N");
     std::smatch last_words;
     if (std::regex_search(text, last_words, std::regex("is (NULL|empty|NULL or \"\"):\n"))) {
       // A stack follows: it must be there, and what it says is the machine's.
       auto const stack = static_cast<std::size_t>(last_words.position() + last_words.length());
       text.replace(stack, std::string::npos, text.size() > stack + 1 ? "STACK" : "");
     }
-    std::string file = log_->file() != nullptr ? log_->file() : "";
-    file.erase(0, file.rfind('/') + 1);
-    std::string const priority =
-        ACE_Log_Record::priority_name(static_cast<ACE_Log_Priority>(record.type()));  // "LM_"...
-    lines_.push_back(priority.substr(3) + ' ' + file + ' ' + std::to_string(log_->op_status()) + ": " + text);
+    return ACE_Log_Record::priority_name(record.priority) + 3 /* after "LM_" */ + (' ' + std::string(record.file)) +
+           ' ' + std::to_string(record.op_status) + ": " + text;
   }
 
   ACE_Log_Msg* log_;
   bool debug_;
   unsigned long flags_;
-  std::vector<std::string> lines_;
+  std::vector<Record> records_;
 };

@@ -38,7 +38,7 @@ TEST(SQL, text_is_kept_by_pointer_or_copied) {
   SQL const shared_copy(shared);
   SQL const copied_copy(copied);
   text[7] = '2';
-  EXPECT_EQ(render(shared), "SELECT 2");
+  EXPECT_EQ(render(shared_copy), "SELECT 2");
   EXPECT_EQ(render(copied), "SELECT 1");
   copied.sql("other", false);
   EXPECT_EQ(render(copied_copy), "SELECT 1");
@@ -108,9 +108,15 @@ TEST(SQL, renders_positionally_and_logs_each_line) {
   EXPECT_EQ(render(statement), "a=:x AND b=:y {:x=\"X\" :y=\"secret\"}");
   EXPECT_EQ(log.take(), (Lines{"DEBUG sql 0: SQL: a=:x AND b=:y\n", "DEBUG sql 0: Params:\n",
                                "DEBUG sql 0: :x: \"X\"\n", "DEBUG sql 0: :y: \"secret\"\n"}));
-  std::string const wide(10000, 'w');
-  SQL::log_sql(wide, Bindings());
-  EXPECT_EQ(log.take().front(), "DEBUG sql 0: SQL: " + wide.substr(0, 3900) + "...\n");
+  // A record holds 4,096 bytes. No character is cut in two.
+  std::string const wide(4090, 'w');
+  SQL::log_sql(wide, Bindings{{":" + wide, 5}, {":y", wide + wide}});
+  SQL::log_sql("\xC3\xA9" + wide + "\xC3\xA9", Bindings{{wide, wide}});
+  EXPECT_EQ(log.take(),
+            (Lines{"DEBUG sql 0: SQL: " + wide + "\n", "DEBUG sql 0: Params:\n", "DEBUG sql 0: :" + wide + ": 5\n",
+                   "DEBUG sql 0: :y: \"" + wide.substr(0, 4087) + "...\n",
+                   "DEBUG sql 0: SQL: \xC3\xA9" + wide.substr(0, 4085) + "...\n", "DEBUG sql 0: Params:\n",
+                   "DEBUG sql 0: " + wide.substr(0, 2043) + "...: \"" + wide.substr(0, 2042) + "...\n"}));
 }
 
 TEST(SQL, an_empty_text_fails_the_positional_conversion) {

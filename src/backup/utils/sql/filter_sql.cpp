@@ -180,7 +180,7 @@ Null_Item_SQL* Filter_SQL::add_null_item_i(std::string const& key, bool is_null)
   auto* const item = add<Null_Item_SQL>(key, is_null);
   if (item == nullptr) {
     sql_log::report({source_file}, LM_WARNING, 0, "Failed to add %snull item '%s' to filter.\n", not_text(!is_null),
-                    sql_log::fitting(key).c_str());
+                    key);
   }
   return item;
 }
@@ -189,8 +189,7 @@ template <class List, class... Rest>
 In_Item_SQL* Filter_SQL::add_in_item_i(std::string const& key, List const& values, bool in, Rest... rest) {
   auto* const item = add<In_Item_SQL>(key, values, in, rest...);
   if (item == nullptr) {
-    sql_log::report({source_file}, LM_WARNING, 0, "Failed to add %sin item '%s' to filter.\n", not_text(!in),
-                    sql_log::fitting(key).c_str());
+    sql_log::report({source_file}, LM_WARNING, 0, "Failed to add %sin item '%s' to filter.\n", not_text(!in), key);
   }
   return item;
 }
@@ -227,8 +226,7 @@ KV_Item_SQL* Filter_SQL::add_kv_item(Item_SQL::Item_Op op, std::string const& ke
                                      unsigned int flags) {
   auto* const item = add<KV_Item_SQL>(op, key, value, flags);
   if (item == nullptr) {
-    sql_log::report({source_file}, LM_WARNING, 0, "Failed to add item '%s' to filter.\n",
-                    sql_log::fitting(key).c_str());
+    sql_log::report({source_file}, LM_WARNING, 0, "Failed to add item '%s' to filter.\n", key);
   }
   return item;
 }
@@ -245,8 +243,7 @@ Key_UUID_Item_SQL* Filter_SQL::add_key_uuid_item(Item_SQL::Item_Op op, std::stri
                                                  std::string const& uuid) {
   auto* const item = add<Key_UUID_Item_SQL>(op, key, uuid);
   if (item == nullptr) {
-    sql_log::report({source_file}, LM_WARNING, 0, "Failed to add uuid item '%s' to filter.\n",
-                    sql_log::fitting(key).c_str());
+    sql_log::report({source_file}, LM_WARNING, 0, "Failed to add uuid item '%s' to filter.\n", key);
   }
   return item;
 }
@@ -296,8 +293,7 @@ SQL* Filter_SQL::add_sql_val_item(Item_SQL::Item_Op op, Binding_Value const& val
 SQL* Filter_SQL::add_key_sql_item_i(SQL::Type type, Item_SQL::Item_Op op, std::string const& key) {
   SQL* const statement = add_holder<Key_SQL_Item_SQL>(type, op, key);
   if (statement == nullptr) {
-    sql_log::report({source_file}, LM_ERROR, 0, "Failed to add sql item '%s' to filter.\n",
-                    sql_log::fitting(key).c_str());
+    sql_log::report({source_file}, LM_ERROR, 0, "Failed to add sql item '%s' to filter.\n", key);
   }
   return statement;
 }

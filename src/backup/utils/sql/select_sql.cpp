@@ -345,8 +345,7 @@ void Select_SQL::get_count_sql_i(Database_Type db, std::string& sql, Bindings& b
   write_tail(out, scratch);
   if (!is_set(clauses_.count) && clauses_.distinct) {
     sql_log::report({source_file}, LM_WARNING, 0,
-                    "Please use Select_SQL::count(val) to set up the key of count query SQL: %s\n",
-                    sql_log::fitting(sql).c_str());
+                    "Please use Select_SQL::count(val) to set up the key of count query SQL: %s\n", sql);
   }
 }
 

@@ -1,5 +1,7 @@
 #include "backup/utils/sql/sql.h"
 
+#include <ace/ACE.h>
+
 #include <optional>
 #include <stdexcept>
 
@@ -23,7 +25,7 @@ Byte_String decode_hex(Text const& hex) {
 }
 
 void log_statement(std::string const& sql) {
-  sql_log::report({source_file}, LM_DEBUG, 0, "SQL: %s\n", sql_log::fitting(sql).c_str());
+  sql_log::report({source_file}, LM_DEBUG, 0, "SQL: %s\n", sql);
   sql_log::report({source_file}, LM_DEBUG, 0, "Params:\n");
 }
 
@@ -34,8 +36,7 @@ void log_value(std::string const& name, Binding_Value const& value) {
   } catch (std::runtime_error const& mismatch) {  // tag and value were set apart: no reason to fail the rendering
     text = mismatch.what();
   }
-  sql_log::report({source_file}, LM_DEBUG, 0, "%s: %s\n", sql_log::fitting(name, sql_log::key_size).c_str(),
-                  sql_log::fitting(text, sql_log::record_size - sql_log::key_size).c_str());
+  sql_log::report({source_file}, LM_DEBUG, 0, "%s: %s\n", name, text);
 }
 
 }  // namespace
@@ -99,8 +100,7 @@ void SQL::get_count_sql_i(Database_Type db, std::string& sql, Bindings& /*bindin
   sql += get_count_sql_suffix(db);
   if (ACE::debug()) {
     sql_log::report({source_file}, LM_DEBUG, 0,
-                    "Please use SQL::count_sql or Select_SQL to perform this count query SQL: %s\n",
-                    sql_log::fitting(sql).c_str());
+                    "Please use SQL::count_sql or Select_SQL to perform this count query SQL: %s\n", sql);
   }
 }
 
@@ -170,8 +170,7 @@ std::string& SQL::get_count_sql(Database_Type db, std::string& sql, std::vector<
   unsigned long long index = 0;
   get_count_sql(db, sql, bindings, index);
   if (!Question_Mask_SQL_Converter().convert(sql, bindings, values)) {
-    sql_log::report({source_file}, LM_ERROR, 0, "Failed to convert SQL to question mark format: %s\n",
-                    sql_log::fitting(sql).c_str());
+    sql_log::report({source_file}, LM_ERROR, 0, "Failed to convert SQL to question mark format: %s\n", sql);
   }
   if (ACE::debug()) log_sql(sql, values);
   return sql;

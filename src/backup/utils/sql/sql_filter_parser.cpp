@@ -148,9 +148,7 @@ Filter_SQL* add_group(std::string const& key, Filter_SQL* target) {
 }
 
 void report_failure(std::string const& key, std::string const& value, int line = __builtin_LINE()) {
-  sql_log::report({source_file, line}, LM_ERROR, -1, "Failed to handle filter: key='%s', value='%s'.\n",
-                  sql_log::fitting(key, sql_log::key_size).c_str(),
-                  sql_log::fitting(value, sql_log::record_size - sql_log::key_size).c_str());
+  sql_log::report({source_file, line}, LM_ERROR, -1, "Failed to handle filter: key='%s', value='%s'.\n", key, value);
 }
 
 std::string value_text(Value const& value) {

@@ -1,5 +1,7 @@
 #include "backup/utils/sql/detail/column_value.h"
 
+#include <ace/ACE.h>
+
 #include <array>
 
 #include "backup/runtime/posix_time.h"
@@ -11,8 +13,8 @@ namespace {
 
 void report_missing(Reporter const& reporter, std::string const& key, char const* what) {
   if (!ACE::debug()) return;
-  sql_log::report(reporter.source, LM_WARNING, 0, "Failed to add '%s' to %s statement: no such %s in input.\n",
-                  sql_log::fitting(key).c_str(), reporter.statement, what);
+  sql_log::report(reporter.source, LM_WARNING, 0, "Failed to add '%s' to %s statement: no such %s in input.\n", key,
+                  reporter.statement, what);
 }
 
 }  // namespace
@@ -46,8 +48,7 @@ std::optional<Binding_Value> from_json_text(Reporter const& reporter, json_spiri
 std::optional<Binding_Value> new_uuid(Reporter const& reporter, std::string const& column) {
   std::array<unsigned char, 16> uuid{};
   if (uuid_binary(uuid.data())) return Binding_Value(Byte_String(uuid.begin(), uuid.end()));
-  sql_log::report(reporter.source, LM_ERROR, 0, "Failed to %s new uuid for '%s'\n", reporter.verb,
-                  sql_log::fitting(column).c_str());
+  sql_log::report(reporter.source, LM_ERROR, 0, "Failed to %s new uuid for '%s'\n", reporter.verb, column);
   return std::nullopt;
 }
 

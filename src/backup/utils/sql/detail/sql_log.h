@@ -1,10 +1,11 @@
 #pragma once
 
-#include <ace/ACE.h>
-#include <ace/Log_Msg.h>
-#include <ace/OS_Errno.h>
+#include <ace/Log_Priority.h>
 
+#include <initializer_list>
 #include <string>
+#include <string_view>
+#include <variant>
 
 #include "backup/utils/sql/detail/sql_text.h"
 
@@ -19,29 +20,28 @@ struct Source {
   Source(char const* path, int at = __builtin_LINE()) : file(path), line(at) {}
 };
 
-/// Logs one record. `op_status` is -1 for violated preconditions, 0 otherwise; errno and ACE's last error stay as they
-/// are.
+/// What stands for one %s or %d of a format. A text is kept by address and ends at its first zero byte.
+using Argument = std::variant<std::string_view, int>;
+
+/// `report` with its arguments in a list.
+void write_record(Source source, ACE_Log_Priority priority, int op_status, char const* format,
+                  std::initializer_list<Argument> arguments);
+
+/// Logs one record. `format` knows %s and %d for the arguments, and as ACE does %N for the source file, %l for the line
+/// and %? for the call stack. Texts, then the stack, are cut where the record has no room for them, and only there, and
+/// end in "..." then. `op_status` is -1 for violated preconditions, 0 otherwise. errno and ACE's last error stay as
+/// they are.
+///
+/// Needs no memory. What ACE and the program's callbacks need for writing a record is theirs.
 template <class... Arguments>
-void report(Source source, ACE_Log_Priority priority, int op_status, char const* format, Arguments... arguments) {
-  ACE_Errno_Guard const keep_errno(errno);
-  int const error = ACE_Log_Msg::last_error_adapter();
-  ACE_Log_Msg* const log = ACE_Log_Msg::instance();
-  log->conditional_set(source.file, source.line, op_status, error);
-  log->log(priority, format, arguments...);
+void report(Source source, ACE_Log_Priority priority, int op_status, char const* format,
+            Arguments const&... arguments) {
+  write_record(source, priority, op_status, format, {Argument(arguments)...});
 }
 
-/// The log cuts a record at 4 KiB and with it the end of the line: what a text may take of it, and a key beside a text.
-constexpr std::size_t record_size = 3900;
-constexpr std::size_t key_size = 900;
-
-/// `text`, shortened where it is longer.
-inline std::string fitting(std::string const& text, std::size_t longest = record_size) {
-  return text.size() <= longest ? text : text.substr(0, longest) + "...";
-}
-
-/// A violated precondition, with the call stack.
+/// A violated precondition.
 template <class... Arguments>
-void unexpected(Source source, char const* format, Arguments... arguments) {
+void unexpected(Source source, char const* format, Arguments const&... arguments) {
   report(source, LM_EMERGENCY, -1, format, arguments...);
 }
 

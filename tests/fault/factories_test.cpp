@@ -6,6 +6,7 @@
 #include <functional>
 
 #include "backup/utils/sql/insert_sql.h"
+#include "backup/utils/sql/json_filter_helpers.h"
 #include "backup/utils/sql/union_sql.h"
 #include "backup/utils/sql/update_sql.h"
 #include "support/heap.h"
@@ -104,6 +105,35 @@ TEST(Factories, without_memory_set_errno_return_null_and_change_nothing) {
       }
       EXPECT_GE(nth, 2) << "not one allocation was made to fail";
     }
+  }
+}
+
+TEST(Factories, without_memory_convert_no_half_of_a_document) {
+  json_spirit::Value document;
+  json_spirit::read_string_or_throw(R"({"op":"AND","v":[{"op":"EQ","k":"a","v":"a text that is not so short"},
+    {"op":"OR","v":[{"op":"AND","v":[{"op":"EQ","k":"b","v":2}]}, {"op":"EQ","k":"uid","v":[]}]}]})",
+                                    document);
+  std::string const whole = R"(((`a`=:1) AND (((`b`=:2)) OR (0))) {:1="a text that is not so short" :2=2})";
+  for (auto const shortage : {heap::Shortage::once, heap::Shortage::lasting}) {
+    long nth = 0;
+    for (bool passed = false; !passed;) {
+      Log_Capture log;
+      And_Filter_SQL filter;
+      bool converted = false;
+      {
+        heap::Failing_Allocation const no_memory(++nth, shortage);
+        errno = 0;
+        EXPECT_NO_THROW(converted = generate_filter_from_obj(document.get_obj(), filter));
+        passed = !no_memory.failed();
+      }
+      EXPECT_EQ(errno, passed ? 0 : ENOMEM);
+      // What an adder finds no memory for it reports; a document goes on without it.
+      bool const is_whole = log.take().empty();
+      if (!converted || is_whole) {
+        EXPECT_EQ(render(filter), converted ? whole : "1") << nth;
+      }
+    }
+    EXPECT_GT(nth, 10);
   }
 }
 

@@ -78,10 +78,19 @@ std::pair<char const*, void (*)(Held&)> const scenarios[] = {
      [](Held& held) {
        json_spirit::read_string_or_throw(json, held.json);
        Object edited = held.json.get_obj();
-       filter_add_eq_item(edited, long_text.c_str(), held.json);
-       filter_remove_item(edited, "none");
-       generate_eq_and_filter(edited, held.json.get_obj(), {"op", "v"});
-       generate_filter_from_obj(held.json.get_obj(), held.filter);
+       std::vector<Value> const members{"op", "v"};
+       std::string op;
+       EXPECT_NO_THROW({  // whatever is short
+         item_get_op(edited, op);
+         filter_add_eq_item(edited, long_text.c_str(), held.json);
+         filter_add_eq_item(edited, long_text.c_str(), members, long_text.c_str());
+         filter_add_eq_item(edited, long_text.c_str(), edited, true);
+         generate_eq_item(long_text.c_str(), edited, long_text.c_str(), edited);
+         item_set_key(edited, long_text.c_str());
+         filter_remove_item(edited, "none");
+         generate_eq_and_filter(edited, held.json.get_obj(), members);
+         generate_filter_from_obj(held.json.get_obj(), held.filter);
+       });
        render(held.filter);
      }},
     {"parse and convert a request",

@@ -2,10 +2,12 @@
 
 #include <algorithm>
 #include <exception>
+#include <string_view>
 #include <utility>
 
 #include "backup/utils/sql/detail/set_condition.h"
 #include "backup/utils/sql/detail/sql_log.h"
+#include "backup/utils/sql/detail/sql_new.h"
 
 using json_spirit::Array;
 using json_spirit::Object;
@@ -23,18 +25,42 @@ void report_exception(char const* format, std::exception const& exception, int l
   sql_log::report({source_file, line}, LM_ERROR, 0, format, exception.what());
 }
 
-void set_item(Object& item, char const* op, char const* key, Value&& operand) {
-  Value name(op);
-  Value column(key);
-  item["op"] = std::move(name);
-  item["k"] = std::move(column);
+// `value`: what a Value is made of.
+template <class T>
+bool set_member(Object& object, char const* name, T const& value) {
+  return without_throwing([&] {
+    object[name] = Value(value);
+    return true;
+  });
+}
+
+Object make_item(char const* op, char const* key, Value&& operand) {
+  Object item;
+  item["op"] = Value(op);
+  item["k"] = Value(key);
   item["v"] = std::move(operand);
+  return item;
+}
+
+// Moves members into an object, over those of the same names. What an argument may point into ends last.
+void set_members(Object& object, Object&& members) noexcept {
+  while (!members.empty()) {
+    auto member = members.extract(members.begin());
+    auto const present = object.find(member.key());
+    if (present == object.end()) {
+      object.insert(std::move(member));
+    } else {
+      present->second = std::move(member.mapped());
+    }
+  }
 }
 
 bool generate_item(char const* op, char const* key, Value const& value, Object& item) {
   if (!check(op, "op") || !check(key, "key")) return false;
-  set_item(item, op, key, Value(value));
-  return true;
+  return without_throwing([&] {
+    set_members(item, make_item(op, key, Value(value)));
+    return true;
+  });
 }
 
 // The members `name` of the objects, each passed to `take`; throws for an element without it.
@@ -44,7 +70,7 @@ void for_each_member(std::vector<Value> const& objects, char const* name, Take t
   for (Value const& object : objects) take(object.get_obj().at(key));
 }
 
-bool is_item_with_key(Value const& member, std::string const& key) {
+bool is_item_with_key(Value const& member, std::string_view key) {
   if (member.type() != json_spirit::obj_type) return false;
   std::string const* const found = item_get_key(member.get_obj());
   return found != nullptr && *found == key;
@@ -53,9 +79,7 @@ bool is_item_with_key(Value const& member, std::string const& key) {
 bool add_item(Object& filter, char const* op, char const* key, Value&& operand) {
   Array* const items = filter_get_items(filter);
   if (items == nullptr) return false;
-  Object item;
-  set_item(item, op, key, std::move(operand));
-  items->emplace_back(std::move(item));
+  items->emplace_back(make_item(op, key, std::move(operand)));
   return true;
 }
 
@@ -67,9 +91,7 @@ bool add_members_item(Object& filter, char const* op, char const* key, std::vect
   try {
     Array values;
     for_each_member(objs, val_key, [&values](Value const& value) { values.push_back(value); });
-    Object object;
-    set_item(object, op, key, std::move(values));
-    *item = std::move(object);
+    *item = make_item(op, key, std::move(values));
     return true;
   } catch (std::exception const& exception) {
     report_exception("Failed to generate object array item: %s\n", exception);
@@ -79,10 +101,12 @@ bool add_members_item(Object& filter, char const* op, char const* key, std::vect
 
 bool add_object_item(Object& filter, char const* op, char const* key, Object const& obj, bool use_keys) {
   if (!check(op, "op") || !check(key, "key")) return false;
-  Array values;
-  values.reserve(obj.size());
-  for (auto const& [name, value] : obj) values.push_back(use_keys ? Value(name) : value);
-  return add_item(filter, op, key, std::move(values));
+  return without_throwing([&] {
+    Array values;
+    values.reserve(obj.size());
+    for (auto const& [name, value] : obj) values.push_back(use_keys ? Value(name) : value);
+    return add_item(filter, op, key, std::move(values));
+  });
 }
 
 bool generate_filter_of_members(Object& filter, char const* filter_op, char const* item_op, Object const& obj,
@@ -146,18 +170,35 @@ bool convert_object(Object const& object, Filter_SQL& filter, std::vector<Group>
     sql_log::unexpected({source_file}, "Unexpected error in %s:%d, *val is not array!\n", source_file, __LINE__);
     return false;
   }
-  Filter_SQL* sub_filter = nullptr;
+  groups.push_back({&operand->get_array(), 0, nullptr});  // first, for it may fail
+  Filter_SQL*& sub_filter = groups.back().filter;
   if (is_and) {
     sub_filter = filter.add_and_filter();
   } else {
     sub_filter = filter.add_or_filter();
   }
-  if (sub_filter == nullptr) {
-    sql_log::unexpected({source_file}, "Unexpected error in %N:%l, sub_filter_sql is NULL:\n%?\n");
-    return false;
+  if (sub_filter != nullptr) return true;
+  groups.pop_back();
+  sql_log::unexpected({source_file}, "Unexpected error in %N:%l, sub_filter_sql is NULL:\n%?\n");
+  return false;
+}
+
+// Converts the members of the groups, and of those in them.
+void convert_members(std::vector<Group>& groups) {
+  while (!groups.empty()) {
+    Group& group = groups.back();
+    if (group.next == group.members->size()) {
+      groups.pop_back();
+      continue;
+    }
+    Value const& member = (*group.members)[group.next++];
+    Filter_SQL& target = *group.filter;
+    if (member.type() == json_spirit::obj_type) {
+      convert_object(member.get_obj(), target, groups);
+    } else if (member.type() == json_spirit::str_type) {
+      target.add_sql(member.get_str().c_str(), true);
+    }
   }
-  groups.push_back({&operand->get_array(), 0, sub_filter});
-  return true;
 }
 
 }  // namespace
@@ -166,9 +207,10 @@ std::string const* item_get_op(Object const& item) { return json_spirit::object_
 
 bool item_get_op(Object const& item, std::string& op) {
   std::string const* const found = item_get_op(item);
-  if (found == nullptr) return false;
-  op = *found;
-  return true;
+  return found != nullptr && without_throwing([&] {
+           op = *found;
+           return true;
+         });
 }
 
 std::string const* item_get_key(Object const& item) { return json_spirit::object_get_str(item, "k"); }
@@ -180,16 +222,9 @@ Value* item_get_value(Object& item) {
   return found == item.end() ? nullptr : &found->second;
 }
 
-bool item_set_key(Object& item, char const* key) {
-  if (!check(key, "key")) return false;
-  item["k"] = Value(key);
-  return true;
-}
+bool item_set_key(Object& item, char const* key) { return check(key, "key") && set_member(item, "k", key); }
 
-bool item_set_value(Object& item, Value const& value) {
-  item["v"] = Value(value);
-  return true;
-}
+bool item_set_value(Object& item, Value const& value) { return set_member(item, "v", value); }
 
 bool generate_eq_item(char const* key, Value const& value, Object& item) {
   return generate_item("EQ", key, value, item);
@@ -201,8 +236,10 @@ bool generate_ne_item(char const* key, Value const& value, Object& item) {
 
 bool generate_eq_item(char const* key, Object const& obj, char const* obj_key, Object& item) {
   if (!check(key, "key") || !check(obj_key, "obj_key")) return false;
-  Value const* const value = json_spirit::object_get_value(obj, obj_key);
-  return generate_item("EQ", key, value == nullptr ? Value() : *value, item);
+  return without_throwing([&] {
+    Value const* const value = json_spirit::object_get_value(obj, obj_key);
+    return generate_item("EQ", key, value == nullptr ? Value() : *value, item);
+  });
 }
 
 bool generate_eq_item(char const* key, std::vector<Value> const& objs, char const* obj_key, Object& item) {
@@ -222,17 +259,18 @@ bool generate_eq_item(char const* key, std::vector<Value> const& objs, char cons
 Array const* filter_get_items(Object const& filter) { return json_spirit::object_get_array(filter, "v"); }
 
 Array* filter_get_items(Object& filter) {
-  Value& items = filter.try_emplace("v", Array()).first->second;
-  return items.type() == json_spirit::array_type ? &items.get_array() : nullptr;
+  return without_throwing([&] {
+    Value& items = filter.try_emplace("v", Array()).first->second;
+    return items.type() == json_spirit::array_type ? &items.get_array() : nullptr;
+  });
 }
 
 Object const* filter_find_item(Object const& filter, char const* key) {
   if (!check(key, "key")) return nullptr;
   Array const* const items = filter_get_items(filter);
   if (items == nullptr) return nullptr;
-  std::string const wanted = key;
-  auto const found = std::find_if(items->begin(), items->end(),
-                                  [&wanted](Value const& member) { return is_item_with_key(member, wanted); });
+  auto const found =
+      std::find_if(items->begin(), items->end(), [key](Value const& member) { return is_item_with_key(member, key); });
   return found == items->end() ? nullptr : &found->get_obj();
 }
 
@@ -241,19 +279,24 @@ Object* filter_find_item(Object& filter, char const* key) {
 }
 
 Value* filter_add_item(Object& filter) {
-  Array* const items = filter_get_items(filter);
-  return items == nullptr ? nullptr : &items->emplace_back();
+  return without_throwing([&] {
+    Array* const items = filter_get_items(filter);
+    return items == nullptr ? nullptr : &items->emplace_back();
+  });
 }
 
 bool filter_add_item(Object& filter, char const* op, char const* key, Value const& value) {
-  return check(op, "op") && check(key, "key") && add_item(filter, op, key, Value(value));
+  if (!check(op, "op") || !check(key, "key")) return false;
+  return without_throwing([&] { return add_item(filter, op, key, Value(value)); });
 }
 
 bool filter_add_item(Object& filter, Value const& item) {
-  Array* const items = filter_get_items(filter);
-  if (items == nullptr) return false;
-  items->push_back(item);
-  return true;
+  return without_throwing([&] {
+    Array* const items = filter_get_items(filter);
+    if (items == nullptr) return false;
+    items->push_back(item);
+    return true;
+  });
 }
 
 bool filter_add_eq_item(Object& filter, char const* key, Value const& value) {
@@ -308,9 +351,8 @@ bool filter_remove_item(Object& filter, char const* key) {
   if (!check(key, "key")) return false;
   try {
     Array& items = json_spirit::object_get_array_or_throw(filter, "v");
-    std::string const wanted = key;
-    auto const found = std::find_if(items.begin(), items.end(), [&wanted](Value const& member) {
-      return member.type() == json_spirit::obj_type && member.get_obj().at("k").get_str() == wanted;
+    auto const found = std::find_if(items.begin(), items.end(), [key](Value const& member) {
+      return member.type() == json_spirit::obj_type && member.get_obj().at("k").get_str() == key;
     });
     if (found != items.end()) items.erase(found);
     return true;
@@ -322,16 +364,13 @@ bool filter_remove_item(Object& filter, char const* key) {
 
 bool generate_empty_filter(Object& filter, char const* op, char const* key) {
   if (!check(op, "op")) return false;
-  Value name(op);
-  Value group_key(key);  // both may point into what is dropped below
-  filter["op"] = std::move(name);
-  filter["v"] = Value(Array());
-  if (key != nullptr) {
-    filter["k"] = std::move(group_key);
-  } else {
-    filter.erase("k");
-  }
-  return true;
+  return without_throwing([&] {
+    Object members = {{"op", op}, {"v", Array()}};
+    if (key != nullptr) members["k"] = Value(key);
+    if (key == nullptr) filter.erase("k");
+    set_members(filter, std::move(members));
+    return true;
+  });
 }
 
 bool generate_and_filter(Object& filter) { return generate_empty_filter(filter, "AND", nullptr); }
@@ -343,21 +382,14 @@ bool generate_eq_and_filter(Object& filter, Object const& obj, std::vector<Value
 }
 
 bool generate_filter_from_obj(Object const& obj, Filter_SQL& filter) {
-  std::vector<Group> groups;
-  if (!convert_object(obj, filter, groups)) return false;
-  while (!groups.empty()) {
-    Group& group = groups.back();
-    if (group.next == group.members->size()) {
-      groups.pop_back();
-      continue;
-    }
-    Value const& member = (*group.members)[group.next++];
-    Filter_SQL& target = *group.filter;
-    if (member.type() == json_spirit::obj_type) {
-      convert_object(member.get_obj(), target, groups);
-    } else if (member.type() == json_spirit::str_type) {
-      target.add_sql(member.get_str().c_str(), true);
-    }
-  }
-  return true;
+  Filter_SQL const* added = nullptr;
+  bool const is_converted = without_throwing([&] {
+    std::vector<Group> groups;
+    if (!convert_object(obj, filter, groups)) return false;
+    if (!groups.empty()) added = groups.front().filter;
+    convert_members(groups);
+    return true;
+  });
+  if (!is_converted && added != nullptr) filter.remove_item(added);  // half of a group would choose more
+  return is_converted;
 }

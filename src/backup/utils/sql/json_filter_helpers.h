@@ -16,7 +16,9 @@
 ///
 /// The functions report by their result. A text argument that is null or empty is reported to the log and changes
 /// nothing; other failures are logged as told at the function. Nothing is rolled back. Pointers returned point into the
-/// document and are valid until it is next changed. No function throws but for want of memory, nor recurses.
+/// document and are valid until it is next changed. No function throws or recurses. One that runs out of memory gives
+/// false or null with errno ENOMEM, or as told at the function, and leaves the document as it was; a missing list of
+/// members may be there then, empty.
 
 /// The member "op", or null when it is absent or no string.
 BACKUP_SQL_API std::string const* item_get_op(json_spirit::Object const& item);
@@ -94,8 +96,9 @@ BACKUP_SQL_API bool generate_eq_and_filter(json_spirit::Object& filter, json_spi
                                            std::vector<json_spirit::Value> const& keys);
 
 /// Adds the conditions of a document to `filter`, after what it holds. False with nothing added when `obj` has no
-/// string "op" or no "v", or when it is a group whose "v" is no array (logged). A bad member never fails its group; an
-/// item without a key is left out.
+/// string "op" or no "v", when it is a group whose "v" is no array (logged), or when memory is short (errno ENOMEM). A bad
+/// member never fails its group; an item without a key is left out, and a condition that a filter's adder has no memory
+/// for (logged).
 ///
 /// By the operand: an array becomes IN for "EQ" and NOT IN for any other operator name, deliberately; a text on a uuid
 /// key is compared as 16 bytes; everything else as it is. A uuid key is "uuid", "uid", "incarnation" or ends in

@@ -8,15 +8,15 @@
 
 #include "backup/utils/sql/sql.h"
 
-/// Calls `make`, which makes an object and puts it where it belongs, and returns its pointer. Null with errno ENOMEM
-/// when memory is short; `make` leaves nothing behind then, since whatever it made is owned from the start.
+/// The result of `make`, which makes something and puts it where it belongs. Null or false with errno ENOMEM when
+/// memory is short; `make` leaves nothing behind then, since whatever it made is owned from the start.
 template <class Make>
 auto without_throwing(Make make) noexcept -> decltype(make()) {
   try {
     return make();
   } catch (std::bad_alloc const&) {
     errno = ENOMEM;
-    return nullptr;
+    return {};
   }
 }
 

@@ -182,10 +182,14 @@ TEST(SQL_Filter_Parser, nested_query_strings_are_read_once) {
 
 TEST(SQL_Filter_Parser, a_request_cannot_cost_the_square_of_its_size) {
   // Each level takes one escape off, and would read the rest of the text again.
-  std::string staircase;
-  for (int i = 0; i < 100000; ++i) staircase += "AND=";
-  staircase += "size=1%";
-  for (int i = 0; i < 100000; ++i) staircase += "25";
+  auto const staircase_of = [](int levels) {
+    std::string text;
+    for (int i = 0; i < levels; ++i) text += "AND=";
+    text += "size=1%";
+    for (int i = 0; i < levels; ++i) text += "25";
+    return text;
+  };
+  std::string const staircase = staircase_of(100000);
   Log_Capture log;
   SQL_Filter_Parser parser(filters);
   And_Filter_SQL filter;
@@ -193,8 +197,13 @@ TEST(SQL_Filter_Parser, a_request_cannot_cost_the_square_of_its_size) {
   Object object;
   EXPECT_FALSE(parser.convert_kv_to_params("AND", staircase, object));
 
-  // Groups escaped level by level, each with a member behind it, are read whole.
-  std::string layered = "size=1";
+  // One that is read alone, two are too much.
+  Value const short_staircase = staircase_of(2000);
+  EXPECT_TRUE(parser.parse_filter_i("AND", short_staircase, &filter));
+  EXPECT_FALSE(parser.parse_filter_i("AND", Object{{"AND", short_staircase}, {"OR", short_staircase}}, &filter));
+
+  // Groups escaped level by level, each with a member behind it, are read whole: 40 times 500 KB.
+  std::string layered = "size=1" + std::string(500000, 'x');
   for (int i = 0; i < 40; ++i) {
     std::string escaped;
     for (char const c : layered) escaped += c == '%' ? "%25" : c == '&' ? "%26" : c == '=' ? "%3D" : std::string(1, c);

@@ -96,9 +96,9 @@ BACKUP_SQL_API bool generate_eq_and_filter(json_spirit::Object& filter, json_spi
                                            std::vector<json_spirit::Value> const& keys);
 
 /// Adds the conditions of a document to `filter`, after what it holds. False with nothing added when `obj` has no
-/// string "op" or no "v", when it is a group whose "v" is no array (logged), or when memory is short (errno ENOMEM). A bad
-/// member never fails its group; an item without a key is left out, and a condition that a filter's adder has no memory
-/// for (logged).
+/// string "op" or no "v", when it is a group whose "v" is no array (logged), or when memory is short (errno ENOMEM). A
+/// bad member never fails its group; an item without a key is left out, and a condition that a filter's adder has no
+/// memory for (logged).
 ///
 /// By the operand: an array becomes IN for "EQ" and NOT IN for any other operator name, deliberately; a text on a uuid
 /// key is compared as 16 bytes; everything else as it is. A uuid key is "uuid", "uid", "incarnation" or ends in

@@ -202,24 +202,26 @@ void SQL_Filter_Parser::start(unsigned int flags) {
 
 bool SQL_Filter_Parser::parse(std::map<std::string, std::string> const& params, unsigned int flags) {
   start(flags);
+  Read_Allowance allowance;
   for (auto const& [key, value] : params) {
-    if (!parse_pair(key, Value(value))) report_failure(key, value);
+    if (!parse_pair(key, Value(value), allowance)) report_failure(key, value);
   }
   return true;
 }
 
 bool SQL_Filter_Parser::parse(Object const& params, unsigned int flags) {
   start(flags);
+  Read_Allowance allowance;
   for (auto const& [key, value] : params) {
-    if (!parse_pair(key, value)) report_failure(key, value_text(value));
+    if (!parse_pair(key, value, allowance)) report_failure(key, value_text(value));
   }
   return true;
 }
 
 // A control, else a condition where there can be one; false for a condition that failed.
-bool SQL_Filter_Parser::parse_pair(std::string const& key, Value const& value) {
+bool SQL_Filter_Parser::parse_pair(std::string const& key, Value const& value, Read_Allowance& allowance) {
   if (parse_control_i(key, value)) return true;
-  return filter_ == nullptr || filters_ == nullptr || parse_filter_i(key, value, filter_);
+  return filter_ == nullptr || filters_ == nullptr || parse_filter(key, value, filter_, allowance);
 }
 
 bool SQL_Filter_Parser::parse_control_i(std::string const& key, Value const& value) {
@@ -228,6 +230,12 @@ bool SQL_Filter_Parser::parse_control_i(std::string const& key, Value const& val
 }
 
 bool SQL_Filter_Parser::parse_filter_i(std::string const& key, Value const& value, Filter_SQL* target) {
+  Read_Allowance allowance;
+  return parse_filter(key, value, target, allowance);
+}
+
+bool SQL_Filter_Parser::parse_filter(std::string const& key, Value const& value, Filter_SQL* target,
+                                     Read_Allowance& allowance) {
   struct Level {
     Object::const_iterator next;
     Object::const_iterator end;
@@ -247,7 +255,7 @@ bool SQL_Filter_Parser::parse_filter_i(std::string const& key, Value const& valu
       auto const add = [this](std::string const& k, std::string const& v, Filter_SQL* f) {
         return parse_condition(k, Value(v), *f);
       };
-      return request_text::walk_query_string(operand.get_str(), group, add, add_group);
+      return request_text::walk_query_string(operand.get_str(), group, allowance, add, add_group);
     }
     sql_log::report({source_file}, LM_ERROR, 0, "Invalid AND/OR filter value type '%d'.\n",
                     static_cast<int>(operand.type()));
@@ -314,10 +322,11 @@ bool SQL_Filter_Parser::control(Select_SQL& select) const {
 
 Object SQL_Filter_Parser::convert_qs_to_params(std::map<std::string, std::string> const& params) const {
   Object object;
+  Read_Allowance allowance;
   for (auto const& [key, value] : params) {
     if (key == "limit" || key == "offset") {
       object[key] = request_text::read_integer(value);
-    } else if (!convert_kv_to_params(key, value, object)) {
+    } else if (!convert_pair(key, value, object, allowance)) {
       report_failure(key, value);
     }
   }
@@ -325,6 +334,12 @@ Object SQL_Filter_Parser::convert_qs_to_params(std::map<std::string, std::string
 }
 
 bool SQL_Filter_Parser::convert_kv_to_params(std::string const& key, std::string const& value, Object& params) const {
+  Read_Allowance allowance;
+  return convert_pair(key, value, params, allowance);
+}
+
+bool SQL_Filter_Parser::convert_pair(std::string const& key, std::string const& value, Object& params,
+                                     Read_Allowance& allowance) const {
   auto const convert = [this](std::string const& k, std::string const& v, Object* object) {
     (*object)[k] = convert_value(k, v);
     return true;
@@ -337,7 +352,7 @@ bool SQL_Filter_Parser::convert_kv_to_params(std::string const& key, std::string
   if (!request_text::is_group(key)) return convert(key, value, &params);
   // A copy, for `value` may be the text of the very member that becomes the group.
   std::string const members = value;  // NOLINT(performance-unnecessary-copy-initialization)
-  return request_text::walk_query_string(members, open(key, &params), convert, open);
+  return request_text::walk_query_string(members, open(key, &params), allowance, convert, open);
 }
 
 // The JSON value of one pair, typed by the table.

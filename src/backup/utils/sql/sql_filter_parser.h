@@ -11,6 +11,9 @@
 
 class Select_SQL;
 class Where_SQL;
+namespace request_text {
+class Read_Allowance;
+}
 
 /// Turns the parameters of a request into conditions of a filter and into sorting and paging for a SELECT. Safe for a
 /// stranger's input: only keys of the caller's table become conditions, under the columns that the table names, and
@@ -30,7 +33,8 @@ class Where_SQL;
 /// into the conditions.
 ///
 /// Cost: linear in the request, groups of any depth without recursion. A group in a query string whose text has escapes
-/// is read again for each level inside it; a pair whose groups come to more than 16 MiB and 256 times its text fails.
+/// is read again for each level inside it; once such groups of a request come to more than 16 MiB and 256 times the
+/// text of its groups, the pairs that hold more of them fail.
 class BACKUP_SQL_API SQL_Filter_Parser {
 public:
   /// What an allowed key stands for. A table ends with an entry of null key and all zero.
@@ -113,8 +117,14 @@ public:
   bool convert_kv_to_params(std::string const& key, std::string const& value, json_spirit::Object& params) const;
 
 private:
+  using Read_Allowance = request_text::Read_Allowance;
+
   void start(unsigned int flags);
-  bool parse_pair(std::string const& key, json_spirit::Value const& value);
+  bool parse_pair(std::string const& key, json_spirit::Value const& value, Read_Allowance& allowance);
+  bool parse_filter(std::string const& key, json_spirit::Value const& value, Filter_SQL* target,
+                    Read_Allowance& allowance);
+  bool convert_pair(std::string const& key, std::string const& value, json_spirit::Object& params,
+                    Read_Allowance& allowance) const;
   bool parse_condition(std::string const& key, json_spirit::Value const& value, Filter_SQL& target) const;
   Filter const& allowed(std::string const& key, Item_SQL::Item_Op& op, std::string& plain_key) const;
   json_spirit::Value convert_value(std::string const& key, std::string const& text) const;

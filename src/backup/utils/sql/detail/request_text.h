@@ -22,6 +22,24 @@ bool read_boolean(std::string const& text);
 /// The pieces between commas, empty ones dropped.
 std::vector<std::string> read_list(std::string const& text);
 
+/// How much text of groups a request may have read: 16 MiB, and 256 times the text that it holds. Groups with escapes
+/// to take off are read again at each level, so without a bound a text that takes off a little at each of many levels
+/// would cost the square of its size.
+class Read_Allowance {
+public:
+  /// The request holds so much more text.
+  void add_text(std::size_t size) { left_ += 256 * size; }
+  /// False when so much may not be read any more.
+  bool read(std::size_t size) {
+    if (size > left_) return false;
+    left_ -= size;
+    return true;
+  }
+
+private:
+  std::size_t left_ = std::size_t{16} << 20;
+};
+
 inline bool is_group(std::string const& key) { return key == "AND" || key == "OR"; }
 
 /// True when `pair`, the first of `text`, is the whole text as it stands, nothing in it escaped. Then the same is true
@@ -51,16 +69,15 @@ bool walk_literal(std::string const& text, Target* target, Pair pair, Group grou
 /// False, at once, when `pair` gives false or `group` null.
 ///
 /// No recursion on the depth of groups. Literal groups cost nothing but their keys; each group with escapes to take off
-/// reads its text again, so a text that takes off a little at each of many levels would cost the square of its size:
-/// false as well once the groups read come to 16 MiB and 256 times the text.
+/// has its text read again: false as well once `allowance` does not allow that.
 template <class Target, class Pair, class Group>
-bool walk_query_string(std::string const& text, Target* target, Pair pair, Group group) {
+bool walk_query_string(std::string const& text, Target* target, Read_Allowance& allowance, Pair pair, Group group) {
   struct Level {
     HTTP_Query_String_Iterator next;
     Target* target;
   };
   HTTP_Query_String_Iterator const end(nullptr, 0);
-  std::size_t readable = (std::size_t{16} << 20) + 256 * text.size();
+  allowance.add_text(text.size());
   std::vector<Level> levels;
   levels.push_back({HTTP_Query_String_Iterator(text, 0), target});
   while (!levels.empty()) {
@@ -78,8 +95,7 @@ bool walk_query_string(std::string const& text, Target* target, Pair pair, Group
       continue;
     }
     target = group(key, target);
-    if (target == nullptr || value.size() > readable) return false;
-    readable -= value.size();
+    if (target == nullptr || !allowance.read(value.size())) return false;
     HTTP_Query_String_Iterator members(value, 0);
     if (members == end) continue;
     if (!is_literal(value, *members)) {

@@ -79,9 +79,9 @@ private:
       if (kind == as_it_stands) room_ -= piece.size();
       if (kind == text_to_fit) sizes[count++] = piece.size();
     });
-    std::sort(sizes.begin(), sizes.begin() + count);
-    for (std::size_t i = 0; i < count; ++i) {
-      longest_ = std::min(longest_, room_ / (count - i));
+    std::sort(sizes.begin(), sizes.end());  // texts that are not there come first, and take nothing
+    for (std::size_t i = 0; i < most_texts; ++i) {
+      longest_ = std::min(longest_, room_ / (most_texts - i));
       room_ -= std::min(sizes[i], longest_);
       if (sizes[i] <= longest_) longest_ = record_size;  // what it leaves is for the others
     }

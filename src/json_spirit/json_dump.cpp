@@ -1,3 +1,4 @@
+#include "backup/runtime/detail/block_stack.h"
 #include "json_spirit/json_spirit.h"
 #include "json_spirit/rapidjson_setup.h"
 
@@ -30,10 +31,10 @@ public:
   void write(Value const& root) {
     write_value(root);
     while (!open_.empty()) {
-      if (open_.back().object != nullptr) {
-        write_next_member(open_.back());
+      if (open_.top().object != nullptr) {
+        write_next_member(open_.top());
       } else {
-        write_next_element(open_.back());
+        write_next_element(open_.top());
       }
     }
   }
@@ -50,7 +51,7 @@ private:
   void write_next_member(Level& level) {
     if (level.member == level.object->end()) {
       writer_.EndObject();
-      open_.pop_back();
+      open_.pop();
       return;
     }
     auto const& [key, value] = *level.member++;
@@ -61,7 +62,7 @@ private:
   void write_next_element(Level& level) {
     if (level.index == level.array->size()) {
       writer_.EndArray();
-      open_.pop_back();
+      open_.pop();
       return;
     }
     write_value((*level.array)[level.index++]);
@@ -72,11 +73,11 @@ private:
     switch (value.type()) {
       case obj_type:
         writer_.StartObject();
-        open_.push_back({&value.get_obj(), nullptr, value.get_obj().begin(), 0});
+        open_.push({&value.get_obj(), nullptr, value.get_obj().begin(), 0});
         break;
       case array_type:
         writer_.StartArray();
-        open_.push_back({nullptr, &value.get_array(), {}, 0});
+        open_.push({nullptr, &value.get_array(), {}, 0});
         break;
       case str_type: writer_.String(value.get_str().data(), value.get_str().size()); break;
       case secure_str_type: writer_.String(value.get_secure_str().data(), value.get_secure_str().size()); break;
@@ -109,7 +110,7 @@ private:
   }
 
   Writer& writer_;
-  std::vector<Level> open_;
+  backup::Block_Stack<Level> open_;
 };
 
 template <template <class, class, class, class, unsigned> class Writer>

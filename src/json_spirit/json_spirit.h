@@ -36,8 +36,8 @@ JSON_SPIRIT_API char const* value_type_to_string(Value_type type) noexcept;
 /// One JSON value: 40 bytes on 64-bit platforms. Texts that fit std::string's own buffer are held without an
 /// allocation. Integers keep their signedness: signed 1 and unsigned 1 differ. A value that held a secure string wipes
 /// it, inside the value as on the heap, when it is assigned to, moved from or destroyed. A reader called on another
-/// kind throws std::runtime_error, "value is of type string, not int". Copying may throw std::bad_alloc and leaves the
-/// target unchanged then.
+/// kind throws std::runtime_error, "value is of type string, not int". A reference that one gives is valid until the
+/// value is moved, assigned to or destroyed. Copying may throw std::bad_alloc and leaves the target unchanged then.
 class JSON_SPIRIT_API Value {
 public:
   Value() noexcept : bool_(false), type_(null_type), is_uint64_(false) {}
@@ -49,7 +49,7 @@ public:
   Value(Object const& object);
   Value(Object&& object);
   Value(Array const& array);
-  Value(Array&& array);
+  Value(Array&& array) noexcept;
   Value(bool value) noexcept;
   Value(int value) noexcept;
   Value(unsigned int value) noexcept;
@@ -98,7 +98,6 @@ public:
 
 private:
   struct Object_Box;
-  struct Array_Box;
   friend struct Value_Access;
 
   void destroy() noexcept;
@@ -106,7 +105,7 @@ private:
 
   union {
     Object_Box* object_;
-    Array_Box* array_;
+    Array array_;
     std::string str_;
     Secure_String secure_str_;
     bool bool_;

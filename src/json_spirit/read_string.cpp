@@ -1,3 +1,4 @@
+#include "backup/runtime/detail/block_stack.h"
 #include "json_spirit/json_spirit.h"
 #include "json_spirit/rapidjson_setup.h"
 
@@ -61,8 +62,8 @@ bool read_number(std::string_view number, Value& value) {
   return read_real(number, value);
 }
 
-// Takes the reader's events. The places it keeps are stable: containers stay where they are when their value moves, and
-// a member's place is used before the next one is made.
+// Takes the reader's events. The places it keeps are stable: nothing is added to a container while another is open in
+// it.
 class Value_Builder : public rapidjson::BaseReaderHandler<Utf8, Value_Builder> {
 public:
   Value_Builder(Value& root, Repeated_Members repeated) : root_(root), repeated_(repeated) {}
@@ -84,7 +85,7 @@ public:
     return true;
   }
   bool Key(char const* text, std::size_t size, bool /*copy*/) {
-    auto const member = open_.back().object->try_emplace(std::string(text, size));
+    auto const member = open_.top()->get_obj().try_emplace(std::string(text, size));
     member_ = &member.first->second;
     has_refused_ = !member.second && repeated_ == Repeated_Members::refused;
     return !has_refused_;
@@ -92,40 +93,42 @@ public:
   bool StartObject() {
     Value& value = place();
     value = Object();
-    open_.push_back({&value.get_obj(), nullptr});
+    open_.push(&value);
     return true;
   }
   bool StartArray() {
     Value& value = place();
     value = Array();
-    open_.push_back({nullptr, &value.get_array()});
+    open_.push(&value);
     return true;
   }
   bool EndObject(std::size_t /*count*/) { return end(); }
-  bool EndArray(std::size_t /*count*/) { return end(); }
+  bool EndArray(std::size_t /*count*/) {
+    fit(open_.top()->get_array());
+    return end();
+  }
 
 private:
-  // One of the two is null.
-  struct Level {
-    Object* object;
-    Array* array;
-  };
-
   bool end() {
-    open_.pop_back();
+    open_.pop();
     return true;
+  }
+  // Gives back what a long array has grown too large; of short ones there is less to gain than to do.
+  static void fit(Array& array) {
+    constexpr std::size_t is_long = 1024;
+    if (array.size() >= is_long && array.capacity() - array.size() > array.size() / 8) array.shrink_to_fit();
   }
   Value& place() {
     if (open_.empty()) return root_;
-    Array* const array = open_.back().array;
-    return array != nullptr ? array->emplace_back() : *member_;
+    Value& container = *open_.top();
+    return container.type() == array_type ? container.get_array().emplace_back() : *member_;
   }
 
   Value& root_;
   Repeated_Members repeated_;
   bool has_refused_ = false;
   Value* member_ = nullptr;
-  std::vector<Level> open_;
+  backup::Block_Stack<Value*> open_;
 };
 
 // Bytes of a well-formed escape, or of two that make a surrogate pair; 0 for the second half of a pair without its
@@ -181,21 +184,46 @@ Read_Error error_at(std::string const& text, std::size_t offset, char const* rea
   return error;
 }
 
-// The error's line is 0 when there is none.
-Read_Error read(std::string const& text, Value& root, Repeated_Members repeated) {
-  Value_Builder builder(root, repeated);
+// Looks at numbers only: the reader itself checks all else.
+struct Validator : rapidjson::BaseReaderHandler<Utf8, Validator> {
+  static bool RawNumber(char const* text, std::size_t size, bool /*copy*/) {
+    Value number;
+    return read_number({text, size}, number);
+  }
+};
+
+char const* reason_of(rapidjson::ParseErrorCode code, Validator const& /*handler*/) { return reason_of(code); }
+
+char const* reason_of(rapidjson::ParseErrorCode code, Value_Builder const& builder) {
+  return builder.has_refused() ? "the object has a member of this name already" : reason_of(code);
+}
+
+// Hands the reader's events to `handler`. The error's line is 0 when there is none.
+template <class Handler>
+Read_Error parse(std::string const& text, Handler& handler) {
   rapidjson::MemoryStream stream(text.data(), text.size());
   Throwing_Allocator allocator;
   rapidjson::GenericReader<Utf8, Utf8, Throwing_Allocator> reader(&allocator);
-  rapidjson::ParseResult const result = reader.Parse<parse_flags>(stream, builder);
+  rapidjson::ParseResult const result = reader.Parse<parse_flags>(stream, handler);
   std::size_t const end = result.IsError() ? result.Offset() : stream.Tell();
   // RapidJSON takes a zero byte for the end of the text.
   if (end < text.size() && text[end] == '\0') return error_at(text, end, "there is a zero byte in the text");
-  if (builder.has_refused()) return error_at(text, end, "the object has a member of this name already");
-  if (result.IsError()) return error_at(text, end, reason_of(result.Code()));
+  if (result.IsError()) return error_at(text, end, reason_of(result.Code(), handler));
   std::size_t const surrogate = find_lone_surrogate(text);
   if (surrogate == std::string::npos) return {};
   return error_at(text, surrogate, reason_of(rapidjson::kParseErrorStringUnicodeSurrogateInvalid));
+}
+
+Read_Error read(std::string const& text, Value& root, Repeated_Members repeated) {
+  // Of a large text no value is built in vain: it could take some hundred times the memory of the text.
+  constexpr std::size_t large = 65536;
+  if (text.size() >= large) {
+    Validator validator;
+    Read_Error error = parse(text, validator);
+    if (error.line != 0) return error;
+  }
+  Value_Builder builder(root, repeated);
+  return parse(text, builder);
 }
 
 }  // namespace

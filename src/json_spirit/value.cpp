@@ -6,6 +6,8 @@
 #include <type_traits>
 #include <utility>
 
+#include "backup/runtime/detail/block_stack.h"
+
 namespace json_spirit {
 
 static_assert(sizeof(void*) != 8 || sizeof(Value) <= 40);
@@ -25,31 +27,27 @@ char const* value_type_to_string(Value_type type) noexcept {
   return "unknown";
 }
 
-// A container's address stays when its value moves. `next` chains the boxes that wait for their end.
+// `next` chains the boxes that wait for their end.
 struct Value::Object_Box {
   Object map;
   Object_Box* next = nullptr;
-};
-struct Value::Array_Box {
-  Array array;
-  Array_Box* next = nullptr;
 };
 
 namespace {
 
 bool is_container(Value const& value) noexcept { return value.type() <= array_type; }
 
-// Containers whose content is still to be copied or compared. The pointers stay valid: a copied array has its full
-// capacity before its first element.
+// A container, and what it is copied to or compared with.
 template <class Other>
-using Container_Pairs = std::vector<std::pair<Value const*, Other*>>;
+struct Container_Pair {
+  Value const* first;
+  Other* second;
+};
 
-template <class Pairs>
-auto take_last(Pairs& pairs) {
-  auto const last = pairs.back();
-  pairs.pop_back();
-  return last;
-}
+// Those whose content is still to be copied or compared. The pointers stay valid: a copied array has its full capacity
+// before its first element.
+template <class Other>
+using Container_Pairs = backup::Block_Stack<Container_Pair<Other>>;
 
 }  // namespace
 
@@ -61,7 +59,7 @@ struct Value_Access {
   static void copy_children(Value const& from, Value& to, Container_Pairs<Value>& pending);
   static void copy_child(Value const& from, Value& to, Container_Pairs<Value>& pending) {
     if (is_container(from)) {
-      pending.emplace_back(&from, &to);
+      pending.push({&from, &to});
     } else {
       copy_leaf(from, to);
     }
@@ -77,43 +75,71 @@ struct Value_Access {
     secure_memset(&value.secure_str_, 0, sizeof(Secure_String));
   }
 
-  class Doomed_Boxes;
+  // What they give up, `value` has no more.
+  static Value::Object_Box* take_object(Value& value) noexcept {
+    value.type_ = null_type;
+    return value.object_;
+  }
+  static Array take_array(Value& value) noexcept {
+    Array array = std::move(value.array_);
+    end_array(value);
+    return array;
+  }
+  static void end_array(Value& value) noexcept {
+    value.type_ = null_type;
+    value.array_.~vector();
+  }
+
+  class Doomed;
 };
 
-// Ends containers one by one, each only after its own containers were cut off and chained: any depth, no allocation.
-class Value_Access::Doomed_Boxes {
+// Ends a container and all in it, of any depth, without recursion or allocation. The objects that are still to be ended
+// are chained. Of arrays one is worked off from its end; its first element is the array around it.
+class Value_Access::Doomed {
 public:
-  void add(Value& value) noexcept {
-    if (value.type_ == obj_type) {
-      value.object_->next = std::exchange(objects_, value.object_);
-    } else if (value.type_ == array_type) {
-      value.array_->next = std::exchange(arrays_, value.array_);
-    } else {
-      return;
-    }
-    value.type_ = null_type;
-  }
-  void end_all() noexcept {
-    while (objects_ != nullptr || arrays_ != nullptr) {
-      if (objects_ != nullptr) {
-        std::unique_ptr<Value::Object_Box> const box(std::exchange(objects_, objects_->next));
-        for (auto& member : box->map) add(member.second);
-      } else {
-        std::unique_ptr<Value::Array_Box> const box(std::exchange(arrays_, arrays_->next));
-        for (Value& element : box->array) add(element);
-      }
+  void end(Value& container) noexcept {
+    end_arrays(container);
+    while (objects_ != nullptr) {
+      std::unique_ptr<Value::Object_Box> const box(std::exchange(objects_, objects_->next));
+      for (auto& member : box->map) end_arrays(member.second);
     }
   }
 
 private:
+  // Ends the arrays at `value` and chains the objects.
+  void end_arrays(Value& value) noexcept {
+    Array current;  // empty outside of the outermost one
+    Value next(std::move(value));
+    for (;;) {
+      while (next.type_ == array_type && !next.array_.empty()) {
+        Array inner = take_array(next);
+        next = std::move(inner.front());
+        inner.front() = Value(std::move(current));
+        current = std::move(inner);
+      }
+      if (next.type_ == obj_type) {
+        Value::Object_Box* const box = take_object(next);
+        box->next = std::exchange(objects_, box);
+      } else if (next.type_ == array_type) {
+        end_array(next);
+      }
+      while (current.size() == 1) current = take_array(current.front());
+      if (current.empty()) return;
+      next = std::move(current.back());
+      current.pop_back();
+    }
+  }
+
   Value::Object_Box* objects_ = nullptr;
-  Value::Array_Box* arrays_ = nullptr;
 };
 
 void Value_Access::steal(Value& from, Value& to) noexcept {
   switch (from.type_) {
     case obj_type: to.object_ = from.object_; break;
-    case array_type: to.array_ = from.array_; break;
+    case array_type:
+      new (&to.array_) Array(std::move(from.array_));
+      from.array_.~vector();
+      break;
     case str_type:
       new (&to.str_) std::string(std::move(from.str_));
       from.str_.~basic_string();
@@ -153,9 +179,9 @@ void Value_Access::copy_children(Value const& from, Value& to, Container_Pairs<V
     }
   } else {
     to = Array();
-    Array& target = to.array_->array;
-    target.reserve(from.array_->array.size());
-    for (Value const& element : from.array_->array) copy_child(element, target.emplace_back(), pending);
+    Array& target = to.array_;
+    target.reserve(from.array_.size());
+    for (Value const& element : from.array_) copy_child(element, target.emplace_back(), pending);
   }
 }
 
@@ -163,7 +189,7 @@ void Value_Access::copy_tree(Value const& from, Value& to) {
   Container_Pairs<Value> pending;
   copy_children(from, to, pending);
   while (!pending.empty()) {
-    auto const [source, target] = take_last(pending);
+    auto const [source, target] = pending.take();
     copy_children(*source, *target, pending);
   }
 }
@@ -177,7 +203,7 @@ bool Value_Access::equal(Value const& a, Value const& b, Container_Pairs<Value c
     case int_type: return a.int_ == b.int_ && a.is_uint64_ == b.is_uint64_;
     case real_type: return a.real_ == b.real_;
     case null_type: return true;
-    default: pending.emplace_back(&a, &b); return true;
+    default: pending.push({&a, &b}); return true;
   }
 }
 
@@ -203,7 +229,7 @@ bool operator==(Value const& a, Value const& b) {
   Container_Pairs<Value const> pending;
   if (!Value_Access::equal(a, b, pending)) return false;
   while (!pending.empty()) {
-    auto const [x, y] = take_last(pending);
+    auto const [x, y] = pending.take();
     bool const same = x->type() == obj_type ? Value_Access::equal_objects(x->get_obj(), y->get_obj(), pending)
                                             : Value_Access::equal_arrays(x->get_array(), y->get_array(), pending);
     if (!same) return false;
@@ -217,8 +243,8 @@ Value::Value(std::string&& text) noexcept : str_(std::move(text)), type_(str_typ
 Value::Value(Secure_String const& text) : secure_str_(text), type_(secure_str_type), is_uint64_(false) {}
 Value::Value(Object const& object) : object_(new Object_Box{object}), type_(obj_type), is_uint64_(false) {}
 Value::Value(Object&& object) : object_(new Object_Box{std::move(object)}), type_(obj_type), is_uint64_(false) {}
-Value::Value(Array const& array) : array_(new Array_Box{array}), type_(array_type), is_uint64_(false) {}
-Value::Value(Array&& array) : array_(new Array_Box{std::move(array)}), type_(array_type), is_uint64_(false) {}
+Value::Value(Array const& array) : array_(array), type_(array_type), is_uint64_(false) {}
+Value::Value(Array&& array) noexcept : array_(std::move(array)), type_(array_type), is_uint64_(false) {}
 Value::Value(bool value) noexcept : bool_(value), type_(bool_type), is_uint64_(false) {}
 Value::Value(int value) noexcept : Value(static_cast<long long>(value)) {}
 Value::Value(unsigned int value) noexcept : Value(static_cast<unsigned long long>(value)) {}
@@ -258,9 +284,7 @@ void Value::destroy() noexcept {
   } else if (type_ == secure_str_type) {
     Value_Access::end_secure_str(*this);
   } else {
-    Value_Access::Doomed_Boxes boxes;
-    boxes.add(*this);
-    boxes.end_all();
+    Value_Access::Doomed().end(*this);
   }
 }
 
@@ -292,12 +316,12 @@ Object& Value::get_obj() {
 
 Array const& Value::get_array() const {
   check(array_type);
-  return array_->array;
+  return array_;
 }
 
 Array& Value::get_array() {
   check(array_type);
-  return array_->array;
+  return array_;
 }
 
 bool Value::get_bool() const {

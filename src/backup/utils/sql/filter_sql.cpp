@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <typeinfo>
 
+#include "backup/runtime/detail/block_stack.h"
 #include "backup/utils/sql/detail/sql_log.h"
 #include "backup/utils/sql/detail/sql_new.h"
 #include "backup/utils/sql/detail/sql_writer.h"
@@ -64,31 +65,28 @@ void Filter_SQL::get_sql_i(Database_Type db, std::string& sql, Bindings& binding
 void Filter_SQL::write_sql(SQL_Writer& out) const {
   struct Frame {
     Filter_SQL const* filter;
-    char const* separator;
     std::size_t next;
   };
   auto const open = [&out](Filter_SQL const* filter) {
-    char const* const separator = filter->separator();
-    bool const has_entries = separator != nullptr && !filter->items_.empty();
-    if (separator != nullptr && !has_entries) out << (filter->filter_type_ == FILTER_AND ? '1' : '0');
-    return Frame{filter, separator, has_entries ? 0 : filter->items_.size()};
+    bool const is_known = filter->has_known_type();
+    if (is_known && filter->items_.empty()) out << (filter->filter_type_ == FILTER_AND ? '1' : '0');
+    return Frame{filter, is_known ? 0 : filter->items_.size()};
   };
-  std::vector<Frame> around;
+  backup::Block_Stack<Frame> around;
   Frame frame = open(this);
   for (;;) {
     if (frame.next == frame.filter->items_.size()) {
       if (around.empty()) return;
       out.merge_bindings(*frame.filter);
       out << ')';
-      frame = around.back();
-      around.pop_back();
+      frame = around.take();
       continue;
     }
-    if (frame.next > 0) out << frame.separator;
+    if (frame.next > 0) out << (frame.filter->filter_type_ == FILTER_AND ? " AND " : " OR ");
     SQL const& entry = *frame.filter->items_[frame.next++];
     if (Filter_SQL const* const nested = plain_filter(entry)) {
       out << '(';
-      around.push_back(frame);
+      around.push(frame);
       frame = open(nested);
     } else {
       out.sub_statement(entry);
@@ -96,12 +94,11 @@ void Filter_SQL::write_sql(SQL_Writer& out) const {
   }
 }
 
-// Null, reported, for a filter type that is neither AND nor OR.
-char const* Filter_SQL::separator() const {
-  if (filter_type_ == FILTER_AND) return " AND ";
-  if (filter_type_ == FILTER_OR) return " OR ";
+// False, reported, for a filter type that is neither AND nor OR.
+bool Filter_SQL::has_known_type() const {
+  if (filter_type_ == FILTER_AND || filter_type_ == FILTER_OR) return true;
   sql_log::report({source_file}, LM_ERROR, 0, "Unknown filter type: %d\n", static_cast<int>(filter_type_));
-  return nullptr;
+  return false;
 }
 
 // `entry` as a filter that renders as this file has it; null for a caller's subclass too.

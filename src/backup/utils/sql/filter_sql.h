@@ -125,12 +125,12 @@ private:
   template <class List, class... Rest>
   In_Item_SQL* add_in_item_i(std::string const& key, List const& values, bool in, Rest... rest);
   void write_sql(SQL_Writer& out) const;
-  char const* separator() const;
+  bool has_known_type() const;
   static Filter_SQL const* plain_filter(SQL const& entry);
   static void release(Items& items) noexcept;
 
-  Items items_;
   Filter_Type filter_type_;
+  Items items_;
 };
 
 /// A filter joined by AND.

@@ -5,6 +5,7 @@
 #include <string_view>
 #include <utility>
 
+#include "backup/runtime/detail/block_stack.h"
 #include "backup/utils/sql/detail/set_condition.h"
 #include "backup/utils/sql/detail/sql_log.h"
 #include "backup/utils/sql/detail/sql_new.h"
@@ -112,9 +113,8 @@ bool add_object_item(Object& filter, char const* op, char const* key, Object con
 bool generate_filter_of_members(Object& filter, char const* filter_op, char const* item_op, Object const& obj,
                                 std::vector<Value> const& keys) {
   if (!check(filter_op, "filter_op") || !check(item_op, "item_op")) return false;
-  // What the group held lives on to the end: the object and the keys may be in it.
-  auto const held = filter.find("v");
-  Value const replaced = held == filter.end() ? Value() : std::move(held->second);
+  // What the group held lives on to the end, where it is: the object and the keys may be in it.
+  auto const held = filter.extract("v");
   try {
     if (!generate_empty_filter(filter, filter_op, nullptr)) return false;
     for (Value const& key : keys) {
@@ -157,7 +157,7 @@ struct Group {
 };
 
 // Converts one object: an item at once; a group only so far as to add its filter and push it on `groups`.
-bool convert_object(Object const& object, Filter_SQL& filter, std::vector<Group>& groups) {
+bool convert_object(Object const& object, Filter_SQL& filter, backup::Block_Stack<Group>& groups) {
   std::string const* const op = item_get_op(object);
   Value const* const operand = item_get_value(object);
   if (op == nullptr || operand == nullptr) return false;
@@ -170,25 +170,25 @@ bool convert_object(Object const& object, Filter_SQL& filter, std::vector<Group>
     sql_log::unexpected({source_file}, "Unexpected error in %s:%d, *val is not array!\n", source_file, __LINE__);
     return false;
   }
-  groups.push_back({&operand->get_array(), 0, nullptr});  // first, for it may fail
-  Filter_SQL*& sub_filter = groups.back().filter;
+  groups.push({&operand->get_array(), 0, nullptr});  // first, for it may fail
+  Filter_SQL*& sub_filter = groups.top().filter;
   if (is_and) {
     sub_filter = filter.add_and_filter();
   } else {
     sub_filter = filter.add_or_filter();
   }
   if (sub_filter != nullptr) return true;
-  groups.pop_back();
+  groups.pop();
   sql_log::unexpected({source_file}, "Unexpected error in %N:%l, sub_filter_sql is NULL:\n%?\n");
   return false;
 }
 
 // Converts the members of the groups, and of those in them.
-void convert_members(std::vector<Group>& groups) {
+void convert_members(backup::Block_Stack<Group>& groups) {
   while (!groups.empty()) {
-    Group& group = groups.back();
+    Group& group = groups.top();
     if (group.next == group.members->size()) {
-      groups.pop_back();
+      groups.pop();
       continue;
     }
     Value const& member = (*group.members)[group.next++];
@@ -384,9 +384,9 @@ bool generate_eq_and_filter(Object& filter, Object const& obj, std::vector<Value
 bool generate_filter_from_obj(Object const& obj, Filter_SQL& filter) {
   Filter_SQL const* added = nullptr;
   bool const is_converted = without_throwing([&] {
-    std::vector<Group> groups;
+    backup::Block_Stack<Group> groups;
     if (!convert_object(obj, filter, groups)) return false;
-    if (!groups.empty()) added = groups.front().filter;
+    if (!groups.empty()) added = groups.top().filter;
     convert_members(groups);
     return true;
   });

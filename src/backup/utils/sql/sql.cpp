@@ -2,8 +2,11 @@
 
 #include <ace/ACE.h>
 
+#include <algorithm>
+#include <cstring>
 #include <optional>
 #include <stdexcept>
+#include <utility>
 
 #include "backup/runtime/hex_string.h"
 #include "backup/runtime/uuid.h"
@@ -41,42 +44,48 @@ void log_value(std::string const& name, Binding_Value const& value) {
 
 }  // namespace
 
-SQL_Text::SQL_Text() noexcept : text_(nullptr) {}
-
-SQL_Text::SQL_Text(SQL_Text const& other) : text_(nullptr) { *this = other; }
+SQL_Text::SQL_Text(SQL_Text const& other) { *this = other; }
 
 SQL_Text& SQL_Text::operator=(SQL_Text const& other) {
-  if (this != &other) set(other.text_, other.text_ == other.copy_.c_str());
+  if (this != &other) set(other.text_, other.text_ == other.copy_.get());
   return *this;
 }
-
-SQL_Text::~SQL_Text() = default;
 
 void SQL_Text::set(char const* text, bool copy) {
   if (!copy || text == nullptr) {
     text_ = text;
     return;
   }
-  copy_ = text;
-  text_ = copy_.c_str();
+  std::size_t const size = std::strlen(text) + 1;
+  std::unique_ptr<char[]> own(new char[size]);
+  std::copy_n(text, size, own.get());
+  text_ = own.get();
+  copy_ = std::move(own);
 }
 
 void SQL_Text::clear() noexcept {
   text_ = nullptr;
-  copy_.clear();
+  copy_.reset();
 }
 
-SQL::SQL(char const* sql, Type type, bool is_static) : type_(type), ref_count_(0) { sql_.set(sql, !is_static); }
+SQL::SQL(char const* sql, Type type, bool is_static) : ref_count_(0), type_(type) { sql_.set(sql, !is_static); }
 
 SQL::SQL(SQL const& other)
-    : sql_(other.sql_), count_sql_(other.count_sql_), type_(other.type_), bindings_(other.bindings_), ref_count_(0) {}
+    : sql_(other.sql_),
+      extras_(other.extras_ == nullptr ? nullptr : std::make_unique<Extras>(*other.extras_)),
+      ref_count_(0),
+      type_(other.type_) {}
 
 SQL::~SQL() = default;
 
+SQL::Extras& SQL::extras() {
+  if (extras_ == nullptr) extras_ = std::make_unique<Extras>();
+  return *extras_;
+}
+
 void SQL::clear() {
   sql_.clear();
-  count_sql_.clear();
-  bindings_.clear();
+  extras_.reset();
 }
 
 bool SQL::empty() const { return sql_.empty(); }
@@ -91,8 +100,8 @@ void SQL::write_sql(SQL_Writer& out) const {
 
 void SQL::get_count_sql_i(Database_Type db, std::string& sql, Bindings& /*bindings*/,
                           unsigned long long& /*index*/) const {
-  if (count_sql_.get() != nullptr) {
-    sql = count_sql_.get();
+  if (count_sql() != nullptr) {
+    sql = count_sql();
     return;
   }
   sql = get_count_sql_prefix(db);
@@ -106,10 +115,10 @@ void SQL::get_count_sql_i(Database_Type db, std::string& sql, Bindings& /*bindin
 
 SQL& SQL::operator=(SQL const& other) {
   if (this != &other) {
+    auto extras = other.extras_ == nullptr ? nullptr : std::make_unique<Extras>(*other.extras_);
     sql_ = other.sql_;
-    count_sql_ = other.count_sql_;
+    extras_ = std::move(extras);
     type_ = other.type_;
-    bindings_ = other.bindings_;
   }
   return *this;
 }
@@ -120,12 +129,12 @@ SQL& SQL::sql(char const* text, bool is_static) {
 }
 
 SQL& SQL::count_sql(char const* text, bool is_static) {
-  count_sql_.set(text, !is_static);
+  if (text != nullptr || extras_ != nullptr) extras().count_sql.set(text, !is_static);
   return *this;
 }
 
 char const* SQL::sql() const { return sql_.get(); }
-char const* SQL::count_sql() const { return count_sql_.get(); }
+char const* SQL::count_sql() const { return extras_ == nullptr ? nullptr : extras_->count_sql.get(); }
 SQL::Type SQL::type() const { return type_; }
 
 std::string& SQL::get_sql(Database_Type db, std::string& sql, Bindings& bindings) const {
@@ -161,7 +170,7 @@ std::string& SQL::get_count_sql(Database_Type db, std::string& sql, Bindings& bi
                                 unsigned long long& index) const {
   sql.reserve(reserved_characters);
   get_count_sql_i(db, sql, bindings, index);
-  merge_bindings(bindings, count_sql_.get() != nullptr);
+  merge_bindings(bindings, count_sql() != nullptr);
   return sql;
 }
 
@@ -177,7 +186,8 @@ std::string& SQL::get_count_sql(Database_Type db, std::string& sql, std::vector<
 }
 
 void SQL::merge_bindings(Bindings& bindings, bool without_paging) const {
-  for (auto const& [name, value] : bindings_) {
+  if (extras_ == nullptr) return;
+  for (auto const& [name, value] : extras_->bindings) {
     if (without_paging && (name == ":limit" || name == ":offset")) continue;
     bindings.insert_or_assign(name, value);
   }
@@ -190,7 +200,7 @@ char const* SQL::get_count_sql_prefix(Database_Type db) const {
 char const* SQL::get_count_sql_suffix(Database_Type db) const { return db == DB_MYSQL ? ") AS sum" : ")"; }
 
 SQL& SQL::bind(std::string const& name, Binding_Value const& value) {
-  bindings_.insert_or_assign(name, value);
+  extras().bindings.insert_or_assign(name, value);
   return *this;
 }
 
@@ -240,7 +250,7 @@ SQL& SQL::bind_new_uuid(std::string const& name) {
 }
 
 SQL& SQL::unbind(std::string const& name) {
-  bindings_.erase(name);
+  if (extras_ != nullptr) extras_->bindings.erase(name);
   return *this;
 }
 

@@ -5,6 +5,7 @@
 #include <ace/Thread_Mutex.h>
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -18,10 +19,10 @@ class SQL_Writer;
 /// A text kept by pointer, the caller's or an own copy. Copying copies an own text and shares a caller's.
 class BACKUP_SQL_API SQL_Text {
 public:
-  SQL_Text() noexcept;
+  SQL_Text() noexcept = default;
   SQL_Text(SQL_Text const& other);
   SQL_Text& operator=(SQL_Text const& other);
-  ~SQL_Text();
+  ~SQL_Text() = default;
 
   /// With `copy` keeps a copy, without it the pointer, whose text must outlive every use. Null is kept as null.
   void set(char const* text, bool copy);
@@ -31,8 +32,8 @@ public:
   bool empty() const noexcept { return text_ == nullptr || *text_ == '\0'; }
 
 private:
-  char const* text_;
-  std::string copy_;
+  char const* text_ = nullptr;
+  std::unique_ptr<char[]> copy_;
 };
 
 /// Base of everything that renders itself as SQL text, and by itself a plain text fragment.
@@ -145,9 +146,15 @@ private:
   void write_sql(SQL_Writer& out) const;
   void merge_bindings(Bindings& bindings, bool without_paging) const;
 
+  // What few objects have: most are parts of a filter, of which a request may ask for many.
+  struct Extras {
+    SQL_Text count_sql;
+    Bindings bindings;
+  };
+  Extras& extras();
+
   SQL_Text sql_;
-  SQL_Text count_sql_;
-  Type type_;
-  Bindings bindings_;
+  std::unique_ptr<Extras> extras_;
   ACE_Atomic_Op<ACE_Thread_Mutex, long> ref_count_;
+  Type type_;  // last: what a subclass has first may share its word
 };

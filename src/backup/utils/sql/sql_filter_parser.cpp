@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "backup/runtime/detail/block_stack.h"
 #include "backup/runtime/uuid.h"
 #include "backup/utils/sql/detail/request_text.h"
 #include "backup/utils/sql/detail/set_condition.h"
@@ -241,14 +242,14 @@ bool SQL_Filter_Parser::parse_filter(std::string const& key, Value const& value,
     Object::const_iterator end;
     Filter_SQL* target;
   };
-  std::vector<Level> levels;
+  backup::Block_Stack<Level> levels;
   // Handles one pair; the members of an object are left to the loop below.
   auto const handle = [&](std::string const& name, Value const& operand, Filter_SQL* filter) {
     if (!request_text::is_group(name)) return parse_condition(name, operand, *filter);
     Filter_SQL* const group = add_group(name, filter);
     if (group == nullptr) return false;
     if (operand.type() == json_spirit::obj_type) {
-      levels.push_back({operand.get_obj().begin(), operand.get_obj().end(), group});
+      levels.push({operand.get_obj().begin(), operand.get_obj().end(), group});
       return true;
     }
     if (operand.type() == json_spirit::str_type) {
@@ -263,9 +264,9 @@ bool SQL_Filter_Parser::parse_filter(std::string const& key, Value const& value,
   };
   if (target == nullptr || !handle(key, value, target)) return false;
   while (!levels.empty()) {
-    Level& level = levels.back();
+    Level& level = levels.top();
     if (level.next == level.end) {
-      levels.pop_back();
+      levels.pop();
       continue;
     }
     auto const& [name, operand] = *level.next++;

@@ -1,5 +1,6 @@
 # Installs the build tree, builds the README's first program from nothing but the install tree, and runs it. Fails too when
-# the README does not show the program, its CMakeLists.txt and its output as they are.
+# the README does not show the program, its CMakeLists.txt and its output as they are, and when a project that adds this
+# one as a part asks for packages that the library does not need.
 set(prefix "${WORK_DIR}/prefix")
 set(first_program_dir "${SOURCE_DIR}/examples/first_program")
 file(READ "${SOURCE_DIR}/README.md" readme)
@@ -27,3 +28,10 @@ execute_process(COMMAND "${CMAKE_COMMAND}" -S "${CMAKE_CURRENT_LIST_DIR}/consume
 execute_process(COMMAND "${CMAKE_COMMAND}" --build "${WORK_DIR}/build" --config "${CONFIG}" ${run_or_fail})
 execute_process(COMMAND "${WORK_DIR}/build/first_program/first_program" OUTPUT_VARIABLE output ${run_or_fail})
 expect_in_readme(text "${output}")
+
+set(needless)
+foreach(package IN ITEMS benchmark CLI11 GTest MariaDB SQLite3)
+  list(APPEND needless "-DCMAKE_DISABLE_FIND_PACKAGE_${package}=ON")
+endforeach()
+execute_process(COMMAND "${CMAKE_COMMAND}" -S "${CMAKE_CURRENT_LIST_DIR}/part" -B "${WORK_DIR}/part" -G "${GENERATOR}"
+                        "-DCMAKE_CXX_COMPILER=${CXX_COMPILER}" "-DPART_DIR=${SOURCE_DIR}" ${needless} OUTPUT_QUIET ${run_or_fail})

@@ -27,7 +27,7 @@ inline bool like_ignores_case(Database db) {
   return db == Database::sqlite;
 }  // of ASCII letters, whatever the collation
 inline bool lowers_beyond_ascii(Database db) { return db == Database::mariadb; }  // SQLite knows 26 letters
-// MariaDB under NO_BACKSLASH_ESCAPES too, unless an ESCAPE says otherwise.
+// MariaDB in columns of utf8mb4 under NO_BACKSLASH_ESCAPES too, unless an ESCAPE says otherwise.
 inline bool like_escapes_by_backslash(Database db) { return db == Database::mariadb; }
 }  // namespace differs
 

@@ -442,16 +442,16 @@ TEST(MySQL_Store, names_in_literals_and_comments_are_none) {
   EXPECT_EQ(rows_text(*store, tricky), R"(":a",":a's",":a",4,3)");
 }
 
-TEST(MySQL_Store, without_its_mode_a_backslash_would_end_a_literal_late) {
+TEST(MySQL_Store, without_its_mode_a_backslash_would_end_a_literal_early) {
   auto const store = open_empty(Database::mariadb);
   store->run("CREATE TABLE t(a TEXT)");
   store->run("INSERT INTO t VALUES ('row')");
   Select_SQL select("t");
-  select.and_filter()->add_in_item("a", Array{"\\", ") OR 1 -- "}, 0);
+  select.and_filter()->add_in_item("a", Array{"\\') OR 1 -- "}, 0);
   std::string text;
   std::vector<Binding_Value> none;
   select.get_sql(SQL::DB_MYSQL, text, none);
-  EXPECT_EQ(text, R"(SELECT * FROM `t` WHERE (`a` IN ('\',') OR 1 -- ')))");
+  EXPECT_EQ(text, R"(SELECT * FROM `t` WHERE (`a` IN ('\'') OR 1 -- ')))");
   EXPECT_EQ(rows_text(*store, select), "");
   store->run(
       "CREATE PROCEDURE run_without_mode(text TEXT) BEGIN SET @modes=@@sql_mode; SET sql_mode='';"

@@ -141,6 +141,8 @@ TEST(MySQL_Store, has_a_session_of_its_own_modes) {
       {" IGNORE INTO t VALUES (1000,2147483648,'abcd',0,'2026-02-30')", R"("999.99"2147483647"abc"0.0"0000-00-00")"},
   };
   for (auto const& [text, row] : cases) EXPECT_EQ(answer(strict, std::string("INSERT") + text + " RETURNING *"), row);
+  EXPECT_EQ(answer(strict, "UPDATE t SET d=1 WHERE c=0"), "refused");
+  EXPECT_EQ(answer(strict, "DELETE FROM t WHERE c=0 RETURNING b"), "202147483647");
   struct sigaction action {};
   sigaction(SIGPIPE, nullptr, &action);
   EXPECT_EQ(action.sa_handler, SIG_IGN);

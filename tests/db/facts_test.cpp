@@ -62,10 +62,8 @@ TEST(Condition, chooses_rows_by_the_kind_of_its_column) {
       {"c LIKE :v ESCAPE '|'", "%\xFE%", {"0", "0", "", "", "refused", "", ""}},
       {"()", {}, {"refused"}},
       {"c IN (inf)", {}, {"refused"}},
-      {"c IN (nan)", {}, {"refused"}},
       {"c=x'5f0c2b9e-3a41-4c1e-9d7a-1b2c3d4e5f60'", {}, {"refused"}},
       {"id=(SELECT COUNT(*) FROM () AS sum)", {}, {"refused"}},
-      {"1 ORDER BY  ASC", {}, {"refused"}},
       {"1 ORDER BY c ASC, ASC,id ASC", {}, {"refused"}},
   };
   for (std::size_t kind = 0; kind < std::size(kinds); ++kind) {

@@ -138,7 +138,7 @@ TEST_P(Hostile, values_are_one_token_and_choose_their_own_rows) {
       {"(q.q=p)", [](auto& s, auto& v) { ask_document(s, "t.group", v); }},
       {"(q.qw(l))", [](auto& s, auto& v) { ask_document(s, "t.group", Array{v}); }},
       {"(qwpwl)", search}};
-  insert({all.begin(), is_sqlite_ ? all.end() : no_utf8});  // MariaDB stores no others
+  insert({all.begin(), is_sqlite_ ? all.end() : no_utf8});  // MariaDB stores no others in a text
   for (auto at = all.begin(); at != all.end(); ++at) {
     std::string const& value = *at;
     bool const has_zero = value.find('\0') != std::string::npos;
@@ -148,7 +148,7 @@ TEST_P(Hostile, values_are_one_token_and_choose_their_own_rows) {
       auto const fill = [&, add = way](Select_SQL& select) { add(select, value); };
       EXPECT_EQ(token_kinds(text(fill)), std::string("wwwqw(q>=p)w") + kinds);
       bool const is_literal = std::strstr(kinds, "l)") != nullptr && way != search;
-      if (way == search && is_sqlite_ && (has_zero || at >= no_utf8)) continue;  // see below
+      if (way == search && is_sqlite_ && (has_zero || at >= no_utf8)) continue;  // see below, and facts_test.cpp
       bool const is_refused = is_literal && ((is_sqlite_ && has_zero) || (by_position_ && has_name));
       std::string expected = is_refused ? "refused" : "";
       for (std::size_t row = 0; row < rows_ && !is_refused; ++row) {
@@ -196,14 +196,10 @@ TEST_P(Hostile, sizes_end_in_rows_or_a_refusal) {
 }
 
 TEST_P(Hostile, texts_that_are_taken_for_others) {
-  insert({"a", "\xEF\xBF\xBD", "0", "?", "{\"a\":1}"});
+  insert({"a", "?", "{\"a\":1}"});
   auto const found = [&](std::string const& text) { return ids([&](auto& select) { search(select, text); }); };
-  EXPECT_EQ(found("\0"s), is_sqlite_ ? "1 2 3 4 5 " : "");  // LIKE ends at a zero byte
+  EXPECT_EQ(found("\0"s), is_sqlite_ ? "1 2 3 " : "");  // LIKE ends at a zero byte
   EXPECT_EQ(found("a\0b"s), is_sqlite_ ? "1 " : "");
-  EXPECT_EQ(found("\xFF"), is_sqlite_ ? "2 " : "");                       // U+FFFD
-  EXPECT_EQ(asked("group", Value(0)), is_sqlite_ ? "3 " : "1 2 3 4 5 ");  // texts as numbers
-  EXPECT_EQ(asked("IN_group", Value(Array{false})), is_sqlite_ ? "3 " : "1 2 3 4 5 ");
-  EXPECT_EQ(asked("IN_id", Value(Array{"1x"})), is_sqlite_ ? "" : "1 ");
   for (char const* const hex : {"6", "zz", "61,62", "61' OR '1'='1", "61')) OR 1=1 -- "}) {
     EXPECT_EQ(ids([&](auto& select) { select.and_filter()->add_in_uuid_item("group", {hex}); }), "refused");
   }
@@ -215,6 +211,6 @@ TEST_P(Hostile, texts_that_are_taken_for_others) {
     });
   };
   EXPECT_EQ(beside_open_mark("?"), "refused");
-  EXPECT_EQ(beside_open_mark(":2"), by_position_ ? "4 " : "refused");
-  EXPECT_EQ(asked("IN_group", Value(Array{Object{{"a", 1}}})), by_position_ ? "refused" : "5 ");
+  EXPECT_EQ(beside_open_mark(":2"), by_position_ ? "2 " : "refused");
+  EXPECT_EQ(asked("IN_group", Value(Array{Object{{"a", 1}}})), by_position_ ? "refused" : "3 ");
 }

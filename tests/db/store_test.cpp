@@ -53,14 +53,10 @@ class Store_Rows : public testing::TestWithParam<std::tuple<Database, Store::Bin
 protected:
   Store_Rows() {
     create("v(a {integer} UNIQUE, b {text})");
-    create(
-        "item(id {id}, name {text}, size {integer}, ratio {real}, flag {integer}, parent {integer}, note {text},"
-        " uuid {bytes})");
+    create("item(id {id}, name {text}, size {integer}, flag {integer}, parent {integer}, note {text})");
     store_.run(
-        "INSERT INTO item VALUES (1,'alpha',10,0.5,1,NULL,NULL,x'0f0e0d0c0b0a490887060504030201aa'),"
-        "(2,'O''Neil',20,1.5,0,1,'{\"a\":1}',x'0f0e0d0c0b0a490887060504030201bb'),"
-        "(3,'100%',30,NULL,1,1,'[1,\"x\"]',NULL),(4,'a_b|c',40,2.5,0,2,NULL,NULL),"
-        "(5,'ALPHA',10,NULL,1,2,'1000',NULL),(6,'axb',60,NULL,0,NULL,'',NULL)");
+        "INSERT INTO item VALUES (1,'alpha',10,1,NULL,NULL),(2,'O''Neil',20,0,1,'{\"a\":1}'),"
+        "(3,'100%',30,1,1,'[1,\"x\"]'),(4,'a_b|c',40,0,2,NULL),(5,'ALPHA',10,1,2,'1000'),(6,'axb',60,0,NULL,'')");
   }
 
   void create(char const* table) { store_.run("CREATE TABLE " + with_types(table, db_)); }
@@ -155,8 +151,6 @@ TEST_P(Store_Rows, statements_and_objects_in_conditions_choose_rows) {
   EXPECT_EQ(ids([&](auto& f) { f.add_in_item("note", documents, 0); }), "2 3");
   EXPECT_EQ(ids([](auto& f) { f.add_not_in_item("name", Object{{"O'Neil", 1}, {"axb", 2}}); }), "1 3 4 5");
   EXPECT_EQ(ids([](auto& f) { f.add_kv_item(Item::OP_EQ, "name", Secure_String("AlphA"), 1); }), "1 5");
-  EXPECT_EQ(ids([](auto& f) { f.add_key_int_item(Item::OP_EQ, "size", "20px"); }), "2");
-  EXPECT_EQ(ids([](auto& f) { f.add_key_bool_item(Item::OP_EQ, "flag", "0"); }), "2 4 6");
   EXPECT_EQ(ids([&](auto& f) { f.add_in_item("id", parents); }), "1 2");
   EXPECT_EQ(ids([&](auto& f) { f.add_not_in_item("id", parents); }), "3 4 5 6");
   EXPECT_EQ(ids([](auto& f) { f.add_key_select_sql_not_in_item("id")->from("item").select("id-1"); }), "6");
@@ -174,13 +168,6 @@ TEST_P(Store_Rows, statements_and_objects_in_conditions_choose_rows) {
             "3 5");
   EXPECT_EQ(ids([](auto& f) { f.add_sql_val_item(Item::OP_LT, 45)->sql("SELECT size+:n", true).bind(":n", 25); }),
             "1 5");
-  EXPECT_EQ(ids([](auto& f) {
-              f.add_sql("flag=1", true);
-              Filter_SQL* const either = f.add_or_filter();
-              either->add_kv_eq_item("size", 30);
-              either->add_and_filter()->add_sql("size=10", true).add_null_item("parent");
-            }),
-            "1 3");
 }
 
 TEST_P(Store_Rows, selects_give_rows_and_their_number) {
@@ -284,13 +271,6 @@ TEST(SQLite_Store, errors_name_place_and_reason_but_no_value) {
             "more than one statement in: SELECT 1;PRAGMA foreign_keys=OFF");
   EXPECT_EQ(by_name(std::string("DELETE FROM t\0 WHERE a=1", 24)), "zero byte at offset 13 in: DELETE FROM t");
   EXPECT_EQ(by_name("SELECT * FROM x"), "no such table: x (SQLite error 1) in: SELECT * FROM x");
-  EXPECT_EQ(by_name("SELECT :a"), "parameter :a has a name, but values come by position in: SELECT :a");
-  EXPECT_EQ(by_name(Raw("SELECT :a,:b").bind(":a", 1)), "no value for the parameter :b in: SELECT :a,:b");
-  EXPECT_EQ(by_name(Raw("SELECT :b").bind(":a", 1).bind(":b", 1)), "no parameter :a for the value in: SELECT :b");
-  EXPECT_EQ(by_name(Raw("SELECT ?,:a").bind(":a", 1)),
-            "a parameter has no name, but values come by name in: SELECT ?,:a");
-  EXPECT_EQ(by_position(Raw("SELECT ?,:a").bind(":a", 1)), "1 values for 2 parameters in: SELECT ?,?");
-  EXPECT_EQ(by_position(Raw("SELECT ':a'").bind(":a", 1)), "1 values for 0 parameters in: SELECT '?'");
   EXPECT_EQ(by_position(Raw("-").bind(":a", 1).bind(":b", 2)), "more names are bound than the text can hold in: -");
   EXPECT_EQ(by_name(value(9223372036854775808ULL)),
             "parameter :v: unsigned integer above 9223372036854775807 in: INSERT INTO t(b) VALUES (:v)");
@@ -315,6 +295,21 @@ TEST(SQLite_Store, errors_name_place_and_reason_but_no_value) {
     EXPECT_EQ(error.what(),
               "UNIQUE constraint failed: t.a (SQLite error 2067) in: " + text.substr(0, 499) + "... (510 bytes)");
   }
+}
+
+TEST_P(Store_Rows, need_a_value_for_each_parameter_and_a_parameter_for_each_value) {
+  char const* const cases[][3] = {
+      // text, and errors by name and by position
+      {"SELECT :b", "no parameter :a for the value in: SELECT :b",
+       "parameter :b has a name, but values come by position in: SELECT :b"},
+      {"SELECT ?,:a", "a parameter has no name, but values come by name in: SELECT ?,:a",
+       "1 values for 2 parameters in: SELECT ?,?"},
+      {"SELECT :a,:b", "no value for the parameter :b in: SELECT :a,:b",
+       "parameter :b has a name, but values come by position in: SELECT ?,:b"},
+      {"SELECT ':a'", "no parameter :a for the value in: SELECT ':a'", "1 values for 0 parameters in: SELECT '?'"},
+  };
+  for (auto const& c : cases)
+    EXPECT_EQ(error_of([&] { run(Raw(c[0]).bind(":a", 1)); }), c[mode_ == Store::BY_NAME ? 1 : 2]);
 }
 
 TEST_P(Store_Rows, of_kept_statements_follow_the_schema) {
@@ -442,16 +437,16 @@ TEST(MySQL_Store, names_in_literals_and_comments_are_none) {
   EXPECT_EQ(rows_text(*store, tricky), R"(":a",":a's",":a",4,3)");
 }
 
-TEST(MySQL_Store, without_its_mode_a_backslash_would_end_a_literal_late) {
+TEST(MySQL_Store, without_its_mode_a_backslash_would_end_a_literal_early) {
   auto const store = open_empty(Database::mariadb);
   store->run("CREATE TABLE t(a TEXT)");
   store->run("INSERT INTO t VALUES ('row')");
   Select_SQL select("t");
-  select.and_filter()->add_in_item("a", Array{"\\", ") OR 1 -- "}, 0);
+  select.and_filter()->add_in_item("a", Array{"\\') OR 1 -- "}, 0);
   std::string text;
   std::vector<Binding_Value> none;
   select.get_sql(SQL::DB_MYSQL, text, none);
-  EXPECT_EQ(text, R"(SELECT * FROM `t` WHERE (`a` IN ('\',') OR 1 -- ')))");
+  EXPECT_EQ(text, R"(SELECT * FROM `t` WHERE (`a` IN ('\'') OR 1 -- ')))");
   EXPECT_EQ(rows_text(*store, select), "");
   store->run(
       "CREATE PROCEDURE run_without_mode(text TEXT) BEGIN SET @modes=@@sql_mode; SET sql_mode='';"
@@ -472,14 +467,7 @@ TEST(MySQL_Store, errors_name_place_and_reason_but_no_value) {
   EXPECT_EQ(insert("a", std::string("\xFF")), "a value or its use is refused (MySQL error 1366)" + place);
   EXPECT_EQ(insert("a", std::nan("")), "parameter :1: not a number, which would be stored as NULL" + place);
   EXPECT_THAT(insert("b", 7), testing::StartsWith("CONSTRAINT `t.b` failed for `test_"));
-  auto const error = [&](SQL const& s, Store::Binding_Mode m = Store::BY_NAME) {
-    return error_of([&] { store->run(s, m); });
-  };
-  EXPECT_EQ(error(Raw("SELECT :a,:b").bind(":a", 1)), "no value for the parameter :b in: SELECT :a,:b");
-  EXPECT_EQ(error(Raw("SELECT :b").bind(":a", 1).bind(":b", 1)), "no parameter :a for the value in: SELECT :b");
-  EXPECT_EQ(error(Raw("SELECT ?,:a").bind(":a", 1)),
-            "a parameter has no name, but values come by name in: SELECT ?,:a");
-  EXPECT_EQ(error(Raw("SELECT ':a'").bind(":a", 1), Store::BY_POSITION), "1 values for 0 parameters in: SELECT '?'");
+  auto const error = [&](SQL const& s) { return error_of([&] { store->run(s); }); };
   EXPECT_THAT(error(Raw("SELECT 1;SELECT 2")), testing::HasSubstr("near 'SELECT 2' at line 1 (MySQL error 1064) in: "));
   EXPECT_EQ(error_of([&] { store->rows(Raw("SELECT IF(a='secret',(SELECT 1 UNION SELECT 2),1) FROM t")); }),
             "Subquery returns more than 1 row (MySQL error 1242) in: SELECT IF(a='secret',(SELECT 1 UNION SELECT 2),1)"

@@ -17,17 +17,13 @@ inline void PrintTo(Database db, std::ostream* out) { *out << (db == Database::s
 
 /// Where the databases differ, and why.
 namespace differs {
-inline bool has_unsigned_64(Database db) { return db == Database::mariadb; }  // SQLite's integers are signed
-inline bool has_full_join(Database db) { return db == Database::sqlite; }     // MySQL's grammar has none
-inline bool counts_replaced_rows(Database db) {
-  return db == Database::mariadb;
-}  // a changed one as deleted and inserted
-inline bool counts_copied_rows(Database db) { return db == Database::mariadb; }  // of CREATE TABLE AS SELECT
-inline bool like_ignores_case(Database db) {
-  return db == Database::sqlite;
-}  // of ASCII letters, whatever the collation
-inline bool lowers_beyond_ascii(Database db) { return db == Database::mariadb; }  // SQLite knows 26 letters
-// MariaDB under NO_BACKSLASH_ESCAPES too, unless an ESCAPE says otherwise.
+inline bool has_unsigned_64(Database db) { return db == Database::mariadb; }       // SQLite's integers are signed
+inline bool has_full_join(Database db) { return db == Database::sqlite; }          // MySQL's grammar has none
+inline bool counts_replaced_rows(Database db) { return db == Database::mariadb; }  // twice: deleted and inserted
+inline bool counts_copied_rows(Database db) { return db == Database::mariadb; }    // of CREATE TABLE AS SELECT
+inline bool like_ignores_case(Database db) { return db == Database::sqlite; }      // of ASCII, whatever the collation
+inline bool lowers_beyond_ascii(Database db) { return db == Database::mariadb; }   // SQLite knows 26 letters
+// MariaDB in columns of utf8mb4 under NO_BACKSLASH_ESCAPES too, unless an ESCAPE says otherwise.
 inline bool like_escapes_by_backslash(Database db) { return db == Database::mariadb; }
 }  // namespace differs
 

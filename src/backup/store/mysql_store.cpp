@@ -349,8 +349,9 @@ void set_session(MYSQL* db) {
   if (mysql_set_character_set(db, charset) != 0) fail(mysql_error(db), mysql_errno(db), "");
   std::string modes;
   for (char const* const mode : required_modes) modes += std::string(mode) + ',';
-  run_plain(db, "SET SESSION sql_mode=REPLACE(CONCAT('" + modes +
-                    "',@@SESSION.sql_mode),'EMPTY_STRING_IS_NULL',''),time_zone='+00:00',autocommit=1");
+  // EMPTY_STRING_IS_NULL gives way to another mode, not to an empty text, which that mode takes for null.
+  run_plain(db, "SET SESSION sql_mode=REPLACE(CONCAT('" + modes + "',@@SESSION.sql_mode),'EMPTY_STRING_IS_NULL','" +
+                    required_modes[0] + "'),time_zone='+00:00',autocommit=1");
   Result const result = run_plain(db, "SELECT @@SESSION.sql_mode");
   char const* const* const row = mysql_fetch_row(or_no_memory(result.get()));
   std::string const set = row != nullptr && row[0] != nullptr ? row[0] : "";

@@ -9,10 +9,10 @@
 
 /// A database of the embedded SQLite library: a file, or ":memory:".
 ///
-/// SQLite has no unsigned 64-bit integer and stores what is no number as NULL: a value above 2^63-1 and a NaN are
-/// refused with an error rather than changed. A LIKE pattern of more than 4,096 bytes is refused too ("SQL logic
-/// error"), for SQLite's stack grows with a pattern. Foreign keys are enforced. A database locked by another process is
-/// waited for up to 5 seconds.
+/// SQLite has no unsigned 64-bit integer and stores a NaN as NULL: a value above 2^63-1 and a NaN are refused with an
+/// error rather than changed. A LIKE pattern of more than 4,096 bytes is refused too ("SQL logic error"), for SQLite's
+/// stack grows with a pattern. Foreign keys are enforced. The store waits up to 5 seconds for a database that another
+/// process has locked.
 ///
 /// SQLite's cost of named parameters grows with the square of their number: a statement of some thousand values is
 /// better run BY_POSITION.

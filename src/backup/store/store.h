@@ -92,13 +92,14 @@ private:
 /// A transaction from construction to `commit()`; destroyed before that, it is rolled back. They do not nest: a second
 /// one is an error.
 ///
-/// Nothing else may begin or end one: on MySQL a text that does both at once (BEGIN, COMMIT AND CHAIN) goes unnoticed.
+/// Nothing else may begin or end one: on MariaDB a text that does both at once (BEGIN, COMMIT AND CHAIN) goes
+/// unnoticed.
 ///
-/// A database may end one by itself: it rolls back to resolve a deadlock or when its disk is full, and MySQL commits
-/// before a statement that changes the schema. Statements that follow are errors then, rather than each committed
-/// alone.
+/// A database may end one by itself: MariaDB rolls back to resolve a deadlock and commits before a statement that
+/// changes the schema, SQLite rolls back when its disk is full. Statements that follow are errors then, rather than
+/// each committed alone.
 ///
-/// What was read in one may be changed by others before it is written, but on SQLite, where a transaction is the only
+/// On MariaDB others may change what a transaction has read before it writes. On SQLite a transaction is the only
 /// writer from its beginning.
 class BACKUP_STORE_API Transaction {
 public:

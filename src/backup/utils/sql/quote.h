@@ -5,7 +5,7 @@
 #include "backup/utils/sql/sql_export.h"
 
 /// An SQL string literal: the text in single quotes, each single quote in it doubled, nothing else changed. A MySQL
-/// connection that reads it must run with NO_BACKSLASH_ESCAPES, or a backslash in the text ends the literal early.
+/// connection that reads it must run with NO_BACKSLASH_ESCAPES, or a backslash in the text can end the literal early.
 ///
 /// A text from a pointer ends at its first zero byte; a std::string is quoted whole. The text must not lie in the
 /// buffer.

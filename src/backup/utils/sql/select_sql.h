@@ -23,6 +23,7 @@
 /// in the count query. Factories give null with errno ENOMEM and add nothing when memory is short.
 class BACKUP_SQL_API Select_SQL : public Where_SQL {
 public:
+  /// MariaDB has no FULL JOIN: it takes the word for the alias of a table that has none, and runs an inner join.
   enum Join_Mode : std::uint32_t { PLAIN_JOIN = 1, LEFT_JOIN = 2, RIGHT_JOIN = 3, INNER_JOIN = 4, FULL_JOIN = 5 };
 
   explicit Select_SQL(char const* table = nullptr, char const* alias = nullptr);

@@ -9,20 +9,20 @@ namespace {
 
 void decode(std::string_view coded, std::string& text) {
   text.clear();
-  for (std::size_t i = 0; i < coded.size(); ++i) {
-    char const c = coded[i];
-    if (c == '+') {
-      text += ' ';
-      continue;
+  for (std::size_t i = 0; i < coded.size();) {
+    std::size_t const begin = i;
+    while (i < coded.size() && coded[i] != '+' && coded[i] != '%') ++i;
+    text.append(coded, begin, i - begin);
+    if (i == coded.size()) return;
+    bool const is_escape = coded[i] == '%' && i + 2 < coded.size() && hex_value(coded[i + 1]) != no_hex_digit &&
+                           hex_value(coded[i + 2]) != no_hex_digit;
+    if (is_escape) {
+      text += static_cast<char>(hex_byte(&coded[i + 1]));
+      i += 3;
+    } else {
+      text += coded[i] == '+' ? ' ' : '%';
+      ++i;
     }
-    bool const escape = c == '%' && i + 2 < coded.size() && hex_value(coded[i + 1]) != no_hex_digit &&
-                        hex_value(coded[i + 2]) != no_hex_digit;
-    if (!escape) {
-      text += c;
-      continue;
-    }
-    text += static_cast<char>(hex_byte(&coded[i + 1]));
-    i += 2;
   }
 }
 

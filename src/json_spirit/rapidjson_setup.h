@@ -1,7 +1,7 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdlib>
+#include <cstring>
 #include <new>
 #include <stdexcept>
 
@@ -19,17 +19,17 @@ using SizeType = std::size_t;
 
 namespace json_spirit {
 
-/// What RapidJSON takes its stacks from: memory that can grow where it is. Its own allocator gives null when memory is
-/// short, which is not checked there.
+/// What RapidJSON takes its stacks from. Its own allocator gives null when memory is short, which is not checked there.
 struct Throwing_Allocator {
   static constexpr bool kNeedFree = true;
-  void* Malloc(std::size_t size) { return Realloc(nullptr, 0, size); }
-  void* Realloc(void* old, std::size_t /*old_size*/, std::size_t size) {
-    void* const memory = std::realloc(old, size);
-    if (memory == nullptr && size != 0) throw std::bad_alloc();
+  void* Malloc(std::size_t size) { return ::operator new(size); }
+  void* Realloc(void* old, std::size_t old_size, std::size_t size) {
+    void* const memory = ::operator new(size);
+    if (old != nullptr) std::memcpy(memory, old, old_size < size ? old_size : size);
+    Free(old);
     return memory;
   }
-  static void Free(void* memory) noexcept { std::free(memory); }
+  static void Free(void* memory) noexcept { ::operator delete(memory); }
 };
 
 }  // namespace json_spirit

@@ -5,11 +5,6 @@
 
 namespace {
 
-bool is_name_byte(char c) {
-  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' || c == '$' ||
-         static_cast<unsigned char>(c) >= 0x80;
-}
-
 // A blank or a control character.
 bool is_blank(char c) { return static_cast<unsigned char>(c) <= ' ' || c == '\x7F'; }
 
@@ -40,6 +35,11 @@ std::size_t opaque_length(std::string_view text) {
 }
 
 }  // namespace
+
+bool is_name_byte(char c) {
+  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' || c == '$' ||
+         static_cast<unsigned char>(c) >= 0x80;
+}
 
 MySQL_Text mark_names(std::string const& named) {
   MySQL_Text marked;

@@ -11,5 +11,8 @@ struct MySQL_Text {
 };
 
 /// Replaces ":name" outside of literals, quoted names and comments, as MySQL reads them with NO_BACKSLASH_ESCAPES. A
-/// name is letters, digits, "_", "$" and bytes above 127. Linear.
+/// name is of `is_name_byte`. Linear.
 MySQL_Text mark_names(std::string const& named);
+
+/// True for a byte that may be part of a name: letters, digits, "_", "$" and bytes above 127.
+bool is_name_byte(char c);

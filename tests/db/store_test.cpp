@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <cmath>
@@ -311,6 +312,7 @@ TEST(SQLite_Store, errors_name_place_and_reason_but_no_value) {
     ADD_FAILURE() << "no error";
   } catch (Store_Error const& error) {
     EXPECT_EQ(error.code(), 2067);
+    EXPECT_EQ(error.message(), "UNIQUE constraint failed: t.a (SQLite error 2067)");
     EXPECT_EQ(error.statement(), text);
     EXPECT_EQ(error.what(),
               "UNIQUE constraint failed: t.a (SQLite error 2067) in: " + text.substr(0, 499) + "... (510 bytes)");
@@ -411,6 +413,12 @@ TEST(SQLite_Store, opening_fails_at_once) {
     EXPECT_EQ(error_of([&] { SQLite_Store(std::get<0>(c), std::get<1>(c)); }),
               "cannot open database '" + std::get<0>(c) + "': " + std::get<2>(c));
   }
+  std::filesystem::permissions(directory.path, std::filesystem::perms::owner_read | std::filesystem::perms::owner_exec |
+                                                   std::filesystem::perms::others_exec);
+  ASSERT_EQ(seteuid(geteuid() == 0 ? 65534 : geteuid()), 0);  // the superuser may write everywhere
+  std::string const error = error_of([&] { SQLite_Store{directory.file("new")}; });
+  ASSERT_EQ(seteuid(getuid()), 0);
+  EXPECT_THAT(error, testing::EndsWith("unable to open database file: Permission denied (SQLite error 14)"));
   for (std::string const& path : {std::string(), good + '\0'}) {
     EXPECT_EQ(error_of([&] { SQLite_Store{path}; }), "cannot open a database whose path is empty or holds a zero byte");
   }

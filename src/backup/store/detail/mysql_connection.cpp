@@ -100,7 +100,7 @@ MySQL_Connection::MySQL_Connection(std::string const& url, Secure_String const& 
     server_ = self[0];
     if (self[1] == std::to_string(mysql_thread_id(db_.get()))) id_ = self[1];
   } catch (Store_Error const& error) {
-    throw Store_Error("cannot open '" + url + "': " + error.what(), error.code(), "");
+    throw Store_Error("cannot open '" + url + "': " + error.message(), error.code(), "");
   }
   password_ = password;  // from here on the destructor wipes it
 }

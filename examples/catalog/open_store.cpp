@@ -24,5 +24,6 @@ std::unique_ptr<Store> open_store(std::string const& address, Access access) {
 }
 
 void refuse_store(std::string const& address, std::string const& reason) {
-  throw std::runtime_error(address + reason + "; 'catalog index DIR --store STORE' makes a catalogue");
+  throw std::runtime_error(address + reason +
+                           "; 'catalog index DIR --store STORE' makes a catalogue in a new file or an empty database");
 }

@@ -17,18 +17,18 @@ constexpr Advice sqlite_advice[] = {
     {5, wait},
     {6, wait},
     {8, "the file and its directory must be writable"},
-    {10, "look after the disk"},
+    {10, "the disk fails, or is full"},
     {11, "the file is damaged: take a copy of it that is not"},
     {13, "make room on its disk"},
     {14, "the directory must be there, and be writable to make the file"},
-    {26, "give the name of a catalogue, or of a new file to 'catalog index DIR --store FILE'"},
+    {26, "'catalog index DIR --store STORE' makes a catalogue in a new file or an empty database"},
 };
 
 constexpr Advice mysql_advice[] = {
     {1021, "make room on the server's disk"},
     {1044, "the user needs rights on the database"},
     {1045, "the password is the environment's MYSQL_PWD"},
-    {1049, "make the database, then 'catalog index DIR --store URL' makes the catalogue"},
+    {1049, "make the database, then 'catalog index DIR --store STORE' makes the catalogue in it"},
     {1114, "make room on the server's disk"},
     {1142, "the user needs rights on the database"},
     {1205, wait},

@@ -218,13 +218,10 @@ using Cache = Statement_Cache<Prepared>;
 
 // True for a SELECT, which can be stopped anywhere: what stops a statement that changes rows takes the changes back.
 bool only_reads(std::string const& text) {
-  constexpr std::string_view verb = "select";
   std::string_view rest(text);
   rest.remove_prefix(std::min(rest.find_first_not_of(" \t\n\r("), rest.size()));
-  auto const is_same = [](char lower, char c) { return (c | 0x20) == lower; };
-  bool const begins =
-      std::equal(verb.begin(), verb.end(), rest.begin(), rest.begin() + std::min(verb.size(), rest.size()), is_same);
-  return begins && rest.size() > verb.size() && !is_name_byte(rest[verb.size()]);
+  auto const end = std::find_if_not(rest.begin(), rest.end(), is_name_byte);
+  return is_word(rest.substr(0, static_cast<std::size_t>(end - rest.begin())), "select");
 }
 
 // A statement with the values of one run. One that does not come to its end is closed, which leaves the connection free

@@ -1,7 +1,6 @@
 #include "backup/store/detail/mysql_text.h"
 
 #include <algorithm>
-#include <string_view>
 
 namespace {
 
@@ -35,6 +34,11 @@ std::size_t opaque_length(std::string_view text) {
 }
 
 }  // namespace
+
+bool is_word(std::string_view text, std::string_view lower) {
+  auto const is_same = [](char c, char lower_c) { return (c | 0x20) == lower_c; };
+  return std::equal(text.begin(), text.end(), lower.begin(), lower.end(), is_same);
+}
 
 bool is_name_byte(char c) {
   return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' || c == '$' ||

@@ -9,6 +9,8 @@
 #include <string_view>
 #include <system_error>
 
+#include "backup/store/detail/mysql_text.h"
+
 namespace {
 
 [[noreturn]] void refuse(std::string const& reason) { throw std::runtime_error(reason); }
@@ -37,13 +39,7 @@ std::string decode(std::string_view text) {
   return out;
 }
 
-bool is_scheme(std::string_view text) {
-  auto const is = [text](std::string_view name) {
-    auto const is_same = [](char lower, char c) { return lower == (c | 0x20); };
-    return std::equal(name.begin(), name.end(), text.begin(), text.end(), is_same);
-  };
-  return is("mysql") || is("mariadb");
-}
+bool is_scheme(std::string_view text) { return is_word(text, "mysql") || is_word(text, "mariadb"); }
 
 // Cuts off what stands before `separator`; false, with `text` unchanged, when it is not there.
 bool cut(std::string_view& text, char separator, std::string_view& before) {

@@ -9,8 +9,9 @@
 #include "sqlite_catalog.h"
 
 bool may_hold_password(std::string const& text) {
+  bool const is_plain_path = text.empty() || text.front() == '/' || text.front() == '.';
   std::size_t const colon = text.find_first_of(":%");
-  if (colon == std::string::npos || text.find('/') < colon) return false;
+  if (is_plain_path || colon == std::string::npos) return false;
   return text.compare(colon, 3, "://") == 0 || text.find('@', colon) != std::string::npos || MySQL_Store::is_url(text);
 }
 

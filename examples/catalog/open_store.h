@@ -20,5 +20,6 @@ std::unique_ptr<Store> open_store(std::string const& address, Access access);
 /// Throws the error that there is no catalogue at `address` for `reason`, which tells how to make one.
 [[noreturn]] void refuse_store(std::string const& address, std::string const& reason);
 
-/// True for what may be a URL with a user and a password in it. Such a text is shown to nobody.
+/// True for what may be a URL with a user and a password in it, also a misspelt one; a path that begins with a slash or
+/// a point is none. Such a text is shown to nobody.
 bool may_hold_password(std::string const& text);

@@ -457,6 +457,8 @@ TEST_P(Catalog_File, what_goes_wrong_has_its_exit_code_and_one_line) {
       {"purge --all >/dev/full", 1, "purged 0 files; the output cannot be written"},
       {"find --store 'MariaDB://u:pass@h/x'", 1, refused + "a password does not belong into it"},
       {"find --store 'mysql:u:pass@h/x'", 1, refused + "it does not begin with mysql:// or mariadb://"},
+      {"find --store 'mysql//u:pass@h/x'", 1,
+       "--store: neither a file nor a URL that begins with mysql:// or mariadb://"},
       {"find --store 'u%3Apass@h/x'", 1, "--store: neither a file nor a URL that begins with mysql:// or mariadb://"},
       {"find --document tree/a.txt", 2, "tree/a.txt: line 1, column 1: a value is missing or misspelt"},
       {"find --document bad.json", 2, "--document: the document, member 1, member 2: an 'op' that compares nothing"},

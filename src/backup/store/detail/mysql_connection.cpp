@@ -46,8 +46,9 @@ void set_session(MYSQL* db) {
   if (mysql_set_character_set(db, charset) != 0) fail_mysql(mysql_error(db), mysql_errno(db), "");
   std::string modes;
   for (char const* const mode : required_modes) modes += std::string(mode) + ',';
-  run_plain(db, "SET SESSION sql_mode=REPLACE(CONCAT('" + modes +
-                    "',@@SESSION.sql_mode),'EMPTY_STRING_IS_NULL',''),time_zone='+00:00',autocommit=1");
+  // EMPTY_STRING_IS_NULL gives way to another mode, not to an empty text, which that mode takes for null.
+  run_plain(db, "SET SESSION sql_mode=REPLACE(CONCAT('" + modes + "',@@SESSION.sql_mode),'EMPTY_STRING_IS_NULL','" +
+                    required_modes[0] + "'),time_zone='+00:00',autocommit=1");
   std::string const set = row_of(db, "SELECT @@SESSION.sql_mode").front();
   for (char const* const mode : required_modes) {
     if (!has_word(set, mode)) throw Store_Error(std::string("the server does not set the SQL mode ") + mode, 0, "");

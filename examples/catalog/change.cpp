@@ -1,13 +1,14 @@
 #include "change.h"
 
 #include <ctime>
-#include <iostream>
+#include <string>
 
 #include "backup/store/store.h"
 #include "catalog.h"
 #include "misuse.h"
 #include "open_store.h"
 #include "questions.h"
+#include "standard_output.h"
 #include "text.h"
 
 namespace {
@@ -33,7 +34,7 @@ void change_files(Change_Options const& options, bool retired, char const* done,
   }
   Catalog catalog(*store);
   unsigned long long const number = change(catalog, files);
-  std::cout << done << ' ' << grouped(number) << " files\n";
+  report_change(std::string(done) + ' ' + grouped(number) + " files");
 }
 
 }  // namespace

@@ -78,7 +78,8 @@ void add_request_options(CLI::App& command, Request_Source& request) {
   command
       .add_option("--document", request.document,
                   "A filter document, JSON, '-' for the standard input; its conditions are added to the others. It "
-                  "is trusted: it names the columns of files f, runs r and hosts h itself and may hold SQL")
+                  "is trusted: it names the columns of files f, runs r and hosts h itself and may hold SQL. At most " +
+                      std::to_string(most_document_bytes >> 20U) + " MiB")
       ->type_name("FILE");
   command.footer(
       "A request: 'GE_size=1024&LK_name=%25.h&OR=EQ_kind%3D1%26NL_retired%3D'; where files are listed, also "
@@ -89,8 +90,8 @@ void add_request_options(CLI::App& command, Request_Source& request) {
       "Before a key, EQ_ (the default), NE_, LT_, LE_, GT_, GE_, LK_, NK_ (like and not like), IN_, NI_ (in and not in "
       "a list with commas, uuids in it without hyphens), NL_ and NN_ (null and not null). AND and OR hold a query "
       "string or an object. Of a key given twice the last counts, in a group both. kind is 1 for a file, 2 for a "
-      "directory, 3 for "
-      "a link, 4 for another; modified is in POSIX seconds, retired a text YYYY-MM-DD hh:mm:ss in UTC; complete is 1 "
+      "directory, 3 for a link, 4 for another; modified is in POSIX seconds, retired a text YYYY-MM-DD hh:mm:ss in "
+      "UTC; complete is 1 "
       "for files of a run that came to its end. host is compared in lower case.\n"
       "Exit codes: 0 success, 1 failed, 2 misuse.");
 }

@@ -9,14 +9,18 @@
 #include <stdexcept>
 #include <string>
 
+#include "backup/store/store.h"
 #include "catalog.h"
 #include "change.h"
+#include "command_words.h"
 #include "find_options.h"
 #include "index.h"
 #include "misuse.h"
 #include "open_store.h"
 #include "option_values.h"
 #include "query.h"
+#include "standard_output.h"
+#include "store_error.h"
 #include "text.h"
 
 namespace {
@@ -35,7 +39,8 @@ void add_store(CLI::App& command, std::string& address) {
   command
       .add_option("--store", address,
                   "The catalogue: an SQLite file, or mysql://[user@]host[:port]/database, or "
-                  "mysql://[user@]/database?socket=PATH, with the password in the environment's MYSQL_PWD")
+                  "mysql://[user@]/database?socket=PATH (mariadb:// is the same), with the password in the "
+                  "environment's MYSQL_PWD")
       ->type_name("STORE")
       ->required();
 }
@@ -88,16 +93,17 @@ void add_find(CLI::App& app, Command& command) {
     add_request_options(subcommand, options.request);
     add_query_options(subcommand, options.query);
   };
-  add_command<Find_Options>(app, command, "find",
-                            "List the files that meet all conditions, a page at a time. Sort, order, limit and "
-                            "offset given as options win over the request's; the other options add conditions to it. "
-                            "What it could not use of a request it names.",
-                            find, [&](CLI::App& subcommand, Find_Options& options) {
-                              add_conditions(subcommand, options);
-                              add_read_options(subcommand, options.read);
-                              subcommand.add_flag("--explain", options.explain,
-                                                  "Print the statements instead, as 'catalog explain' does");
-                            });
+  add_command<Find_Options>(
+      app, command, "find",
+      "List the files that meet all conditions, a page at a time. Sort, order, limit and "
+      "offset given as options win over the request's; the other options add conditions to it. "
+      "What it could not use of a request it names; when that is all of it, it lists nothing.",
+      find, [&](CLI::App& subcommand, Find_Options& options) {
+        add_conditions(subcommand, options);
+        add_read_options(subcommand, options.read);
+        subcommand.add_flag("--lenient", options.lenient, "List files also when no part of the request can be used");
+        subcommand.add_flag("--explain", options.explain, "Print the statements instead, as 'catalog explain' does");
+      });
   add_command<Find_Options>(app, command, "explain",
                             "Print what becomes of each key of a request, and the statement and the count query that "
                             "'find' runs for it, for MySQL and for SQLite, with their values.",
@@ -147,7 +153,7 @@ Exit_Code drop_run(Drop_Options const& options) {
   auto const store = open_store(options.store, Access::change);
   auto const files = Catalog(*store).drop_run(options.run);
   if (!files) throw std::runtime_error("no run " + options.run + " in " + options.store);
-  std::cout << "dropped run " << options.run << " with " << grouped(*files) << " files\n";
+  report_change("dropped run " + options.run + " with " + grouped(*files) + " files");
   return exit_success;
 }
 
@@ -159,27 +165,63 @@ void add_drop_run(CLI::App& app, Command& command) {
   drop.callback([options, &command] { command = [options] { return drop_run(*options); }; });
 }
 
+void add_help(CLI::App& app, Command& command) {
+  auto const word = std::make_shared<std::string>();
+  CLI::App& help = *app.add_subcommand("help", "Print this help, or a command's.");
+  help.add_option("COMMAND", *word, "The command")->type_name("");
+  help.callback([word, &app, &command] {
+    command = [word, &app] {
+      // The app itself would print the help of the command that is given, which is this one.
+      std::cout << (word->empty() ? app.get_formatter()->make_help(&app, app.get_name(), CLI::AppFormatMode::Normal)
+                                  : find_command(app, *word).help("catalog"));
+      return exit_success;
+    };
+  });
+}
+
+// Runs the command; its errors name the store.
+Exit_Code perform(CLI::App const& app, Command const& command) {
+  try {
+    return command();
+  } catch (Store_Error const& error) {
+    std::string const address = app.get_subcommands().front()->get_option("--store")->results().front();
+    throw std::runtime_error(store_error_text(address, error));
+  }
+}
+
 void print_error(std::string const& text) { std::cerr << "catalog: " << printable(text) << '\n'; }
 
 int run(int argc, char** argv) {
   CLI::App app("Keeps a catalogue of directory trees in a database and answers questions about it.", "catalog");
   app.footer("Exit codes: 0 success, 1 failed, 2 misuse.");
   app.require_subcommand(1);
+  app.set_version_flag("--version", "catalog " CATALOG_VERSION, "Print the version");
   Command command;
   add_index(app, command);
   add_find(app, command);
   add_reports(app, command);
   add_changes(app, command);
   add_drop_run(app, command);
-  try {
-    app.parse(argc, argv);
-  } catch (CLI::ParseError const& error) {
-    if (error.get_exit_code() == 0) return app.exit(error);  // a call for help
-    print_error(error.what());
+  add_help(app, command);
+  if (argc < 2) {
+    std::cerr << app.help();
     return exit_misuse;
   }
-  Exit_Code const code = command();
-  if (!std::cout.flush()) throw std::runtime_error("the output cannot be written");
+  Standard_Output const output;
+  if (*argv[1] != '-') find_command(app, argv[1]);
+  int code = exit_success;
+  try {
+    app.parse(argc, argv);
+    code = perform(app, command);
+  } catch (CLI::ParseError const& error) {
+    if (error.get_exit_code() == 0) {
+      app.exit(error);  // a call for help, or for the version
+    } else {
+      require_known_words(app);
+      throw Misuse(error.what());
+    }
+  }
+  output.finish();
   return code;
 }
 

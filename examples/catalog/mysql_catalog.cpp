@@ -2,12 +2,12 @@
 
 #include <cstdlib>
 #include <optional>
-#include <stdexcept>
 
 #include "backup/store/mysql_store.h"
 #include "backup/utils/sql/insert_sql.h"
 #include "backup/utils/sql/select_sql.h"
 #include "made.h"
+#include "open_store.h"
 #include "schema.h"
 
 namespace {
@@ -48,7 +48,7 @@ void create_if_empty(Store& store) {
 
 void check_catalog(Store& store, std::string const& url) {
   std::optional<long long> const version = version_of(store);
-  if (!version) throw std::runtime_error(url + " is no catalogue");
+  if (!version) refuse_store(url, " is no catalogue");
   check_version(*version, url);
 }
 

@@ -37,7 +37,7 @@ std::string cell_text(Cell cell, Binding_Value const& value) {
 class Table_Writer : public Page_Writer {
 public:
   Table_Writer(std::ostream& out, Columns const& columns, unsigned long long total, unsigned long long offset)
-      : out_(out), columns_(columns), total_(total), offset_(offset) {
+      : out_(out), columns_(columns), total_(total), offset_(offset), widths_(columns.size()) {
     Line& header = lines_.emplace_back();
     for (Column const& column : columns) {
       std::string title = column.name;
@@ -48,6 +48,8 @@ public:
   }
 
   void row(Store::Row const& values) override {
+    if (lines_.size() == most_lines) write_lines();
+    ++rows_;
     Line& line = lines_.emplace_back();
     for (std::size_t i = 0; i < columns_.size(); ++i) {
       bool const is_number = columns_[i].cell == Cell::number && values[i].type() == Binding_Value::int_type;
@@ -57,16 +59,11 @@ public:
   }
 
   void end() override {
-    std::vector<std::size_t> widths(columns_.size());
-    for (Line const& line : lines_) {
-      for (std::size_t i = 0; i < line.size(); ++i) widths[i] = std::max(widths[i], display_width(line[i]));
-    }
-    for (Line const& line : lines_) write_line(line, widths);
-    std::size_t const rows = lines_.size() - 1;
-    if (rows == 0) {
+    write_lines();
+    if (rows_ == 0) {
       out_ << "0";
     } else {
-      out_ << grouped(offset_ + 1) << '-' << grouped(offset_ + rows);
+      out_ << grouped(offset_ + 1) << '-' << grouped(offset_ + rows_);
     }
     out_ << " of " << grouped(total_) << '\n';
   }
@@ -74,10 +71,21 @@ public:
 private:
   using Line = std::vector<std::string>;
 
-  void write_line(Line const& line, std::vector<std::size_t> const& widths) {
+  static constexpr std::size_t most_lines = 1000;
+
+  // No column becomes narrower again.
+  void write_lines() {
+    for (Line const& line : lines_) {
+      for (std::size_t i = 0; i < line.size(); ++i) widths_[i] = std::max(widths_[i], display_width(line[i]));
+    }
+    for (Line const& line : lines_) write_line(line);
+    lines_.clear();
+  }
+
+  void write_line(Line const& line) {
     std::string text;
     for (std::size_t i = 0; i < line.size(); ++i) {
-      std::string const padding(widths[i] - display_width(line[i]), ' ');
+      std::string const padding(widths_[i] - display_width(line[i]), ' ');
       text += columns_[i].cell == Cell::number ? padding + line[i] : line[i] + padding;
       text += "  ";
     }
@@ -89,7 +97,9 @@ private:
   Columns const& columns_;
   unsigned long long total_;
   unsigned long long offset_;
-  std::vector<Line> lines_;
+  std::vector<Line> lines_;  // not yet written
+  std::vector<std::size_t> widths_;
+  unsigned long long rows_ = 0;
 };
 
 class JSON_Writer : public Page_Writer {
@@ -103,8 +113,7 @@ public:
     json_spirit::Object object;
     for (std::size_t i = 0; i < columns_.size(); ++i) object[columns_[i].name] = json(columns_[i].cell, values[i]);
     json_spirit::JSON_Dump const text(json_spirit::Value(std::move(object)), false);
-    out_ << separator_;
-    out_.write(text.c_str(), static_cast<std::streamsize>(text.size()));
+    out_ << separator_ << printable_json(text.c_str());
     separator_ = ",\n";
   }
 
@@ -123,7 +132,8 @@ private:
 
 class CSV_Writer : public Page_Writer {
 public:
-  CSV_Writer(std::ostream& out, Columns const& columns) : out_(out), columns_(columns) {
+  CSV_Writer(std::ostream& out, bool is_terminal, Columns const& columns)
+      : out_(out), is_terminal_(is_terminal), columns_(columns) {
     for (Column const& column : columns_) field(column.name);
     end_line();
   }
@@ -136,7 +146,8 @@ public:
   void end() override {}
 
 private:
-  void field(std::string const& text) {
+  void field(std::string const& bytes) {
+    std::string const text = is_terminal_ ? printable(bytes) : bytes;
     out_ << separator_;
     separator_ = ",";
     if (text.find_first_of(",\"\r\n") == std::string::npos) {
@@ -157,17 +168,18 @@ private:
   }
 
   std::ostream& out_;
+  bool const is_terminal_;
   Columns const& columns_;
   char const* separator_ = "";
 };
 
 }  // namespace
 
-std::unique_ptr<Page_Writer> page_writer(Format format, std::ostream& out, Columns const& columns,
+std::unique_ptr<Page_Writer> page_writer(Format format, std::ostream& out, bool is_terminal, Columns const& columns,
                                          unsigned long long total, unsigned long long offset) {
   switch (format) {
     case Format::json: return std::make_unique<JSON_Writer>(out, columns, total, offset);
-    case Format::csv: return std::make_unique<CSV_Writer>(out, columns);
+    case Format::csv: return std::make_unique<CSV_Writer>(out, is_terminal, columns);
     case Format::table: break;
   }
   return std::make_unique<Table_Writer>(out, columns, total, offset);

@@ -21,9 +21,13 @@ using Columns = std::vector<Column>;
 
 /// Writes a page of rows. Times are UTC.
 ///
-///   table  aligned columns, then "21-40 of 1,234"; names with control characters are written as `printable` has them
-///   json   one object with total, offset and rows; bytes that are no UTF-8 become U+FFFD. A row a line, as it comes
-///   csv    RFC 4180, a header line first; names are written byte for byte. A row a line, as it comes
+///   table  columns, each 1,000 rows aligned as they come, then "21-40 of 1,234"; names with control characters are
+///          written as `printable` has them
+///   json   one object with total, offset and rows; bytes that are no UTF-8 become U+FFFD, characters that harm a
+///          terminal are escaped. A row a line, as it comes
+///   csv    RFC 4180, a header line first; names are written byte for byte, to a terminal as `printable` has them. A
+///   row
+///          a line, as it comes
 class Page_Writer {
 public:
   virtual ~Page_Writer() = default;
@@ -32,6 +36,7 @@ public:
   virtual void end() = 0;
 };
 
-/// `total`: rows without paging; `offset`: rows before the page. `out` and `columns` outlive the writer.
-std::unique_ptr<Page_Writer> page_writer(Format format, std::ostream& out, Columns const& columns,
+/// `total`: rows without paging; `offset`: rows before the page; `is_terminal`: `out` is one. `out` and `columns`
+/// outlive the writer.
+std::unique_ptr<Page_Writer> page_writer(Format format, std::ostream& out, bool is_terminal, Columns const& columns,
                                          unsigned long long total, unsigned long long offset);

@@ -8,21 +8,25 @@
 #include "backup/utils/sql/union_sql.h"
 #include "explain.h"
 #include "made.h"
+#include "misuse.h"
 #include "open_store.h"
+#include "standard_output.h"
 
 namespace {
 
-void print(Store& store, SQL const& statement, Page_Writer& page) {
+void print(Store& store, SQL const& statement, Columns const& columns, Format format, unsigned long long total,
+           unsigned long long offset) {
+  auto const page = page_writer(format, std::cout, is_output_terminal(), columns, total, offset);
   store.query(statement, [&](Store::Row const& row) {
-    page.row(row);
-    return true;
+    page->row(row);
+    return std::cout.good();  // what cannot be written need not be read
   });
-  page.end();
+  page->end();
 }
 
 void print(Store& store, Select_SQL const& select, Columns const& columns, Format format) {
   auto const offset = static_cast<unsigned long long>(std::max(select.offset(), 0LL));
-  print(store, select, *page_writer(format, std::cout, columns, store.count(select), offset));
+  print(store, select, columns, format, store.count(select), offset);
 }
 
 void require_run(Store& store, Read_Options const& options, std::string const& run) {
@@ -38,8 +42,12 @@ void find(Find_Options const& options) {
   Request const request = read_request(options.request);
   Key_Outcomes outcomes;
   Select_SQL const select = find_files(options.query, request, outcomes);
-  auto const store = open_store(options.read.store, Access::read);
   for (std::string const& line : complaints(outcomes)) std::cerr << "catalog: " << line << '\n';
+  if (!options.lenient && is_useless(outcomes)) {
+    throw Misuse("nothing listed: no part of the request can be used; known keys are " + request_keys() +
+                 "; --lenient lists without it");
+  }
+  auto const store = open_store(options.read.store, Access::read);
   print(*store, select, file_columns(), options.read.format);
 }
 
@@ -61,7 +69,7 @@ void changes(Changes_Options const& options) {
   find_added(removed, "'removed'", options.to, options.from);
   unsigned long long const total = store->count(added) + store->count(removed);
   removed.sort_by("path", false);  // the order of the last SELECT is the union's
-  print(*store, both, *page_writer(options.read.format, std::cout, change_columns(), total, 0));
+  print(*store, both, change_columns(), options.read.format, total, 0);
 }
 
 void stats(Read_Options const& options) {

@@ -16,6 +16,7 @@ struct Find_Options {
   File_Query query;
   Request_Source request;
   bool explain = false;
+  bool lenient = false;  ///< a request of which nothing can be used is no misuse
 };
 
 struct Changes_Options {
@@ -25,8 +26,9 @@ struct Changes_Options {
 };
 
 /// The commands that read: each writes its answer to the standard output. The first two throw Misuse for a request
-/// that cannot be read; `find` says on the standard error stream what it could not use of one, and with `explain` set
-/// is `explain_find`.
+/// that cannot be read; `find` says on the standard error stream what it could not use of one, throws Misuse when that
+/// is all of it, unless `lenient` is set, and with `explain` set is `explain_find`. When the standard output fails, the
+/// rest is not read; that it failed is left to the caller.
 void find(Find_Options const& options);
 /// Writes the statements of `find` instead, see `explain`.
 void explain_find(Find_Options const& options);

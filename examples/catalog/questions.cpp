@@ -25,8 +25,10 @@ void add_keys(Select_SQL& select, Columns const& columns) {
   }
 }
 
+// Each file has a run and each run a host. Were the joins inner ones, MariaDB would begin with the hosts and fetch the
+// files one by one, at their places all over the table.
 void join_run_and_host(Select_SQL& files) {
-  files.inner_join("runs", "r", "r.id=f.run_uuid").inner_join("hosts", "h", "h.id=r.host_uuid");
+  files.left_join("runs", "r", "r.id=f.run_uuid").left_join("hosts", "h", "h.id=r.host_uuid");
 }
 
 // The expression of the column `name`; `name` is one of them.

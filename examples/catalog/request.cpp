@@ -1,13 +1,13 @@
 #include "request.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <charconv>
 #include <cstddef>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
-#include <iterator>
 #include <stdexcept>
 #include <system_error>
 #include <utility>
@@ -66,6 +66,7 @@ constexpr std::size_t longest_pattern = 4096;
 constexpr unsigned int accumulate = 1;
 
 constexpr char const* no_integer = "no 64-bit integer; the digits at its start count, none are 0, too many 2^63-1";
+constexpr char const* kind_numbers = "1 is a file, 2 a directory, 3 a link, 4 another";
 constexpr char const* no_text = "no text; it is compared as it is";
 constexpr char const* other_kind = "an element of another kind than the key's";
 constexpr char const* no_boolean = "neither 0 nor 1; anything but 0 is true";
@@ -113,6 +114,7 @@ std::string detail_of(Value const& value, std::string const& reason) {
 // A condition taken apart.
 struct Condition {
   Item_SQL::Item_Op op;
+  std::string key;
   Filter const& filter;
   Value const& value;
 
@@ -130,13 +132,17 @@ char const* wanted(Condition const& condition) {
   }
 }
 
-// Why a value that the library takes makes a statement that the database does not; null when it makes none such.
+// Why a value that the library takes is of no use to the database, or to the catalogue; null when it is of use.
 char const* unfit(Condition const& condition) {
+  auto const is_word = [&](Value const& v) {
+    return condition.key == "kind" && is_text(v) && !is_integer(v.get_str());
+  };
   auto const holds_zero = [](Value const& v) { return is_text(v) && v.get_str().find('\0') != std::string::npos; };
   Value const& value = condition.value;
   if (condition.is_list()) {
     for (Value const& element : elements_of(value).value_or(Array())) {
       if (holds_zero(element)) return "a zero byte";
+      if (is_word(element)) return kind_numbers;
       bool const has_hyphens = is_text(element) && element.get_str().find('-') != std::string::npos;
       if (condition.filter.type == Filter::TYPE_UUID && has_hyphens) return "in a list uuids are without hyphens";
     }
@@ -144,6 +150,7 @@ char const* unfit(Condition const& condition) {
   }
   if (value.is_uint64()) return "more than 2^63-1";
   if (holds_zero(value)) return "a zero byte";
+  if (is_word(value) && condition.has_value()) return kind_numbers;
   bool const is_pattern = condition.op == Item_SQL::OP_LK || condition.op == Item_SQL::OP_NK;
   return is_pattern && is_text(value) && value.get_str().size() > longest_pattern ? "longer than any path" : nullptr;
 }
@@ -285,9 +292,10 @@ Key_Outcome Reader::open_group(Pair const& group, std::vector<Pair>& left) {
 Key_Outcome Reader::judge(Pair const& pair) {
   unsigned long long prefix = 0;
   Item_SQL::Item_Op const op = parser_.parse_op_key(pair.key, &prefix);
-  Filter const& filter = Filters::find(allowed_keys, pair.key.data() + prefix, pair.key.size() - prefix).value;
+  std::string const key = pair.key.substr(prefix);
+  Filter const& filter = Filters::find(allowed_keys, key.data(), key.size()).value;
   if (filter.type == 0) return outcome_of(pair, Outcome::ignored);
-  Condition const condition{op, filter, pair.value};
+  Condition const condition{op, key, filter, pair.value};
   Log_Capture const unheard;
   And_Filter_SQL trial;
   if (!parser_.parse_filter_i(pair.key, pair.value, &trial)) {
@@ -392,7 +400,15 @@ std::string content(std::string const& file) {
   if (file != "-") stream.open(file, std::ios::binary);
   std::istream& in = file == "-" ? std::cin : stream;
   if (!in) throw std::runtime_error(file + ": " + std::generic_category().message(errno));
-  std::string text{std::istreambuf_iterator<char>(in), {}};
+  std::string text;
+  std::array<char, 65536> part;
+  while (in.read(part.data(), part.size()), in.gcount() > 0) {
+    text.append(part.data(), static_cast<std::size_t>(in.gcount()));
+    if (text.size() > most_document_bytes) {
+      throw Misuse("--document: " + file + ": larger than " + std::to_string(most_document_bytes >> 20U) + " MiB");
+    }
+  }
+  if (in.bad()) throw std::runtime_error(file + ": " + std::generic_category().message(errno));
   return text;
 }
 
@@ -431,6 +447,13 @@ SQL_Filter_Parser add_request(Request const& request, Filter_SQL& filter, Key_Ou
   reader.read(request.pairs);
   reader.read(request.object);
   return reader.parser();
+}
+
+bool is_useless(Key_Outcomes const& outcomes) {
+  auto const is_of_use = [](Key_Outcome const& o) {
+    return o.outcome == Outcome::condition || o.outcome == Outcome::control || o.outcome == Outcome::loose;
+  };
+  return !outcomes.empty() && std::none_of(outcomes.begin(), outcomes.end(), is_of_use);
 }
 
 std::string request_keys() {

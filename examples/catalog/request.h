@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <map>
 #include <optional>
 #include <set>
@@ -25,8 +26,11 @@ struct Request {
   std::optional<json_spirit::Object> document;
 };
 
-/// Throws Misuse for JSON that is malformed or no object, with its place and the reason, and std::runtime_error for a
-/// file that cannot be read.
+/// The largest document that is read.
+constexpr std::size_t most_document_bytes = 16UL * 1024UL * 1024UL;
+
+/// Throws Misuse for JSON that is malformed or no object, with its place and the reason, and for a larger document, and
+/// std::runtime_error for a file that cannot be read.
 Request read_request(Request_Source const& source);
 
 /// What became of a key.
@@ -50,6 +54,9 @@ using Key_Outcomes = std::vector<Key_Outcome>;
 /// became of each key. Returns the parser that read it, for its controls. The statement that comes of it runs whatever
 /// a stranger sent; throws Misuse for a request too large for that, and for a document with a part that is none.
 SQL_Filter_Parser add_request(Request const& request, Filter_SQL& filter, Key_Outcomes& outcomes);
+
+/// True for a request that has keys, and none of them could be used.
+bool is_useless(Key_Outcomes const& outcomes);
 
 /// The keys that a request may have, for help texts.
 std::string request_keys();

@@ -1,11 +1,11 @@
 #include "sqlite_catalog.h"
 
 #include <filesystem>
-#include <stdexcept>
 #include <system_error>
 
 #include "backup/store/sqlite_store.h"
 #include "backup/utils/sql/select_sql.h"
+#include "open_store.h"
 #include "schema.h"
 
 namespace {
@@ -42,7 +42,7 @@ void create_if_empty(Store& store) {
 }
 
 void check_catalog(Store& store, std::string const& file) {
-  if (pragma(store, "application_id") != application_id) throw std::runtime_error(file + " is no catalogue");
+  if (pragma(store, "application_id") != application_id) refuse_store(file, " is no catalogue");
   check_version(pragma(store, "user_version"), file);
 }
 
@@ -75,7 +75,7 @@ std::unique_ptr<Store> open(std::string const& file, Access access) {
 std::unique_ptr<Store> open_sqlite_catalog(std::string const& file, Access access) {
   std::error_code ignored;
   if (access != Access::create && !std::filesystem::exists(file, ignored)) {
-    throw std::runtime_error(file + ": no such store file");
+    refuse_store(file, ": no such store file");
   }
   std::unique_ptr<Store> store = open(file, access);
   check_catalog(*store, file);

@@ -82,6 +82,21 @@ std::string printable(std::string const& text) {
   return out;
 }
 
+std::string printable_json(std::string const& json) {
+  static constexpr char const* digits = "0123456789ABCDEF";
+  std::string out;
+  out.reserve(json.size());
+  for_each_code_point(json, [&](Code_Point point, std::string_view bytes) {
+    if (point.value < 0x7F || !harms_terminal(point.value)) {
+      out += bytes;
+      return;
+    }
+    out += "\\u";  // none is above U+FFFF
+    for (unsigned int shift = 16; shift > 0;) out += digits[point.value >> (shift -= 4) & 0xFU];
+  });
+  return out;
+}
+
 std::string valid_utf8(std::string const& text) {
   std::string out;
   out.reserve(text.size());

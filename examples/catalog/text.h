@@ -7,6 +7,9 @@
 /// characters, characters that reorder a line, and bytes that are no UTF-8 as \xNN. The result is valid UTF-8.
 std::string printable(std::string const& text);
 
+/// JSON text with the characters above U+007E that harm a terminal as \uXXXX, which leaves its value as it is.
+std::string printable_json(std::string const& json);
+
 /// `text` with U+FFFD in place of each byte that is no UTF-8.
 std::string valid_utf8(std::string const& text);
 

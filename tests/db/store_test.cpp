@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <cmath>
@@ -291,6 +292,7 @@ TEST(SQLite_Store, errors_name_place_and_reason_but_no_value) {
     ADD_FAILURE() << "no error";
   } catch (Store_Error const& error) {
     EXPECT_EQ(error.code(), 2067);
+    EXPECT_EQ(error.message(), "UNIQUE constraint failed: t.a (SQLite error 2067)");
     EXPECT_EQ(error.statement(), text);
     EXPECT_EQ(error.what(),
               "UNIQUE constraint failed: t.a (SQLite error 2067) in: " + text.substr(0, 499) + "... (510 bytes)");
@@ -406,6 +408,12 @@ TEST(SQLite_Store, opening_fails_at_once) {
     EXPECT_EQ(error_of([&] { SQLite_Store(std::get<0>(c), std::get<1>(c)); }),
               "cannot open database '" + std::get<0>(c) + "': " + std::get<2>(c));
   }
+  std::filesystem::permissions(directory.path, std::filesystem::perms::owner_read | std::filesystem::perms::owner_exec |
+                                                   std::filesystem::perms::others_exec);
+  ASSERT_EQ(seteuid(geteuid() == 0 ? 65534 : geteuid()), 0);  // the superuser may write everywhere
+  std::string const error = error_of([&] { SQLite_Store{directory.file("new")}; });
+  ASSERT_EQ(seteuid(getuid()), 0);
+  EXPECT_THAT(error, testing::EndsWith("unable to open database file: Permission denied (SQLite error 14)"));
   for (std::string const& path : {std::string(), good + '\0'}) {
     EXPECT_EQ(error_of([&] { SQLite_Store{path}; }), "cannot open a database whose path is empty or holds a zero byte");
   }
@@ -428,6 +436,52 @@ TEST(MySQL_Store, columns_come_back_as_what_they_are) {
   store->run("CREATE PROCEDURE p() BEGIN SELECT 1; SELECT 2; END");
   EXPECT_EQ(rows_text(*store, Raw("CALL p()")), "1");
   EXPECT_EQ(rows_text(*store, Raw("INSERT INTO t(j) VALUES (:j) RETURNING j").bind(":j", 5)), "5");
+}
+
+TEST(MySQL_Store, cancels_a_select_that_a_callback_leaves_and_nothing_else) {
+  auto const store = open_empty(Database::mariadb);
+  store->run("CREATE TABLE t(a INT)");
+  store->run("INSERT INTO t SELECT seq FROM seq_1_to_30000");
+  store->run("CREATE TABLE log(a INT)");
+  store->run("CREATE OR REPLACE USER one WITH MAX_USER_CONNECTIONS 1");
+  store->run("GRANT ALL ON " + own_database() + ".* TO one");
+  std::string url = mariadb_url(own_database());
+  MySQL_Store lone(url.replace(url.find("root"), 4, "one"));
+  struct {
+    Store& store;
+    SQL statement;
+    long long kills;
+  } const cases[] = {
+      {*store, Raw("SELECT 1"), 0},
+      {*store, Raw("SELECT a.seq FROM seq_1_to_1000000 a,seq_1_to_1000000 b"), 1},
+      {*store, Raw("\n(select a.seq+:n FROM seq_1_to_1000000 a,seq_1_to_1000000 b)").bind(":n", 1), 1},
+      {*store, Raw("DELETE FROM t RETURNING a"), 0},
+      {lone, Raw("SELECT seq FROM seq_1_to_200000"), 0},
+  };
+  auto const kills = [&] {
+    return std::stoll(store->rows(Raw("SHOW GLOBAL STATUS LIKE 'Com_kill'"))[0][1].val().get_str());
+  };
+  for (auto const& c : cases) {
+    for (bool const throws : {false, true}) {
+      SCOPED_TRACE(render(c.statement));
+      long long const before = kills();
+      Transaction transaction(c.store);
+      c.store.run("INSERT INTO log VALUES (1)");
+      bool has_thrown = false;
+      try {
+        c.store.query(c.statement,
+                      [&](Store::Row const&) { return throws ? throw std::out_of_range("enough") : false; });
+      } catch (std::out_of_range const&) {
+        has_thrown = true;
+      }
+      EXPECT_EQ(has_thrown, throws);
+      c.store.run("INSERT INTO log SELECT COUNT(*) FROM t");
+      transaction.commit();
+      EXPECT_EQ(kills() - before, c.kills);
+      store->run("INSERT INTO t SELECT seq FROM seq_1_to_30000 WHERE NOT EXISTS (SELECT 1 FROM t)");
+    }
+  }
+  EXPECT_EQ(rows_text(*store, Raw("SELECT a,COUNT(*) FROM log GROUP BY a ORDER BY a")), "0,2 1,10 30000,8");
 }
 
 TEST(MySQL_Store, names_in_literals_and_comments_are_none) {
@@ -478,19 +532,22 @@ TEST(MySQL_Store, errors_name_place_and_reason_but_no_value) {
 }
 
 TEST(MySQL_Store, opening_fails_with_the_reason_and_without_the_password) {
-  std::pair<char const*, char const*> const cases[] = {
-      {"mysql://u:pass:@word@h/x", "cannot open 'mysql://u:...@h/x': a password does not belong into the URL"},
-      {"http://h/x", "cannot open 'http://h/x': the URL does not begin with mysql://"},
-      {"mysql://h", "cannot open 'mysql://h': no '/' before the database"},
-      {"mysql:///x", "cannot open 'mysql:///x': neither a host nor a socket"},
-      {"mysql://h/x?y=1", "cannot open 'mysql://h/x?y=1': after '?' only socket=path is known"},
-      {"mysql://h/?socket=/s", "cannot open 'mysql://h/?socket=/s': a socket is on this machine, not on another host"},
-      {"mysql://h/%0", "cannot open 'mysql://h/%0': a percent sign without the two digits of a byte"},
-      {"mysql://h:65536/", "cannot open 'mysql://h:65536/': the port is no number from 1 to 65535"},
-      {"mysql:/u:pass@h//x", "cannot open '...@h//x': the URL does not begin with mysql://"},
-      {"mysql://h;user=u/", "cannot open 'mysql://h;user=u/': no name or address of a host"},
-      {"mysql://[::1/", "cannot open 'mysql://[::1/': a bracket that is not closed"},
-      {"mysql://[::1]:1/", "cannot open 'mysql://[::1]:1/': Can't connect to server on '::1' (115) (MySQL error 2002)"},
+  std::string const refused = "cannot read the URL of the database: ";
+  std::pair<char const*, std::string> const cases[] = {
+      {"mysql://u:pass:@word@h/x", refused + "a password does not belong into it"},
+      {"MariaDB://u%3Apass@h/x", refused + "a password does not belong into it"},
+      {"http://h/x", refused + "it does not begin with mysql:// or mariadb://"},
+      {"mysql:/u:pass@h//x", refused + "it does not begin with mysql:// or mariadb://"},
+      {"mysql://h", refused + "no '/' before the database"},
+      {"mysql://u/pass@h/x", refused + "'/' or '@' in the database's name"},
+      {"mysql:///x", refused + "neither a host nor a socket"},
+      {"mysql://h/x?password=pass", refused + "after '?' only socket=path is known"},
+      {"mysql://h/?socket=/s", refused + "a socket is on this machine, not on another host"},
+      {"mysql://h/%0", refused + "a percent sign without the two digits of a byte"},
+      {"mysql://h:65536/", refused + "the port is no number from 1 to 65535"},
+      {"mysql://h;user=u/", refused + "no name or address of a host"},
+      {"mysql://[::1/", refused + "a bracket that is not closed"},
+      {"MYSQL://[::1]:1/", "cannot open 'MYSQL://[::1]:1/': Can't connect to server on '::1' (115) (MySQL error 2002)"},
   };
   for (auto const& [url, message] : cases) {
     EXPECT_EQ(error_of([&, text = url] { MySQL_Store{text}; }), message);

@@ -13,6 +13,7 @@
 #include <fstream>
 #include <functional>
 #include <iterator>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -136,6 +137,49 @@ TEST_P(Catalog, csv_quotes_what_needs_it_and_keeps_every_byte) {
   EXPECT_EQ(run("find --kind file --limit 4 --format csv").out, replaced(text, "@", user_));
 }
 
+TEST_P(Catalog, no_name_controls_a_terminal) {
+  fs::create_directory(home_ / "odd");
+  std::ofstream(home_ / "odd/\x1B\xC2\x9B\xE2\x80\xAE");
+  ASSERT_EQ(run("index odd --host odd").code, 0);
+  EXPECT_THAT(run("find host=odd --format json").out, ::testing::HasSubstr(R"("name":"\u001B\u009B\u202E",)"));
+  EXPECT_THAT(shell("script -qec \"$C find host=odd --format csv --store '" + store_ + "'\" /dev/null").out,
+              ::testing::HasSubstr("\n\\x1b\\xc2\\x9b\\xe2\\x80\\xae,file,0,"));
+}
+
+TEST_P(Catalog, ends_with_its_reader) {
+  auto const find = [&](char const* arguments, char const* reader) {  // the client library ignores SIGPIPE here
+    return shell("{ sleep 0.3; env --default-signal=PIPE \"$C\" find --store '" + store_ + "' " + arguments +
+                 "; echo $? >&2; } | " + reader);
+  };
+  EXPECT_EQ(find("", "true").err, "141\n");
+  if (GetParam() == Database::sqlite) return;
+  MySQL_Store server(mariadb_url(own_database()));
+  server.run(
+      "INSERT INTO files SELECT UNHEX(MD5(seq)),run_uuid,CONCAT(path,seq),name,kind,size,modified,owner,retired"
+      " FROM files,seq_1_to_50000 WHERE name='sub'");
+  auto const kills = [&] {
+    Select_SQL status;
+    status.from("information_schema.global_status").select("variable_value").where("variable_name='COM_KILL'", true);
+    return std::stoll(server.rows(status).at(0).at(0).val().get_str());
+  };
+  long long const before = kills();
+  for (std::string const format : {"table", "csv", "json"}) {
+    EXPECT_EQ(find(("--limit 99999 --format " + format).c_str(), "head -c1 >&2").err.substr(1), "141\n");
+  }
+  EXPECT_EQ(kills() - before, 3);  // what nobody reads the server does not go on to send
+}
+
+TEST_P(Catalog_File, help_and_version_are_there_for_the_asking) {
+  Outcome const help = shell("\"$C\" --help");
+  EXPECT_EQ(help.code, 0);
+  EXPECT_EQ(shell("\"$C\" help").out, help.out);
+  EXPECT_EQ(shell("\"$C\" help find").out, shell("\"$C\" find --help").out);
+  EXPECT_THAT(shell("\"$C\" --version").out, ::testing::ContainsRegex("^catalog [0-9.]+\n$"));
+  Outcome const nothing = shell("\"$C\"");
+  EXPECT_EQ(nothing.code, 2);
+  EXPECT_EQ(nothing.err, help.out);
+}
+
 TEST_P(Catalog, explain_prints_the_fate_of_each_key_and_both_dialects_named_and_positional) {
   std::string const keys = R"(keys
   condition: GE_size
@@ -154,7 +198,7 @@ TEST_P(Catalog, explain_prints_the_fate_of_each_key_and_both_dialects_named_and_
       "SELECT f.name `name`,f.kind `kind`,f.size `size`,f.modified `modified`,f.retired `retired`,f.owner `owner`,"
       "h.name `host`,f.path `path`";
   std::string const where =
-      " FROM `files` `f` INNER JOIN `runs` `r` ON r.id=f.run_uuid INNER JOIN `hosts` `h` ON h.id=r.host_uuid"
+      " FROM `files` `f` LEFT JOIN `runs` `r` ON r.id=f.run_uuid LEFT JOIN `hosts` `h` ON h.id=r.host_uuid"
       " WHERE (`f`.`size`>=:1) AND ((`f`.`kind`=:2) OR ((`f`.`retired` IS NULL) AND (`f`.`owner` IN ('a','o''b')))"
       " OR (`r`.`complete`=:3)) AND (`f`.`name`=:4) AND (f.name LIKE :__search_3 ESCAPE '|')";
   std::string marks = where;
@@ -235,14 +279,18 @@ TEST_P(Catalog, find_filters_sorts_pages_and_names_what_it_could_not_use) {
       {"'order=desc' --limit 1", "", {"a2.txt"}},
       {"'shape=1&OR=colour%3Dred%26name%3Dsub'", "ignored: OR/colour, shape\n", {"sub"}},
       {"'name=a.txt&name=sub'", "repeated, the last counts: name\n", {"sub"}},
-      {"'kind=file'",
-       "loose: kind='file': no 64-bit integer; the digits at its start count, none are 0, too many 2^63-1\n",
-       {}},
+      {"'IN_kind=2,file&name=sub'",
+       "failed: IN_kind='2,file': 1 is a file, 2 a directory, 3 a link, 4 another\n",
+       {"sub"}},
+      {"'size=1k'",
+       "loose: size='1k': no 64-bit integer; the digits at its start count, none are 0, too many 2^63-1\n",
+       {"new\nline"}},
+      {"'*.h&run=1' --name ub --lenient", "failed: run='1': a uuid is wanted\nignored: *.h\n", {"sub"}},
       {"'complete=false&name=sub'", "loose: complete='false': neither 0 nor 1; anything but 0 is true\n", {"sub"}},
       {"'NI_size=&name=sub&AND='", "loose: AND='': an empty group\nloose: NI_size='': an empty list\n", {"sub"}},
       {"'run=1&name=sub'", "failed: run='1': a uuid is wanted\n", {"sub"}},
       {"'sort=f.id&name=sub'", "failed: sort='f.id': keys of a request are wanted\n", {"sub"}},
-      {R"(--json '{"OR":{"name":"x","size":true}}' --name ub)",
+      {R"(--json '{"OR":{"name":"x","size":true}}' --name ub --lenient)",
        "failed: OR/size='true': an integer is wanted\n",
        {"sub"}},
       {R"(--json '{"IN_run":["x"],"name":"sub"}')", "failed: IN_run='[\"x\"]': uuids are wanted\n", {"sub"}},
@@ -271,13 +319,14 @@ TEST_P(Catalog, hostile_requests_are_answered_or_refused_and_change_nothing) {
   struct {
     std::string request;
     int code;
+    std::optional<int> explained{};
   } const cases[] = {
       {"'name=%27;DROP TABLE files;--&owner=\\&path=\"'", 0},
       {"'IN_name=%27);DROP TABLE files;--,\\,\",`,:1,?&size=-5'", 0},
-      {"'name=%00&OR=IN_name%3Da%2500b&IN_path=a%00b'", 0},
+      {"'name=%00&OR=IN_name%3Da%2500b&IN_path=a%00b'", 2, 0},
       {"'sort=" + repeated("name,", 3000) + "&name=x'", 0},
       {"'sort=size;DROP TABLE files&order=desc;&limit=-9223372036854775808&offset=-5&name=x'", 0},
-      {"'LK_name=" + repeated("%25", 30000) + "x'", 0},
+      {"'LK_name=" + repeated("%25", 30000) + "x'", 2, 0},
       {"'IN_run=" + uuid + "&run=" + uuid + "'", 0},
       {R"(--json '{"size":18446744073709551615,"name":{"a":[1.5]},"IN_path":[{"a":"\u0000"},null,1e308]}')", 0},
       {"'" + pairs + "name=x'", 0},
@@ -293,7 +342,7 @@ TEST_P(Catalog, hostile_requests_are_answered_or_refused_and_change_nothing) {
     Outcome const found = run("find " + c.request);
     EXPECT_EQ(found.code, c.code) << found.err;
     EXPECT_THAT(run("purge " + c.request), ::testing::Field(&Outcome::code, ::testing::AnyOf(0, 2)));
-    EXPECT_EQ(shell("\"$C\" explain " + c.request).code, c.code);
+    EXPECT_EQ(shell("\"$C\" explain " + c.request).code, c.explained.value_or(c.code));
   }
   EXPECT_EQ(run("find --format csv").out, before);
 }
@@ -319,9 +368,8 @@ TEST_P(Catalog, retire_and_purge_take_plain_conditions_only) {
        0, 7},
       {R"(retire --json '{"NE_name":["b"]}')", "",
        "a key is not plainly a condition; loose: NE_name='[\"b\"]': no text; it is compared as it is", 0, 7},
-      {R"(retire --json '{"NI_kind":["file"]}')", "",
-       "a key is not plainly a condition; loose: NI_kind='[\"file\"]': an element of another kind than the key's", 0,
-       7},
+      {R"(retire --json '{"NI_size":["5"]}')", "",
+       "a key is not plainly a condition; loose: NI_size='[\"5\"]': an element of another kind than the key's", 0, 7},
       {"retire --document none.json", "", "a key is not plainly a condition; loose: --document: no condition in it", 0,
        7},
       {"retire 'host=H1&LK_name=%25.%25'", "retired 3 files\n", "", 3, 7},
@@ -374,13 +422,24 @@ TEST_P(Catalog_File, what_goes_wrong_has_its_exit_code_and_one_line) {
   std::ofstream(home_ / "bad.json")
       << R"({"op":"AND","v":[{"op":"OR","v":["f.size>1",{"op":"BR","k":"f.size","v":1}]}]})";
   write_changed("foreign.db", 71, 0);  // and of application_id
+  std::string const makes = "; 'catalog index DIR --store STORE' makes a catalogue in a new file or an empty database";
+  std::string const refused = "cannot read the URL of the database: ";
+  std::string const useless =
+      "ignored: *.h, size>100\ncatalog: nothing listed: no part of the request can be used; known keys are name, path, "
+      "kind, size, modified, owner, retired, run, complete, directory, host; --lenient lists without it";
   struct {
     char const* arguments;
     int code;
-    char const* error;
+    std::string error;
   } const cases[] = {
-      {"", 2, "A subcommand is required"},
-      {"find --colour", 2, "The following argument was not expected: --colour"},
+      {"frobnicate", 2, "unknown command 'frobnicate'; 'catalog help' lists the commands"},
+      {"fnd", 2, "unknown command 'fnd', did you mean 'find'?"},
+      {"retier", 2, "unknown command 'retier', did you mean 'retire'?"},
+      {"find --colour=red", 2, "find: unknown option '--colour'; 'catalog help find' tells all"},
+      {"find --stor x", 2, "find: unknown option '--stor', did you mean '--store'?"},
+      {"find name=a b", 2, "find: one argument too many 'b'; 'catalog help find' tells all"},
+      {"find name=a MariaDB://u:pass@h/x", 2, "find: one argument too many; 'catalog help find' tells all"},
+      {"find '*.h&size>100' --name a", 2, useless},
       {"find --sort f.id", 2,
        "--sort: unknown word 'f.id', allowed: name, kind, size, modified, retired, owner, host, path"},
       {"find --order asc,up", 2, "--order: unknown word 'up', allowed: asc, desc"},
@@ -394,15 +453,23 @@ TEST_P(Catalog_File, what_goes_wrong_has_its_exit_code_and_one_line) {
        "--json: line 1, column 32: the object has a member of this name already"},
       {"find --document gone.json", 1, "gone.json: No such file or directory"},
       {"find --document tree", 1, "tree: is a directory"},
+      {"find --document - </dev/zero", 2, "--document: -: larger than 16 MiB"},
+      {"purge --all >/dev/full", 1, "purged 0 files; the output cannot be written"},
+      {"find --store 'MariaDB://u:pass@h/x'", 1, refused + "a password does not belong into it"},
+      {"find --store 'mysql:u:pass@h/x'", 1, refused + "it does not begin with mysql:// or mariadb://"},
+      {"find --store 'mysql//u:pass@h/x'", 1,
+       "--store: neither a file nor a URL that begins with mysql:// or mariadb://"},
+      {"find --store 'u%3Apass@h/x'", 1, "--store: neither a file nor a URL that begins with mysql:// or mariadb://"},
       {"find --document tree/a.txt", 2, "tree/a.txt: line 1, column 1: a value is missing or misspelt"},
       {"find --document bad.json", 2, "--document: the document, member 1, member 2: an 'op' that compares nothing"},
       {"index 'gone\n'", 1, "gone\\n: No such file or directory"},
       {"index tree --host 'h 1'", 2, "--host: 'h 1' is not 1 to 255 ASCII letters, digits, '.', '-' and '_'"},
       {"index store.db", 1, "store.db: not a directory"},
-      {"find --store gone.db", 1, "gone.db: no such store file"},
-      {"drop-run x --store gone.db", 1, "gone.db: no such store file"},
-      {"find --store tree/a.txt", 1, "cannot open database 'tree/a.txt': file is not a database (SQLite error 26)"},
-      {"index tree --store foreign.db", 1, "foreign.db is no catalogue"},
+      {"find --store gone.db", 1, "gone.db: no such store file" + makes},
+      {"drop-run x --store gone.db", 1, "gone.db: no such store file" + makes},
+      {"find --store tree/a.txt", 1,
+       "cannot open database 'tree/a.txt': file is not a database (SQLite error 26)" + makes},
+      {"index tree --store foreign.db", 1, "foreign.db is no catalogue" + makes},
       {"runs --store newer.db", 1, "newer.db is a catalogue of schema version 3, this program reads version 2"},
       {"changes x y", 1, "no run x in store.db"},
       {"drop-run \"' OR ''='\"", 1, "no run ' OR ''=' in store.db"},
@@ -411,7 +478,7 @@ TEST_P(Catalog_File, what_goes_wrong_has_its_exit_code_and_one_line) {
     SCOPED_TRACE(c.arguments);
     Outcome const outcome = run(c.arguments);
     EXPECT_EQ(outcome.code, c.code);
-    EXPECT_EQ(outcome.err, std::string("catalog: ") + c.error + "\n");
+    EXPECT_EQ(outcome.err, "catalog: " + c.error + "\n");
     EXPECT_EQ(outcome.out, "");
   }
   EXPECT_FALSE(fs::exists(home_ / "gone.db"));
@@ -468,7 +535,7 @@ else
 fi)");
   EXPECT_EQ(outcome.out, "exit 1\nstate,files\ncomplete,7\nrunning,0\n");
   EXPECT_THAT(outcome.err,
-              ::testing::ContainsRegex("\ncatalog: [a-z/O ]* \\(SQLite error (13|778)\\) in: INSERT INTO"));
+              ::testing::ContainsRegex("\ncatalog: full/s.db: [a-z/O ]* \\(SQLite error (13|778)\\); [^\n(]*\n"));
 }
 
 TEST_P(Catalog_File, that_another_process_holds_is_waited_for_and_given_up) {
@@ -476,8 +543,9 @@ TEST_P(Catalog_File, that_another_process_holds_is_waited_for_and_given_up) {
   Transaction const transaction(holder);
   Outcome const outcome = run("retire --all");
   EXPECT_EQ(outcome.code, 1);
-  EXPECT_THAT(outcome.err,
-              ::testing::StartsWith("catalog: database is locked (SQLite error 5) in: UPDATE `files` SET"));
+  EXPECT_EQ(
+      outcome.err,
+      "catalog: store.db: database is locked (SQLite error 5); it is in use by another process: try again later\n");
   EXPECT_EQ(total("find NL_retired="), 7);
 }
 

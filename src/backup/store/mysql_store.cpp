@@ -4,15 +4,17 @@
 #include <mysql.h>
 #include <mysqld_error.h>
 
+#include <algorithm>
 #include <array>
 #include <charconv>
+#include <chrono>
 #include <cstddef>
 #include <cstring>
-#include <new>
-#include <stdexcept>
+#include <string_view>
 #include <system_error>
 #include <utility>
 
+#include "backup/store/detail/mysql_connection.h"
 #include "backup/store/detail/mysql_text.h"
 #include "backup/store/detail/mysql_url.h"
 #include "backup/store/detail/parameters.h"
@@ -20,34 +22,14 @@
 
 namespace {
 
-constexpr unsigned int connect_seconds = 10;
-constexpr char const* charset = "utf8mb4";
 constexpr unsigned int binary_charset = 63;  // the number that MySQL gives to bytes
-constexpr char const* required_modes[] = {"NO_BACKSLASH_ESCAPES", "STRICT_ALL_TABLES"};
+// The rest of a result that comes within it is cheaper to read than to cancel.
+constexpr std::chrono::milliseconds patience(10);
 
-struct Close {
-  void operator()(MYSQL* db) const noexcept { mysql_close(db); }
-};
 struct Close_Statement {
   void operator()(MYSQL_STMT* statement) const noexcept { mysql_stmt_close(statement); }
 };
-struct Free_Result {
-  void operator()(MYSQL_RES* result) const noexcept { mysql_free_result(result); }
-};
-using Database = std::unique_ptr<MYSQL, Close>;
 using Handle = std::unique_ptr<MYSQL_STMT, Close_Statement>;
-using Result = std::unique_ptr<MYSQL_RES, Free_Result>;
-
-[[noreturn]] void fail(std::string const& message, unsigned int code, std::string const& text) {
-  if (code == CR_OUT_OF_MEMORY) throw std::bad_alloc();
-  throw Store_Error(message + " (MySQL error " + std::to_string(code) + ')', static_cast<int>(code), text);
-}
-
-template <class T>
-T* or_no_memory(T* result) {
-  if (result == nullptr) throw std::bad_alloc();
-  return result;
-}
 
 // What a failed statement with values says. Messages of the client, and those here, quote names at most; others quote
 // the values ("Duplicate entry 'x'").
@@ -74,12 +56,6 @@ std::string without_values(char const* message, unsigned int code) {
     case ER_WARN_DATA_OUT_OF_RANGE: return message;
     default: return code >= CR_MIN_ERROR && code <= CR_MYSQL_LAST_ERROR ? message : "a value or its use is refused";
   }
-}
-
-unsigned int status_of(MYSQL* db) {
-  unsigned int status = 0;
-  mariadb_get_infov(db, MARIADB_CONNECTION_SERVER_STATUS, &status);
-  return status;
 }
 
 // A value on its way to the server: numbers inside, texts and bytes where they are, which must live until the statement
@@ -232,7 +208,7 @@ Prepared prepare(MYSQL* db, std::string const& text) {
   Prepared prepared{text, Handle(or_no_memory(mysql_stmt_init(db))), marked.parameters};
   MYSQL_STMT* const statement = prepared.handle.get();
   if (mysql_stmt_prepare(statement, marked.text.data(), static_cast<unsigned long>(marked.text.size())) != 0) {
-    fail(mysql_stmt_error(statement), mysql_stmt_errno(statement), text);
+    fail_mysql(mysql_stmt_error(statement), mysql_stmt_errno(statement), text);
   }
   prepared.parameters.places = mysql_stmt_param_count(statement);
   return prepared;
@@ -240,13 +216,22 @@ Prepared prepare(MYSQL* db, std::string const& text) {
 
 using Cache = Statement_Cache<Prepared>;
 
+// True for a SELECT, which can be stopped anywhere: what stops a statement that changes rows takes the changes back.
+bool only_reads(std::string const& text) {
+  std::string_view rest(text);
+  rest.remove_prefix(std::min(rest.find_first_not_of(" \t\n\r("), rest.size()));
+  auto const end = std::find_if_not(rest.begin(), rest.end(), is_name_byte);
+  return is_word(rest.substr(0, static_cast<std::size_t>(end - rest.begin())), "select");
+}
+
 // A statement with the values of one run. One that does not come to its end is closed, which leaves the connection free
 // for the next.
 class Running_Statement {
 public:
-  Running_Statement(MYSQL* db, Cache& cache, std::string const& text) : db_(db), cache_(cache), text_(text) {
+  Running_Statement(MySQL_Connection const& connection, Cache& cache, std::string const& text)
+      : connection_(connection), cache_(cache), text_(text) {
     node_ = cache_.take(text);
-    if (node_.empty()) node_.push_back(prepare(db, text));
+    if (node_.empty()) node_.push_back(prepare(connection.get(), text));
     statement_ = node_.front().handle.get();
   }
 
@@ -267,7 +252,7 @@ public:
     check(mysql_stmt_execute(statement_) == 0);
     std::vector<std::string> names;
     if (mysql_stmt_field_count(statement_) == 0) return names;
-    Result const result(or_no_memory(mysql_stmt_result_metadata(statement_)));
+    MySQL_Result const result(or_no_memory(mysql_stmt_result_metadata(statement_)));
     MYSQL_FIELD const* const fields = mysql_fetch_fields(result.get());
     unsigned int const count = mysql_num_fields(result.get());
     cells_ = std::vector<Cell>(fields, fields + count);
@@ -279,20 +264,24 @@ public:
     return names;
   }
 
-  // True when there is a row to read, false at the end.
-  bool fetch() {
-    int const result = mysql_stmt_fetch(statement_);
-    check(result == 0 || result == MYSQL_DATA_TRUNCATED || result == MYSQL_NO_DATA);
-    return result != MYSQL_NO_DATA;
-  }
-
-  void read(Store::Row& row) {
-    row.resize(cells_.size());
-    for (unsigned int i = 0; i < cells_.size(); ++i) check(cells_[i].read(statement_, i, row[i]));
+  // Calls `callback`, when set, for each row until it has enough.
+  void read_rows(Store::Row_Callback const& callback) {
+    Store::Row row;
+    try {
+      while (fetch()) {
+        if (!callback) continue;
+        read(row);
+        if (!callback(row)) return drop_rest();
+      }
+    } catch (...) {
+      if (has_row_) drop_rest_unheard();
+      throw;
+    }
   }
 
   // Ends it after its last row. The number of changed rows.
   unsigned long long finish() {
+    if (is_cancelled_) return 0;
     unsigned long long const changed = cells_.empty() ? mysql_stmt_affected_rows(statement_) : 0;
     check(mysql_stmt_free_result(statement_) == 0);
     while (mysql_stmt_more_results(statement_) != 0) {
@@ -304,150 +293,117 @@ public:
   }
 
 private:
+  // True when there is a row to read, false at the end.
+  bool fetch() {
+    int const result = mysql_stmt_fetch(statement_);
+    has_row_ = result == 0 || result == MYSQL_DATA_TRUNCATED;
+    check(has_row_ || result == MYSQL_NO_DATA);
+    return has_row_;
+  }
+
+  void read(Store::Row& row) {
+    row.resize(cells_.size());
+    for (unsigned int i = 0; i < cells_.size(); ++i) check(cells_[i].read(statement_, i, row[i]));
+  }
+
+  // Reads to the end what nobody wants. When it takes long, the server is told to stop, once.
+  void drop_rest() {
+    using Clock = std::chrono::steady_clock;
+    Clock::time_point const enough = Clock::now() + patience;
+    bool may_cancel = only_reads(text_);
+    try {
+      while (fetch()) {
+        if (!may_cancel || Clock::now() < enough) continue;
+        may_cancel = false;
+        is_cancelled_ = connection_.cancel();
+      }
+    } catch (Store_Error const& error) {
+      if (is_cancelled_) connection_.settle();
+      if (!is_cancelled_ || error.code() != ER_QUERY_INTERRUPTED) throw;
+      return;
+    }
+    if (is_cancelled_) connection_.settle();
+  }
+
+  // The same where another error is under way.
+  void drop_rest_unheard() {
+    try {
+      drop_rest();
+    } catch (Store_Error const&) {
+      // The first error is told.
+    }
+  }
+
   void check(bool went_well) {
     if (went_well) return;
     // What goes wrong while rows are fetched the driver tells of the connection only.
     bool const is_statement = mysql_stmt_errno(statement_) != 0;
-    unsigned int const code = is_statement ? mysql_stmt_errno(statement_) : mysql_errno(db_);
-    std::string message = is_statement ? mysql_stmt_error(statement_) : mysql_error(db_);
+    MYSQL* const db = connection_.get();
+    unsigned int const code = is_statement ? mysql_stmt_errno(statement_) : mysql_errno(db);
+    std::string message = is_statement ? mysql_stmt_error(statement_) : mysql_error(db);
     if (node_.front().parameters.places > 0) message = without_values(message.c_str(), code);
-    fail(message, code, text_);
+    fail_mysql(message, code, text_);
   }
 
-  MYSQL* db_;
+  MySQL_Connection const& connection_;
   Cache& cache_;
   std::string const& text_;
   Cache::Node node_;
   MYSQL_STMT* statement_ = nullptr;
+  bool has_row_ = false;
+  bool is_cancelled_ = false;
   std::vector<Binder> binders_;
   std::vector<Cell> cells_;
   JSON_Texts json_texts_;
 };
-
-// Runs a statement of the store's own.
-Result run_plain(MYSQL* db, std::string const& text) {
-  if (mysql_real_query(db, text.data(), static_cast<unsigned long>(text.size())) != 0) {
-    fail(mysql_error(db), mysql_errno(db), text);
-  }
-  Result result(mysql_store_result(db));
-  if (result == nullptr && mysql_errno(db) != 0) fail(mysql_error(db), mysql_errno(db), text);
-  return result;
-}
 
 // What begins and ends a transaction, which not every server prepares.
 bool is_control(std::string const& text) {
   return text == "START TRANSACTION" || text == "COMMIT" || text == "ROLLBACK";
 }
 
-// True when the comma list holds the word.
-bool has_word(std::string const& list, std::string const& word) {
-  return (',' + list + ',').find(',' + word + ',') != std::string::npos;
-}
-
-void set_session(MYSQL* db) {
-  // Not left to the handshake, which a server's settings may overrule.
-  if (mysql_set_character_set(db, charset) != 0) fail(mysql_error(db), mysql_errno(db), "");
-  std::string modes;
-  for (char const* const mode : required_modes) modes += std::string(mode) + ',';
-  // EMPTY_STRING_IS_NULL gives way to another mode, not to an empty text, which that mode takes for null.
-  run_plain(db, "SET SESSION sql_mode=REPLACE(CONCAT('" + modes + "',@@SESSION.sql_mode),'EMPTY_STRING_IS_NULL','" +
-                    required_modes[0] + "'),time_zone='+00:00',autocommit=1");
-  Result const result = run_plain(db, "SELECT @@SESSION.sql_mode");
-  char const* const* const row = mysql_fetch_row(or_no_memory(result.get()));
-  std::string const set = row != nullptr && row[0] != nullptr ? row[0] : "";
-  for (char const* const mode : required_modes) {
-    if (!has_word(set, mode)) throw Store_Error(std::string("the server does not set the SQL mode ") + mode, 0, "");
-  }
-}
-
-void set_options(MYSQL* db, bool has_socket) {
-  my_bool const no = 0;
-  unsigned int const off = 0;
-  unsigned int const protocol = has_socket ? MYSQL_PROTOCOL_SOCKET : MYSQL_PROTOCOL_TCP;
-  mysql_optionsv(db, MYSQL_SET_CHARSET_NAME, charset);
-  mysql_optionsv(db, MYSQL_OPT_PROTOCOL, &protocol);
-  mysql_optionsv(db, MYSQL_OPT_CONNECT_TIMEOUT, &connect_seconds);
-  mysql_optionsv(db, MYSQL_OPT_RECONNECT, &no);
-  mysql_optionsv(db, MYSQL_OPT_LOCAL_INFILE, &off);  // the server could ask for any file of this machine
-}
-
-char const* or_null(std::string const& text) { return text.empty() ? nullptr : text.c_str(); }
-
-Database open_database(MySQL_URL const& url, Secure_String const& password) {
-  Database db(or_no_memory(mysql_init(nullptr)));
-  set_options(db.get(), !url.socket.empty());
-  MYSQL const* const connected =
-      mysql_real_connect(db.get(), or_null(url.host), or_null(url.user), password.c_str(), or_null(url.database),
-                         url.port, or_null(url.socket), CLIENT_FOUND_ROWS);
-  if (connected == nullptr) fail(mysql_error(db.get()), mysql_errno(db.get()), "");
-  set_session(db.get());
-  return db;
-}
-
-// The URL without what may be a password: from the first colon after "mysql://" to the last "@", and all before that
-// when it is no such URL.
-std::string shown(std::string url) {
-  std::size_t const at = url.rfind('@');
-  std::size_t const begin = url.compare(0, 8, "mysql://") == 0 ? url.find(':', 8) : 0;
-  if (at == std::string::npos || begin >= at) return url;
-  return url.replace(begin, at - begin, begin == 0 ? "..." : ":...");
-}
-
-Database open_database(std::string const& url, Secure_String const& password) {
-  std::string const place = "cannot open '" + shown(url) + "': ";
-  try {
-    return open_database(parse_mysql_url(url), password);
-  } catch (Store_Error const& error) {
-    throw Store_Error(place + error.what(), error.code(), "");
-  } catch (std::runtime_error const& error) {
-    throw Store_Error(place + error.what(), 0, "");
-  }
-}
-
 }  // namespace
 
 struct MySQL_Store::Connection {
-  Database db;
+  Connection(std::string const& url, Secure_String const& password) : db(url, password) {}
+
+  MySQL_Connection db;
   Cache cache;  // goes before the database
 };
 
 MySQL_Store::MySQL_Store(std::string const& url, Secure_String const& password)
-    : connection_(std::make_unique<Connection>(Connection{open_database(url, password), {}})) {}
+    : connection_(std::make_unique<Connection>(url, password)) {}
 
 MySQL_Store::~MySQL_Store() = default;
 
+bool MySQL_Store::is_url(std::string const& text) { return is_mysql_url(text); }
+
 SQL::Database_Type MySQL_Store::dialect() const { return SQL::DB_MYSQL; }
 
-bool MySQL_Store::in_transaction() const { return (status_of(connection_->db.get()) & SERVER_STATUS_IN_TRANS) != 0; }
+bool MySQL_Store::in_transaction() const { return (connection_->db.status() & SERVER_STATUS_IN_TRANS) != 0; }
 
 unsigned long long MySQL_Store::execute(std::string const& text, Bindings const* bindings,
                                         std::vector<Binding_Value> const& values, Row_Callback const& callback,
                                         std::vector<std::string>* columns) {
-  MYSQL* const db = connection_->db.get();
-  if ((status_of(db) & SERVER_STATUS_NO_BACKSLASH_ESCAPES) == 0) {
+  MySQL_Connection const& db = connection_->db;
+  if ((db.status() & SERVER_STATUS_NO_BACKSLASH_ESCAPES) == 0) {
     throw Store_Error("the session has lost the SQL mode NO_BACKSLASH_ESCAPES", 0, text);
   }
   try {
     if (is_control(text)) {
-      run_plain(db, text);
+      db.run(text);
       return 0;
     }
     Running_Statement statement(db, connection_->cache, text);
     statement.bind(bindings, values);
     std::vector<std::string> names = statement.execute();
-    bool has_rows = !names.empty();
-    bool wants_rows = callback != nullptr;
+    bool const has_rows = !names.empty();
     if (columns != nullptr) *columns = std::move(names);
-    Row row;
-    while (has_rows && statement.fetch()) {
-      if (!wants_rows) continue;
-      statement.read(row);
-      wants_rows = callback(row);
-    }
+    if (has_rows) statement.read_rows(callback);
     return statement.finish();
   } catch (...) {
     // What was left unread may have ended the transaction, and an error does not tell; the answer to a statement does.
-    if (in_transaction()) mysql_query(db, "DO 0");
+    if (in_transaction()) db.settle();
     throw;
   }
 }

@@ -33,12 +33,23 @@
 /// backslash escapes on columns of utf8mb4 in this mode too; on columns of latin1 and binary ones it does not.
 ///
 /// `run` returns the rows that an UPDATE found, changed or not; of REPLACE each replaced row counts twice; 0 for a
-/// statement that returns rows. When a callback stops a query early, the rest of its rows is still read and dropped.
+/// statement that returns rows.
+///
+/// When a callback stops a query early, or throws, what comes of its rows within 10 milliseconds is read and dropped.
+/// Is there more, a text that begins with SELECT is cancelled on the server (KILL QUERY), through a second connection
+/// with the same settings, which is refused where a proxy or another server answers; rows that were not read may then
+/// stay unlocked (FOR UPDATE), and what a function called for them would have changed stays as it was. The transaction
+/// goes on, and no other statement is hit. Where that cannot be done, and of other statements, whose changes would be
+/// taken back, the rest is read to its end. A row that is long in coming is waited for.
 class BACKUP_STORE_API MySQL_Store : public Store {
 public:
-  /// `url` is "mysql://[user@]host[:port]/[database]", by TCP, or "mysql://[user@]/[database]?socket=path"; percent
-  /// escapes are decoded, a password is refused in it. Throws Store_Error when there is no such connection; a server
-  /// that says nothing is given up after 10 seconds. The client keeps the password until this store goes.
+  /// True for a text that begins with "mysql:" or "mariadb:", in letters of any case.
+  static bool is_url(std::string const& text);
+
+  /// `url` is "mysql://[user@]host[:port]/[database]", by TCP, or "mysql://[user@]/[database]?socket=path", or the same
+  /// with "mariadb://"; percent escapes are decoded. Throws Store_Error when there is no such connection, and for a
+  /// password in `url`; a URL that is refused, which may hold one, is not in the error. A server that says nothing is
+  /// given up after 10 seconds. The password is kept until this store goes.
   explicit MySQL_Store(std::string const& url, Secure_String const& password = Secure_String());
   ~MySQL_Store() override;
 

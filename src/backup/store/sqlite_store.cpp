@@ -1,9 +1,13 @@
 #include "backup/store/sqlite_store.h"
 
+#include <fcntl.h>
 #include <sqlite3.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstddef>
+#include <filesystem>
 #include <limits>
 #include <new>
 #include <string_view>
@@ -226,11 +230,18 @@ int open_flags(SQLite_Store::Open_Mode mode) {
   return flags | SQLITE_OPEN_READWRITE | (mode == SQLite_Store::OPEN_OR_CREATE ? SQLITE_OPEN_CREATE : 0);
 }
 
+// Why a file that is not there is not made. SQLite tries a second time, without making it, and tells of that only.
+int creation_error(std::string const& file) {
+  std::filesystem::path const directory = std::filesystem::path(file).parent_path();
+  return faccessat(AT_FDCWD, directory.empty() ? "." : directory.c_str(), W_OK, AT_EACCESS) == 0 ? ENOENT : errno;
+}
+
 // <SQLite's message>[: <what the system says>]
-std::string open_error(sqlite3* db, int code) {
+std::string open_error(sqlite3* db, int code, std::string const& file, SQLite_Store::Open_Mode mode) {
   std::string const message = sqlite3_errmsg(db);
   bool const is_system = (code & 0xFF) == SQLITE_CANTOPEN || (code & 0xFF) == SQLITE_IOERR;
-  int const cause = is_system ? sqlite3_system_errno(db) : 0;
+  int cause = is_system ? sqlite3_system_errno(db) : 0;
+  if (cause == ENOENT && mode == SQLite_Store::OPEN_OR_CREATE) cause = creation_error(file);
   return cause == 0 ? message : message + ": " + std::system_category().message(cause);
 }
 
@@ -250,7 +261,7 @@ Database open_database(std::string const& path, SQLite_Store::Open_Mode mode) {
     // The second setting is in the file, which is read here for the first time.
     code = sqlite3_exec(handle, "PRAGMA foreign_keys=ON;PRAGMA schema_version", nullptr, nullptr, nullptr);
   }
-  if (code != SQLITE_OK) fail(place + open_error(handle, code), code, "");
+  if (code != SQLITE_OK) fail(place + open_error(handle, code, file, mode), code, "");
   if (mode != SQLite_Store::OPEN_READ_ONLY && sqlite3_db_readonly(handle, "main") == 1) {
     throw Store_Error(place + "it cannot be written", 0, "");
   }

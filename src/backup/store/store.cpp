@@ -62,7 +62,7 @@ char const* begin_text(SQL::Database_Type db) {
 Store_Error::Store_Error(std::string const& message, int code, std::string const& statement)
     : std::runtime_error(error_text(message, statement)),
       code_(code),
-      statement_(std::make_shared<std::string const>(statement)) {}
+      texts_(std::make_shared<Texts const>(Texts{message, statement})) {}
 
 Store_Error::~Store_Error() = default;
 

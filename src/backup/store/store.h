@@ -20,12 +20,19 @@ public:
 
   /// The driver's code; 0 when the store itself refused.
   int code() const noexcept { return code_; }
+  /// What went wrong, without the statement: for users of a program, whom a statement tells nothing.
+  std::string const& message() const noexcept { return texts_->message; }
   /// The text of the statement, with its parameter marks; empty when there was none.
-  std::string const& statement() const noexcept { return *statement_; }
+  std::string const& statement() const noexcept { return texts_->statement; }
 
 private:
+  struct Texts {
+    std::string message;
+    std::string statement;
+  };
+
   int code_;
-  std::shared_ptr<std::string const> statement_;  // copying an exception must not throw
+  std::shared_ptr<Texts const> texts_;  // copying an exception must not throw
 };
 
 /// Runs rendered statements on one connection to a real database. Used by one thread at a time.

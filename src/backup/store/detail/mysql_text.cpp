@@ -1,14 +1,8 @@
 #include "backup/store/detail/mysql_text.h"
 
 #include <algorithm>
-#include <string_view>
 
 namespace {
-
-bool is_name_byte(char c) {
-  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' || c == '$' ||
-         static_cast<unsigned char>(c) >= 0x80;
-}
 
 // A blank or a control character.
 bool is_blank(char c) { return static_cast<unsigned char>(c) <= ' ' || c == '\x7F'; }
@@ -40,6 +34,16 @@ std::size_t opaque_length(std::string_view text) {
 }
 
 }  // namespace
+
+bool is_word(std::string_view text, std::string_view lower) {
+  auto const is_same = [](char c, char lower_c) { return (c | 0x20) == lower_c; };
+  return std::equal(text.begin(), text.end(), lower.begin(), lower.end(), is_same);
+}
+
+bool is_name_byte(char c) {
+  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' || c == '$' ||
+         static_cast<unsigned char>(c) >= 0x80;
+}
 
 MySQL_Text mark_names(std::string const& named) {
   MySQL_Text marked;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 #include "backup/store/detail/parameters.h"
 
@@ -11,5 +12,11 @@ struct MySQL_Text {
 };
 
 /// Replaces ":name" outside of literals, quoted names and comments, as MySQL reads them with NO_BACKSLASH_ESCAPES. A
-/// name is letters, digits, "_", "$" and bytes above 127. Linear.
+/// name is of `is_name_byte`. Linear.
 MySQL_Text mark_names(std::string const& named);
+
+/// True when `text` is the word in letters of any case; `lower` is in lower case, ASCII.
+bool is_word(std::string_view text, std::string_view lower);
+
+/// True for a byte that may be part of a name: letters, digits, "_", "$" and bytes above 127.
+bool is_name_byte(char c);

@@ -9,6 +9,8 @@
 #include <string_view>
 #include <system_error>
 
+#include "backup/store/detail/mysql_text.h"
+
 namespace {
 
 [[noreturn]] void refuse(std::string const& reason) { throw std::runtime_error(reason); }
@@ -36,6 +38,8 @@ std::string decode(std::string_view text) {
   }
   return out;
 }
+
+bool is_scheme(std::string_view text) { return is_word(text, "mysql") || is_word(text, "mariadb"); }
 
 // Cuts off what stands before `separator`; false, with `text` unchanged, when it is not there.
 bool cut(std::string_view& text, char separator, std::string_view& before) {
@@ -78,22 +82,31 @@ void read_options(std::string_view text, MySQL_URL& url) {
 
 }  // namespace
 
+bool is_mysql_url(std::string const& text) {
+  std::string_view rest(text);
+  std::string_view scheme;
+  return cut(rest, ':', scheme) && is_scheme(scheme);
+}
+
 MySQL_URL parse_mysql_url(std::string const& url) {
-  constexpr std::string_view scheme = "mysql://";
   std::string_view rest(url);
-  if (rest.substr(0, scheme.size()) != scheme) refuse("the URL does not begin with mysql://");
-  rest.remove_prefix(scheme.size());
+  std::string_view scheme;
+  bool const is_url = cut(rest, ':', scheme) && is_scheme(scheme) && rest.substr(0, 2) == "//";
+  if (!is_url) refuse("it does not begin with mysql:// or mariadb://");
+  rest.remove_prefix(2);
   MySQL_URL parts{};
   std::string_view authority;
   std::string_view user;
   if (!cut(rest, '/', authority)) refuse("no '/' before the database");
   if (cut(authority, '@', user)) {
-    if (user.find(':') != std::string_view::npos) refuse("a password does not belong into the URL");
     parts.user = decode(user);
+    if (parts.user.find(':') != std::string::npos) refuse("a password does not belong into it");
   }
   read_host(authority, parts);
   std::string_view database = rest;
   bool const has_options = cut(rest, '?', database);
+  // What is left of a URL whose password has a slash.
+  if (database.find_first_of("/@") != std::string_view::npos) refuse("'/' or '@' in the database's name");
   parts.database = decode(database);
   if (has_options) read_options(rest, parts);
   if (parts.host.empty() && parts.socket.empty()) refuse("neither a host nor a socket");

@@ -2,6 +2,9 @@
 
 #include <string>
 
+/// True for a text that begins with "mysql:" or "mariadb:", in letters of any case.
+bool is_mysql_url(std::string const& text);
+
 /// The parts of "mysql://[user@]host[:port]/[database]" or "mysql://[user@][localhost]/[database]?socket=path".
 struct MySQL_URL {
   std::string user;      ///< empty: the name of the process's user
@@ -11,6 +14,7 @@ struct MySQL_URL {
   std::string socket;    ///< empty: TCP
 };
 
-/// Percent escapes are decoded in each part. Throws std::runtime_error with the reason for any other text, also when it
-/// holds a password: a URL is seen by others, in lists of processes, logs and messages.
+/// "mariadb://" is another word for "mysql://", letters of any case. Percent escapes are decoded in each part. Throws
+/// std::runtime_error with the reason for any other text, also when it holds a password: a URL is seen by others, in
+/// lists of processes, logs and messages. So a user's name with a colon is refused, escaped or not.
 MySQL_URL parse_mysql_url(std::string const& url);

@@ -9,6 +9,7 @@
 enum class Format { table, json, csv };
 
 /// What the values of a column mean, and so how they are written.
+/// A number above 2^63-1 comes as the text of its digits, and stays a text in JSON.
 enum class Cell { text, number, kind, time, uuid };
 
 /// A column of a result: its SQL expression, its name in the statement and in the output, its meaning.

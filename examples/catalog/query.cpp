@@ -66,7 +66,13 @@ void changes(Changes_Options const& options) {
 
 void stats(Read_Options const& options) {
   auto const store = open_store(options.store, Access::read);
-  print(*store, file_totals(), total_columns(), options.format);
+  Select_SQL const totals = file_totals();
+  auto const page = page_writer(options.format, std::cout, total_columns(), store->count(totals), 0);
+  store->query(totals, [&](Store::Row const& row) {
+    page->row(with_whole_sum(row));
+    return true;
+  });
+  page->end();
 }
 
 void runs(Read_Options const& options) {

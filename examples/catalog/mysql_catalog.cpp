@@ -92,6 +92,8 @@ std::unique_ptr<Store> open_mysql_catalog(std::string const& url, Access access)
   if (access == Access::read) {
     store->run("SET SESSION TRANSACTION READ ONLY");
   } else {
+    // Otherwise what reads files in order to change some locks the gaps between all of them, and no other run can grow.
+    store->run("SET SESSION TRANSACTION ISOLATION LEVEL READ COMMITTED");
     upgrade_if_older(*store, url);
   }
   check_catalog(*store, url);

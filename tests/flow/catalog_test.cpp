@@ -19,6 +19,7 @@
 #include <vector>
 
 #include "backup/utils/sql/select_sql.h"
+#include "catalog/tree_walk.h"
 #include "json_spirit/json_spirit.h"
 #include "support/databases.h"
 
@@ -617,6 +618,42 @@ END
   EXPECT_EQ(outcome.out, "exit 3\nstate 0\ncomplete 5698\nexit 1\n0 more than whole batches\nstate\nrunning\n");
   EXPECT_THAT(outcome.err,
               ::testing::ContainsRegex("(^|\n)catalog: .*(Lost connection|gone away).* \\(MySQL error 20[0-9]+\\)"));
+}
+
+// Of 200 directories in each other the outer ones are closed when some are moved away.
+TEST(Tree_Walk, finds_back_out_of_moved_directories_and_reports_what_is_lost) {
+  for (bool const is_lost : {false, true}) {
+    std::string home = (fs::canonical(fs::temp_directory_path()) / "walk-XXXXXX").string();
+    ASSERT_NE(mkdtemp(home.data()), nullptr);
+    fs::create_directories(home + "/top");
+    std::vector<fs::path> levels{home + "/top"};
+    Names files;
+    for (int level = 0; level < 200; ++level) {
+      for (int i = 0; i < (level == 120 ? 1000 : 1); ++i) {
+        std::string const name = std::to_string(level) + '.' + std::to_string(i);
+        std::ofstream(levels.back() / name) << "";
+        if (level != 120 || !is_lost) files.push_back(name);
+      }
+      levels.push_back(levels.back() / "d");
+      fs::create_directory(levels.back());
+    }
+    Names found;
+    Names reports;
+    Tree_Walk walk(levels.front().string(),
+                   [&](std::string const& path, std::string const& why) { reports.push_back(path + ": " + why); });
+    for (File file; walk.next(file);) {
+      bool const is_at_120 = is_lost && file.name.compare(0, 4, "120.") == 0;
+      if (file.kind == File_Kind::file && !is_at_120) found.push_back(file.name);
+      if (file.path != levels.back()) continue;
+      fs::rename(levels[121], home + "/a");  // its ".." leads elsewhere, the path of its parent still there
+      if (is_lost) fs::rename(levels[120], home + "/b");
+    }
+    std::sort(files.begin(), files.end());
+    std::sort(found.begin(), found.end());
+    EXPECT_EQ(found, files);
+    EXPECT_EQ(reports, is_lost ? Names{levels[120].string() + "/: No such file or directory"} : Names{});
+    fs::remove_all(home);
+  }
 }
 
 }  // namespace

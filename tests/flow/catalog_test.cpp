@@ -533,7 +533,7 @@ TEST_P(Catalog_File, an_interrupted_index_keeps_what_it_has_read) {
     SQLite_Store holder((home_ / "store.db").string());
     Transaction const transaction(holder);  // the program waits for it, which it is told to end meanwhile
     shell(R"(("$C" index tree --store store.db 2>said & p=$!
-until grep -q 'SigCgt:.*[2367abef]$' /proc/$p/status; do sleep 0.01; done
+for i in $(seq 1000); do grep -q 'SigCgt:.*[2367abef]$' /proc/$p/status && break; sleep 0.01; done
 kill -INT $p; echo >sent; wait $p; echo $? >code) >/dev/null &)");
     ASSERT_TRUE(comes("sent"));
   }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <vector>
@@ -7,10 +8,18 @@
 #include "backup/utils/sql/binding_value.h"
 #include "file.h"
 
+class SQL;
 class Select_SQL;
 class Store;
 
-/// What changes a catalogue. Each call is one transaction; after a Store_Error nothing of it is kept.
+/// A file that the database does not take.
+struct Refused_File {
+  std::size_t index;  ///< in the list of files
+  std::string reason;
+};
+
+/// What changes a catalogue. Each call is one transaction, run again when another one stood in its way; after an
+/// exception nothing of it is kept. All of them lock a run's row before its files.
 class Catalog {
 public:
   /// `store` holds the schema and outlives this object.
@@ -18,16 +27,25 @@ public:
 
   /// Returns the new run's id. The host is added when it is new.
   Binding_Value start_run(std::string const& host, std::string const& directory, long long time);
-  void add_files(Binding_Value const& run, std::vector<File> const& files);
-  void end_run(Binding_Value const& run, bool complete, long long time);
+  /// Adds files and keeps how many were left out until now. Returns those, in their order, that could not be added.
+  std::vector<Refused_File> add_files(Binding_Value const& run, std::vector<File> const& files,
+                                      unsigned long long left_out);
+  void end_run(Binding_Value const& run, bool complete, unsigned long long left_out, long long time);
+  // The last two throw std::runtime_error with a text for the user when the run has been dropped meanwhile.
 
-  /// Deletes a run, by its id's text, and its files. The number of files; none when there is no such run.
-  std::optional<unsigned long long> drop_run(std::string const& run);
+  /// Deletes a run, by its id's text, and its files. The number of files; none when there is no such run. Throws
+  /// std::runtime_error with a text for the user when the run has not ended, unless `force` is set.
+  std::optional<unsigned long long> drop_run(std::string const& run, bool force);
 
   /// Mark files as no longer wanted, and delete them. `files` selects their ids. The number of files.
   unsigned long long retire(Select_SQL const& files, long long time);
   unsigned long long remove(Select_SQL const& files);
 
 private:
+  void insert(Binding_Value const& run, std::vector<File> const& files, std::size_t begin, std::size_t end,
+              std::vector<Refused_File>& refused);
+  unsigned long long run_alone(SQL const& statement);
+
   Store& store_;
+  std::size_t const most_bytes_;  // to a statement
 };

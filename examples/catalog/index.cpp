@@ -13,6 +13,7 @@
 
 #include "backup/store/store.h"
 #include "catalog.h"
+#include "exact_sum.h"
 #include "open_store.h"
 #include "progress.h"
 #include "text.h"
@@ -21,7 +22,8 @@
 namespace {
 
 constexpr std::size_t files_per_batch = 20000;
-constexpr unsigned long long unreadable_named = 10;
+constexpr std::size_t bytes_per_batch = 16UL * 1024UL * 1024UL;  // of paths, which may have megabytes each
+constexpr unsigned long long left_out_named = 10;
 
 using Clock = std::chrono::steady_clock;
 
@@ -30,8 +32,12 @@ volatile std::sig_atomic_t interrupt_requested = 0;
 // SIGINT and SIGTERM ask for an end at the next file; a second one ends the process at once.
 void catch_signals() {
   struct sigaction action {};
-  action.sa_handler = [](int) { interrupt_requested = 1; };
-  action.sa_flags = static_cast<int>(SA_RESTART | SA_RESETHAND);
+  action.sa_handler = [](int) {
+    interrupt_requested = 1;
+    std::signal(SIGINT, SIG_DFL);
+    std::signal(SIGTERM, SIG_DFL);
+  };
+  action.sa_flags = SA_RESTART;
   sigaction(SIGINT, &action, nullptr);
   sigaction(SIGTERM, &action, nullptr);
 }
@@ -47,40 +53,65 @@ std::string existing_directory(std::string const& directory) {
 // A run in the making: collects files and stores them by the batch.
 class Recorder {
 public:
-  Recorder(Store& store, std::string const& host, std::string const& directory)
-      : catalog_(store), run_(catalog_.start_run(host, directory, std::time(nullptr))) {
-    batch_.reserve(files_per_batch);
-  }
+  // `refused` is called for each file that the store does not take; `totals` has what was left out, those among it.
+  Recorder(Store& store, Index_Options const& options, std::string const& directory, Tree_Walk::Report refused,
+           Index_Totals const& totals)
+      : catalog_(store),
+        refused_(std::move(refused)),
+        totals_(totals),
+        run_(catalog_.start_run(options.host, directory, std::time(nullptr))) {}
 
   void add(File const& file) {
     batch_.push_back(file);
-    if (batch_.size() == files_per_batch) store_batch();
+    batch_bytes_ += file.path.size();
+    if (batch_.size() == files_per_batch || batch_bytes_ >= bytes_per_batch) store_batch();
   }
 
-  void complete() {
+  void end(bool complete) {
     store_batch();
-    catalog_.end_run(run_, true, std::time(nullptr));
+    catalog_.end_run(run_, complete, totals_.left_out, std::time(nullptr));
   }
 
-  void interrupt() { catalog_.end_run(run_, false, std::time(nullptr)); }
+  // Ends the run after an error, where the store still can; the error is told anyway.
+  void give_up() noexcept {
+    try {
+      catalog_.end_run(run_, false, totals_.left_out, std::time(nullptr));
+    } catch (std::exception const&) {
+      return;
+    }
+  }
 
   std::string id() const { return uuid_text(run_.val().get_str()); }
   unsigned long long stored() const { return stored_; }
+  Exact_Sum const& bytes() const { return bytes_; }
   Clock::duration storing_time() const { return storing_time_; }
 
 private:
   void store_batch() {
     Clock::time_point const start = Clock::now();
-    catalog_.add_files(run_, batch_);
+    std::vector<Refused_File> const refused = catalog_.add_files(run_, batch_, totals_.left_out);
     storing_time_ += Clock::now() - start;
-    stored_ += batch_.size();
+    auto next = refused.begin();
+    for (std::size_t i = 0; i < batch_.size(); ++i) {
+      if (next != refused.end() && next->index == i) {
+        refused_(batch_[i].path, "not stored: " + next++->reason);
+      } else {
+        bytes_.add(static_cast<unsigned long long>(batch_[i].size));
+        ++stored_;
+      }
+    }
     batch_.clear();
+    batch_bytes_ = 0;
   }
 
   Catalog catalog_;
+  Tree_Walk::Report const refused_;
+  Index_Totals const& totals_;
   Binding_Value const run_;
   std::vector<File> batch_;
+  std::size_t batch_bytes_ = 0;
   unsigned long long stored_ = 0;
+  Exact_Sum bytes_;
   Clock::duration storing_time_{};
 };
 
@@ -89,18 +120,18 @@ std::string per_second(unsigned long long count, Clock::duration time) {
   return grouped(seconds > 0 ? static_cast<unsigned long long>(static_cast<double>(count) / seconds) : 0);
 }
 
-void warn_of_unreadable(unsigned long long count) {
+void warn_of_left_out(unsigned long long count) {
   if (count == 0) return;
-  std::cerr << "catalog: warning: " << grouped(count) << " unreadable, left out";
-  if (count > unreadable_named) std::cerr << "; " << grouped(count - unreadable_named) << " of them not named";
+  std::cerr << "catalog: warning: " << grouped(count) << " left out";
+  if (count > left_out_named) std::cerr << "; " << grouped(count - left_out_named) << " of them not named";
   std::cerr << '\n';
 }
 
-void print_summary(Recorder const& recorder, Index_Totals const& totals, Clock::duration time) {
+void print_summary(Recorder const& recorder, Clock::duration time) {
   auto const milliseconds = std::chrono::duration_cast<std::chrono::milliseconds>(time).count();
-  std::cout << "run " << recorder.id() << ": " << grouped(totals.files) << " files, " << grouped(totals.bytes)
-            << " bytes\n"
-            << grouped(static_cast<unsigned long long>(milliseconds)) << " ms: " << per_second(totals.files, time)
+  std::cout << "run " << recorder.id() << ": " << grouped(recorder.stored()) << " files, "
+            << grouped(recorder.bytes().digits()) << " bytes\n"
+            << grouped(static_cast<unsigned long long>(milliseconds)) << " ms: " << per_second(recorder.stored(), time)
             << " files/s in all, " << per_second(recorder.stored(), recorder.storing_time())
             << " rows/s into the store\n";
 }
@@ -109,37 +140,49 @@ void print_summary(Recorder const& recorder, Index_Totals const& totals, Clock::
 bool record_all(Tree_Walk& walk, Recorder& recorder, Index_Totals& totals, Progress& progress) {
   File file;
   while (walk.next(file)) {
-    if (interrupt_requested != 0) return false;
     recorder.add(file);
     ++totals.files;
-    totals.bytes += static_cast<unsigned long long>(file.size);
     progress.update(totals);
+    if (interrupt_requested != 0) return false;
   }
   return true;
 }
 
+// True when the walk came to its end.
+bool record(Tree_Walk& walk, Recorder& recorder, Index_Totals& totals, Progress& progress) {
+  try {
+    bool const complete = record_all(walk, recorder, totals, progress);
+    recorder.end(complete);
+    return complete;
+  } catch (std::exception const&) {
+    recorder.give_up();
+    throw;
+  }
+}
+
 }  // namespace
 
-bool index_directory(Index_Options const& options) {
+Index_Result index_directory(Index_Options const& options) {
+  catch_signals();
   std::string const directory = existing_directory(options.directory);
   Index_Totals totals;
   Progress progress;
-  Tree_Walk walk(directory, [&](std::string const& path, std::string const& reason) {
-    if (++totals.unreadable <= unreadable_named) progress.note("catalog: " + printable(path) + ": " + reason);
-  });
+  auto const leave_out = [&](std::string const& path, std::string const& reason) {
+    if (++totals.left_out <= left_out_named) progress.note("catalog: " + printable(path) + ": " + reason);
+  };
+  Tree_Walk walk(directory, leave_out);
   auto const store = open_store(options.store, Access::create);
-  catch_signals();
   Clock::time_point const start = Clock::now();
-  Recorder recorder(*store, options.host, directory);
-  bool const complete = record_all(walk, recorder, totals, progress);
-  complete ? recorder.complete() : recorder.interrupt();
+  Recorder recorder(*store, options, directory, leave_out, totals);
+  bool const complete = record(walk, recorder, totals, progress);
   progress.wipe();
   if (complete) {
-    print_summary(recorder, totals, Clock::now() - start);
+    print_summary(recorder, Clock::now() - start);
   } else {
     std::cerr << "catalog: interrupted: " << grouped(recorder.stored()) << " files kept in run " << recorder.id()
               << '\n';
   }
-  warn_of_unreadable(totals.unreadable);
-  return complete;
+  warn_of_left_out(totals.left_out);
+  if (!complete) return Index_Result::interrupted;
+  return totals.left_out == 0 ? Index_Result::whole : Index_Result::left_out;
 }

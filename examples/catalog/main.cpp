@@ -25,7 +25,7 @@
 
 namespace {
 
-enum Exit_Code : int { exit_success = 0, exit_failed = 1, exit_misuse = 2 };
+enum Exit_Code : int { exit_success = 0, exit_failed = 1, exit_misuse = 2, exit_left_out = 3 };
 
 // What the command line asks for: set while it is parsed, called afterwards.
 using Command = std::function<Exit_Code()>;
@@ -55,21 +55,30 @@ void add_read_options(CLI::App& command, Read_Options& options) {
       ->type_name("FORMAT");
 }
 
+Exit_Code index_into_store(Index_Options const& options) {
+  switch (index_directory(options)) {
+    case Index_Result::whole: return exit_success;
+    case Index_Result::left_out: return exit_left_out;
+    case Index_Result::interrupted: break;
+  }
+  return exit_failed;
+}
+
 void add_index(CLI::App& app, Command& command) {
   auto const options = std::make_shared<Index_Options>();
   options->host = machine_name();
   CLI::App& index = *app.add_subcommand(
       "index",
       "Record everything below a directory as a new run. Symbolic links are recorded, not followed. What cannot be "
-      "read is left out with a warning. An interrupted run keeps what was stored.");
+      "read or stored is left out with a warning; the exit code is 3 then, and 'runs' shows how much. An interrupted "
+      "run keeps what was read.");
   index.add_option("DIR", options->directory, "The directory")->type_name("")->required();
   add_store(index, options->store);
   index.add_option("--host", options->host, "The machine that the files are on")
       ->type_name("NAME")
       ->check(host_name_error)
       ->capture_default_str();
-  index.callback(
-      [options, &command] { command = [options] { return index_directory(*options) ? exit_success : exit_failed; }; });
+  index.callback([options, &command] { command = [options] { return index_into_store(*options); }; });
 }
 
 // A command that does `work` with its options, which `add_options` gave it.
@@ -130,9 +139,11 @@ void add_reports(CLI::App& app, Command& command) {
   add_command<Read_Options>(app, command, "stats",
                             "Count the files of each host and kind, their bytes and the retired ones, over all runs.",
                             stats, add_read_options);
-  add_command<Read_Options>(app, command, "runs",
-                            "List the runs, oldest first. One whose process died is still 'running'.", runs,
-                            add_read_options);
+  add_command<Read_Options>(
+      app, command, "runs",
+      "List the runs, oldest first. One whose process died is still 'running'; one that a signal or an error "
+      "ended is 'interrupted'.",
+      runs, add_read_options);
   add_command<Changes_Options>(
       app, command, "changes", "List the files that one of two runs found and the other did not, by path.", changes,
       [](CLI::App& subcommand, Changes_Options& options) {
@@ -147,11 +158,12 @@ void add_reports(CLI::App& app, Command& command) {
 struct Drop_Options {
   std::string run;
   std::string store;
+  bool force = false;
 };
 
 Exit_Code drop_run(Drop_Options const& options) {
   auto const store = open_store(options.store, Access::change);
-  auto const files = Catalog(*store).drop_run(options.run);
+  auto const files = Catalog(*store).drop_run(options.run, options.force);
   if (!files) throw std::runtime_error("no run " + options.run + " in " + options.store);
   report_change("dropped run " + options.run + " with " + grouped(*files) + " files");
   return exit_success;
@@ -161,6 +173,8 @@ void add_drop_run(CLI::App& app, Command& command) {
   auto const options = std::make_shared<Drop_Options>();
   CLI::App& drop = *app.add_subcommand("drop-run", "Delete a run and its files from the catalogue.");
   drop.add_option("RUN", options->run, "The run's id, as 'runs' lists it")->type_name("")->required();
+  drop.add_flag("--force", options->force,
+                "Drop it also while it is written, which ends its 'index' with an error, and when that has died");
   add_store(drop, options->store);
   drop.callback([options, &command] { command = [options] { return drop_run(*options); }; });
 }
@@ -193,7 +207,7 @@ void print_error(std::string const& text) { std::cerr << "catalog: " << printabl
 
 int run(int argc, char** argv) {
   CLI::App app("Keeps a catalogue of directory trees in a database and answers questions about it.", "catalog");
-  app.footer("Exit codes: 0 success, 1 failed, 2 misuse.");
+  app.footer("Exit codes: 0 success, 1 failed or interrupted, 2 misuse, 3 indexed, but something was left out.");
   app.require_subcommand(1);
   app.set_version_flag("--version", "catalog " CATALOG_VERSION, "Print the version");
   Command command;

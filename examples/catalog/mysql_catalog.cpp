@@ -6,6 +6,7 @@
 #include "backup/store/mysql_store.h"
 #include "backup/utils/sql/insert_sql.h"
 #include "backup/utils/sql/select_sql.h"
+#include "backup/utils/sql/update_sql.h"
 #include "made.h"
 #include "open_store.h"
 #include "schema.h"
@@ -36,14 +37,41 @@ std::optional<long long> version_of(Store& store) {
 
 // Statements that change a schema are no transaction: what a dead process left half made is completed. The lock goes
 // with the connection at the latest.
-void create_if_empty(Store& store) {
+void lock_schema(Store& store, std::string const& url) {
+  constexpr char const* statement = "SELECT GET_LOCK(CONCAT('catalog ',MD5(DATABASE())),600)";
+  long long is_locked = 0;
+  store.query(statement, [&](Store::Row const& row) {
+    if (row.front().type() == Binding_Value::int_type) is_locked = row.front().val().get_int64();
+    return true;
+  });
+  if (is_locked != 1) throw std::runtime_error(url + ": another process has been making the schema for 10 minutes");
+}
+
+void unlock_schema(Store& store) { store.run("DO RELEASE_LOCK(CONCAT('catalog ',MD5(DATABASE())))"); }
+
+void create_if_empty(Store& store, std::string const& url) {
   if (version_of(store)) return;
-  store.run("DO GET_LOCK(CONCAT('catalog ',MD5(DATABASE())),60)");
-  if (version_of(store) || (count_tables(store, mark) == 0 && count_tables(store) > 0)) return;
+  lock_schema(store, url);
+  if (version_of(store) || (count_tables(store, mark) == 0 && count_tables(store) > 0)) return unlock_schema(store);
   store.run(std::string("CREATE TABLE IF NOT EXISTS ") + mark + " (version BIGINT NOT NULL) ENGINE=InnoDB");
   create_schema(store);
   store.run(Insert_SQL(mark).value("version", schema_version));
-  store.run("DO RELEASE_LOCK(CONCAT('catalog ',MD5(DATABASE())))");
+  unlock_schema(store);
+}
+
+bool is_older_catalog(Store& store) {
+  std::optional<long long> const version = version_of(store);
+  return version && is_older(*version);
+}
+
+void upgrade_if_older(Store& store, std::string const& url) {
+  if (!is_older_catalog(store)) return;
+  lock_schema(store, url);
+  if (is_older_catalog(store)) {
+    upgrade_schema(store);
+    store.run(Update_SQL(mark).set("version", schema_version));
+  }
+  unlock_schema(store);
 }
 
 void check_catalog(Store& store, std::string const& url) {
@@ -57,10 +85,17 @@ void check_catalog(Store& store, std::string const& url) {
 std::unique_ptr<Store> open_mysql_catalog(std::string const& url, Access access) {
   char const* const password = std::getenv("MYSQL_PWD");
   auto store = std::make_unique<MySQL_Store>(url, password == nullptr ? "" : password);
-  // Of each text only so much is sorted by; paths are longer than what a server begins with.
-  store->run("SET SESSION max_sort_length=65535");
-  if (access == Access::create) create_if_empty(*store);
-  if (access == Access::read) store->run("SET SESSION TRANSACTION READ ONLY");
+  // Of each text only so much is sorted by, paths are longer than what a server begins with, and its buffer must hold
+  // 15 texts of that length.
+  store->run("SET @@SESSION.max_sort_length=1048576,@@SESSION.sort_buffer_size=33554432");
+  if (access == Access::create) create_if_empty(*store, url);
+  if (access == Access::read) {
+    store->run("SET SESSION TRANSACTION READ ONLY");
+  } else {
+    // Otherwise what reads files in order to change some locks the gaps between all of them, and no other run can grow.
+    store->run("SET SESSION TRANSACTION ISOLATION LEVEL READ COMMITTED");
+    upgrade_if_older(*store, url);
+  }
   check_catalog(*store, url);
   return store;
 }

@@ -26,12 +26,12 @@ std::string cell_text(Cell cell, Binding_Value const& value) {
   json_spirit::Value const& val = value.val();
   switch (cell) {
     case Cell::text: return val.get_str();
-    case Cell::number: break;
+    case Cell::number: return value.type() == Binding_Value::str_type ? val.get_str() : std::to_string(val.get_int64());
     case Cell::kind: return kind_text(val.get_int64());
     case Cell::time: return POSIX_Time_To_ISO8601(val.get_int64(), time_pattern);
     case Cell::uuid: return uuid_text(val.get_str());
   }
-  return std::to_string(val.get_int64());
+  return {};
 }
 
 class Table_Writer : public Page_Writer {
@@ -52,9 +52,8 @@ public:
     ++rows_;
     Line& line = lines_.emplace_back();
     for (std::size_t i = 0; i < columns_.size(); ++i) {
-      bool const is_number = columns_[i].cell == Cell::number && values[i].type() == Binding_Value::int_type;
-      line.push_back(is_number ? grouped(static_cast<unsigned long long>(values[i].val().get_int64()))
-                               : printable(cell_text(columns_[i].cell, values[i])));
+      std::string text = cell_text(columns_[i].cell, values[i]);
+      line.push_back(columns_[i].cell == Cell::number ? grouped(std::move(text)) : printable(text));
     }
   }
 

@@ -6,8 +6,7 @@
 /// How far an indexing has come.
 struct Index_Totals {
   unsigned long long files = 0;
-  unsigned long long bytes = 0;
-  unsigned long long unreadable = 0;
+  unsigned long long left_out = 0;
 };
 
 /// Shows progress on the standard error stream: a bar on a terminal, a line every few seconds elsewhere. How much is

@@ -14,11 +14,15 @@
 
 namespace {
 
+Store::Row const& as_it_is(Store::Row const& row) { return row; }
+
+// Prints `shown(row)` for each row.
+template <class Shown>
 void print(Store& store, SQL const& statement, Columns const& columns, Format format, unsigned long long total,
-           unsigned long long offset) {
+           unsigned long long offset, Shown shown) {
   auto const page = page_writer(format, std::cout, is_output_terminal(), columns, total, offset);
   store.query(statement, [&](Store::Row const& row) {
-    page->row(row);
+    page->row(shown(row));
     return std::cout.good();  // what cannot be written need not be read
   });
   page->end();
@@ -26,7 +30,7 @@ void print(Store& store, SQL const& statement, Columns const& columns, Format fo
 
 void print(Store& store, Select_SQL const& select, Columns const& columns, Format format) {
   auto const offset = static_cast<unsigned long long>(std::max(select.offset(), 0LL));
-  print(store, select, columns, format, store.count(select), offset);
+  print(store, select, columns, format, store.count(select), offset, as_it_is);
 }
 
 void require_run(Store& store, Read_Options const& options, std::string const& run) {
@@ -69,12 +73,13 @@ void changes(Changes_Options const& options) {
   find_added(removed, "'removed'", options.to, options.from);
   unsigned long long const total = store->count(added) + store->count(removed);
   removed.sort_by("path", false);  // the order of the last SELECT is the union's
-  print(*store, both, change_columns(), options.read.format, total, 0);
+  print(*store, both, change_columns(), options.read.format, total, 0, as_it_is);
 }
 
 void stats(Read_Options const& options) {
   auto const store = open_store(options.store, Access::read);
-  print(*store, file_totals(), total_columns(), options.format);
+  Select_SQL const totals = file_totals();
+  print(*store, totals, total_columns(), options.format, store->count(totals), 0, with_whole_sum);
 }
 
 void runs(Read_Options const& options) {

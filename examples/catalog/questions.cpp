@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstddef>
 
+#include "exact_sum.h"
 #include "made.h"
 #include "misuse.h"
 #include "option_values.h"
@@ -10,6 +11,7 @@
 namespace {
 
 constexpr long long files_per_page = 20;
+constexpr std::size_t total_bytes = 3;  // of the columns of totals
 
 constexpr char const* run_state =
     "CASE WHEN r.ended IS NULL THEN 'running' WHEN r.complete THEN 'complete' ELSE 'interrupted' END";
@@ -66,13 +68,10 @@ Columns const& file_columns() {
 }
 
 Columns const& run_columns() {
-  static Columns const columns{{"r.id", "id", Cell::uuid},
-                               {"h.name", "host", Cell::text},
-                               {run_state, "state", Cell::text},
-                               {nullptr, "files", Cell::number},
-                               {"r.started", "started", Cell::time},
-                               {"r.ended", "ended", Cell::time},
-                               {"r.directory", "directory", Cell::text}};
+  static Columns const columns{
+      {"r.id", "id", Cell::uuid},       {"h.name", "host", Cell::text},           {run_state, "state", Cell::text},
+      {nullptr, "files", Cell::number}, {"r.left_out", "left_out", Cell::number}, {"r.started", "started", Cell::time},
+      {"r.ended", "ended", Cell::time}, {"r.directory", "directory", Cell::text}};
   return columns;
 }
 
@@ -80,7 +79,7 @@ Columns const& total_columns() {
   static Columns const columns{{"h.name", "host", Cell::text},
                                {"f.kind", "kind", Cell::kind},
                                {"COUNT(*)", "files", Cell::number},
-                               {"SUM(f.size)", "bytes", Cell::number},
+                               {"SUM(f.size>>32)", "bytes", Cell::number},
                                {"COUNT(f.retired)", "retired", Cell::number}};
   return columns;
 }
@@ -143,7 +142,17 @@ Select_SQL list_runs() {
 Select_SQL file_totals() {
   Select_SQL select("files", "f");
   add_keys(select, total_columns());
+  select.add_key("SUM(f.size&4294967295)", "low_bytes");
   join_run_and_host(select);
   select.group_by("h.name,f.kind", false).sort_by("h.name", false).sort_by("f.kind", false);
   return select;
+}
+
+Store::Row with_whole_sum(Store::Row row) {
+  Exact_Sum bytes;
+  bytes.add(row[total_bytes].val().get_uint64(), 32);
+  bytes.add(row.back().val().get_uint64());
+  row[total_bytes] = bytes.value();
+  row.pop_back();
+  return row;
 }

@@ -38,5 +38,8 @@ Select_SQL find_ids(Request const& request, bool retired, Key_Outcomes& outcomes
 void find_added(Select_SQL& files, char const* word, std::string const& from, std::string const& to);
 /// Runs, oldest first, those of the same second by directory.
 Select_SQL list_runs();
-/// Number and size of the files of each host and kind, over all runs.
+/// Number and size of the files of each host and kind, over all runs. No database sums up the sizes of all files in 64
+/// bits: the bytes are a sum of their upper 32 bits, one more column has that of the lower ones, and `with_whole_sum`
+/// makes the two of a row one.
 Select_SQL file_totals();
+Store::Row with_whole_sum(Store::Row row);

@@ -32,18 +32,38 @@ bool has_tables(Store& store) {
   return store.count(tables) > 0;
 }
 
+bool is_catalog(Store& store) { return pragma(store, "application_id") == application_id; }
+
 void create_if_empty(Store& store) {
-  Transaction transaction(store);
-  if (has_tables(store)) return;
-  create_schema(store);
-  set_pragma(store, "application_id", application_id);
-  set_pragma(store, "user_version", schema_version);
-  transaction.commit();
+  if (is_catalog(store)) return;
+  store.transact([&] {
+    if (has_tables(store)) return;
+    create_schema(store);
+    set_pragma(store, "application_id", application_id);
+    set_pragma(store, "user_version", schema_version);
+  });
+}
+
+bool is_older_catalog(Store& store) { return is_catalog(store) && is_older(pragma(store, "user_version")); }
+
+void upgrade_if_older(Store& store) {
+  if (!is_older_catalog(store)) return;
+  store.transact([&] {
+    if (!is_older_catalog(store)) return;
+    upgrade_schema(store);
+    set_pragma(store, "user_version", schema_version);
+  });
 }
 
 void check_catalog(Store& store, std::string const& file) {
-  if (pragma(store, "application_id") != application_id) refuse_store(file, " is no catalogue");
+  if (!is_catalog(store)) refuse_store(file, " is no catalogue");
   check_version(pragma(store, "user_version"), file);
+}
+
+// SQLite takes the first of them for a database in memory, a user may take the others for one too.
+bool names_memory(std::string const& file) {
+  bool const is_uri = file.compare(0, 5, "file:") == 0;
+  return file == ":memory:" || (is_uri && file.find("memory") != std::string::npos);
 }
 
 // Reading needs no right to write, unless a writer was killed and what it left half done must be rolled back first.
@@ -55,29 +75,24 @@ std::unique_ptr<Store> open_for_reading(std::string const& file) {
   }
 }
 
-std::unique_ptr<Store> open_or_create(std::string const& file) {
-  auto store = std::make_unique<SQLite_Store>(file, SQLite_Store::OPEN_OR_CREATE);
-  create_if_empty(*store);
+std::unique_ptr<Store> open_for_writing(std::string const& file, Access access) {
+  bool const creates = access == Access::create;
+  auto store =
+      std::make_unique<SQLite_Store>(file, creates ? SQLite_Store::OPEN_OR_CREATE : SQLite_Store::OPEN_READ_WRITE);
+  if (creates) create_if_empty(*store);
+  upgrade_if_older(*store);
   return store;
-}
-
-std::unique_ptr<Store> open(std::string const& file, Access access) {
-  switch (access) {
-    case Access::read: return open_for_reading(file);
-    case Access::create: return open_or_create(file);
-    case Access::change: break;
-  }
-  return std::make_unique<SQLite_Store>(file, SQLite_Store::OPEN_READ_WRITE);
 }
 
 }  // namespace
 
 std::unique_ptr<Store> open_sqlite_catalog(std::string const& file, Access access) {
+  if (names_memory(file)) throw std::runtime_error(file + ": a catalogue in memory would be lost at once, name a file");
   std::error_code ignored;
   if (access != Access::create && !std::filesystem::exists(file, ignored)) {
     refuse_store(file, ": no such store file");
   }
-  std::unique_ptr<Store> store = open(file, access);
+  std::unique_ptr<Store> store = access == Access::read ? open_for_reading(file) : open_for_writing(file, access);
   check_catalog(*store, file);
   store->run("PRAGMA case_sensitive_like=ON");  // as on the other databases
   return store;

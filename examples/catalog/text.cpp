@@ -111,8 +111,9 @@ std::size_t display_width(std::string const& text) {
       std::count_if(text.begin(), text.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xC0U) != 0x80; }));
 }
 
-std::string grouped(unsigned long long number) {
-  std::string digits = std::to_string(number);
+std::string grouped(unsigned long long number) { return grouped(std::to_string(number)); }
+
+std::string grouped(std::string digits) {
   for (std::size_t end = digits.size(); end > 3; end -= 3) digits.insert(end - 3, 1, ',');
   return digits;
 }

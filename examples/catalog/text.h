@@ -18,6 +18,7 @@ std::size_t display_width(std::string const& text);
 
 /// Digits in groups of three: 1,234,567.
 std::string grouped(unsigned long long number);
+std::string grouped(std::string digits);
 
 /// The text 8-4-4-4-12 of a uuid's bytes, lower case.
 std::string uuid_text(std::string const& bytes);

@@ -24,8 +24,10 @@ private:
 /// Walks everything below a directory, one entry in memory at a time, a directory before its content. Symbolic links
 /// are entries and are not followed; other file systems are entered.
 ///
-/// The directories on the way down are held open, so a tree deeper than the process may open files is cut there, and
-/// said so. What cannot be read is reported and skipped; a directory whose content cannot be read is still an entry.
+/// The directories on the way down are held open, 64 at most and fewer where the process may not open as many. In a
+/// deeper tree the outer ones are closed, what is still to come of their names is kept, and they are opened again on
+/// the way back. What cannot be read is reported and skipped; a directory whose content cannot be read is still an
+/// entry.
 class Tree_Walk {
 public:
   /// Called with the path and the system's reason.
@@ -41,17 +43,30 @@ private:
   struct Close_Directory {
     void operator()(DIR* directory) const noexcept { closedir(directory); }
   };
+  using Directory = std::unique_ptr<DIR, Close_Directory>;
+
   struct Level {
-    std::unique_ptr<DIR, Close_Directory> directory;
+    Directory directory;      // null while it is closed
     std::size_t path_length;  // of the directory's path with a slash at its end
+    dev_t device;
+    ino_t number;
+    bool is_kept = false;  // what was still to come is in `names`, each with a zero byte at its end
+    std::string names;
+    std::size_t next_name = 0;
   };
 
   bool enter(int parent, char const* name);
-  void report(int error) const;
+  void leave();
+  void close_outermost();
+  Directory reopen_parent() const;
+  bool read_name(Level& level);
+  void report(std::string const& path, int error) const;
 
   Report unreadable_;
-  std::size_t const most_levels_;
-  std::vector<Level> levels_;
+  std::size_t const most_open_;
+  std::vector<Level> levels_;  // open are the first one and those from first_open_
+  std::size_t first_open_ = 1;
   std::string path_;
+  std::string name_;
   Owner_Names owners_;
 };

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <chrono>
 #include <cmath>
 #include <filesystem>
 #include <fstream>
@@ -384,7 +385,7 @@ TEST(Transaction, rolls_back_unless_committed) {
   EXPECT_EQ(rows_text(store, Select_SQL("t")), "1,null");
 }
 
-TEST(SQLite_Store, opening_fails_at_once) {
+TEST(SQLite_Store, opening_fails_at_once_and_a_lock_is_waited_for) {
   Temporary_Directory const directory;
   std::string const good = directory.file("good");
   std::string const text = directory.file("text");
@@ -394,6 +395,15 @@ TEST(SQLite_Store, opening_fails_at_once) {
   }
   EXPECT_EQ(error_of([&] { SQLite_Store(good, SQLite_Store::OPEN_READ_ONLY).run("DROP TABLE t"); }),
             "attempt to write a readonly database (SQLite error 8) in: DROP TABLE t");
+  SQLite_Store holder(good);
+  SQLite_Store waiting(good, SQLite_Store::OPEN_READ_WRITE, std::chrono::milliseconds(200));
+  {
+    Transaction const transaction(holder);
+    EXPECT_EQ(error_of([&] { waiting.run("DELETE FROM t"); }),
+              "database '" + good +
+                  "' is locked by another connection, waited for 0.2 s (SQLite error 5) in: "
+                  "DELETE FROM t");
+  }
   std::string const none = "unable to open database file: No such file or directory (SQLite error 14)";
   std::tuple<std::string, SQLite_Store::Open_Mode, std::string> const cases[] = {
       {text, SQLite_Store::OPEN_OR_CREATE, "file is not a database (SQLite error 26)"},
@@ -401,8 +411,8 @@ TEST(SQLite_Store, opening_fails_at_once) {
       {directory.file("none"), SQLite_Store::OPEN_READ_WRITE, none},
       {directory.file("none"), SQLite_Store::OPEN_READ_ONLY, none},
       {"file:" + good, SQLite_Store::OPEN_READ_WRITE, none},
-      {directory.path, SQLite_Store::OPEN_OR_CREATE, "unable to open database file: Is a directory (SQLite error 14)"},
-      {directory.path, SQLite_Store::OPEN_READ_ONLY, "disk I/O error: Is a directory (SQLite error 266)"},
+      {directory.path, SQLite_Store::OPEN_OR_CREATE, "not a regular file"},
+      {directory.path, SQLite_Store::OPEN_READ_ONLY, "not a regular file"},
   };
   for (auto const& c : cases) {
     EXPECT_EQ(error_of([&] { SQLite_Store(std::get<0>(c), std::get<1>(c)); }),
@@ -606,6 +616,21 @@ TEST(Transaction, ends_with_what_ends_it_on_mariadb) {
                                            testing::HasSubstr(over))));
   }
 
+  // Run by `transact` it is run again, from its beginning.
+  std::atomic<int> ready = 0;
+  auto const add_to_both = [&ready](Store& s, int first, int second) {
+    s.transact([&, attempt = 0]() mutable {
+      s.run("UPDATE t SET b=b+10 WHERE a=" + std::to_string(first));
+      if (++attempt == 1) {
+        for (++ready; ready < 2;) std::this_thread::yield();
+      }
+      s.run("UPDATE t SET b=b+10 WHERE a=" + std::to_string(second));
+    });
+  };
+  std::thread thread([&] { add_to_both(other, 2, 1); });
+  add_to_both(*store, 1, 2);
+  thread.join();
+
   auto const lose_connection = [&] {
     Transaction const transaction(other);
     other.run("DELETE FROM t");
@@ -614,5 +639,5 @@ TEST(Transaction, ends_with_what_ends_it_on_mariadb) {
   };
   EXPECT_THAT(error_of(lose_connection), testing::HasSubstr("(MySQL error "));
   EXPECT_THAT(error_of([&] { other.run("SELECT 1"); }), testing::HasSubstr("(MySQL error 2006) in: SELECT 1"));
-  EXPECT_EQ(rows_text(*store, Raw("SELECT COUNT(*),SUM(b) FROM t")), "2,5");
+  EXPECT_EQ(rows_text(*store, Raw("SELECT COUNT(*),SUM(b) FROM t")), "2,45");
 }

@@ -13,11 +13,14 @@
 #include <fstream>
 #include <functional>
 #include <iterator>
+#include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "backup/utils/sql/select_sql.h"
+#include "catalog/tree_walk.h"
 #include "json_spirit/json_spirit.h"
 #include "support/databases.h"
 
@@ -72,7 +75,7 @@ protected:
     open_empty(GetParam());
     ASSERT_EQ(run("index tree --host h1").code, 0);
   }
-  void TearDown() override { fs::remove_all(home_); }
+  void TearDown() override { std::system(("rm -rf '" + home_.string() + "'").c_str()); }  // of any depth
 
   // Runs a shell command in the test's directory, which stands as DIR in the texts. $C is the program.
   Outcome shell(std::string const& command) {
@@ -85,6 +88,28 @@ protected:
   Outcome run(std::string const& arguments) {
     bool const names_store = arguments.empty() || arguments.find("--store") != std::string::npos;
     return shell("\"$C\" " + arguments + (names_store ? "" : " --store '" + store_ + "'"));
+  }
+  // `deep`: directories in each other, the first 2,700 with short names and a file beside each, the others with the
+  // longest names there are.
+  void make_deep() {
+    int directory = open(home_.c_str(), O_RDONLY | O_DIRECTORY);
+    for (int level = 0; level < 3000; ++level) {
+      std::string const name = level == 0 ? "deep" : level < 2700 ? "d" : std::string(255, 'e');
+      if (level < 2700) close(openat(directory, std::to_string(level).c_str(), O_CREAT | O_WRONLY, 0600));
+      ASSERT_EQ(mkdirat(directory, name.c_str(), 0700), 0);
+      int const next = openat(directory, name.c_str(), O_RDONLY | O_DIRECTORY);
+      close(std::exchange(directory, next));
+    }
+    close(directory);
+  }
+  std::unique_ptr<Store> database() const {
+    if (GetParam() == Database::sqlite) return std::make_unique<SQLite_Store>((home_ / "store.db").string());
+    return std::make_unique<MySQL_Store>(store_);
+  }
+  // True when the file appears within half a minute.
+  bool comes(char const* file) const {
+    for (int i = 0; i < 300 && content(home_ / file).empty(); ++i) usleep(100'000);
+    return !content(home_ / file).empty();
   }
   json_spirit::Object page(std::string const& arguments) {
     json_spirit::Value value;
@@ -125,6 +150,10 @@ h1    directory      1      0        0
 h1    link           1      0        0
 1-3 of 3
 )");
+  database()->run("UPDATE files SET size=9223372036854775807 WHERE kind=1");  // their sum is more than 64 bits hold
+  EXPECT_THAT(run("stats").out, ::testing::HasSubstr("  46,116,860,184,273,879,035  "));
+  EXPECT_THAT(run("stats --format csv").out, ::testing::HasSubstr("\r\nh1,file,5,46116860184273879035,0\r\n"));
+  EXPECT_THAT(run("stats --format json").out, ::testing::HasSubstr(R"("bytes":"46116860184273879035","files":5)"));
 }
 
 TEST_P(Catalog, csv_quotes_what_needs_it_and_keeps_every_byte) {
@@ -411,6 +440,35 @@ TEST_P(Catalog, runs_are_listed_compared_and_dropped) {
   EXPECT_EQ(run("drop-run " + first).code, 1);
 }
 
+TEST_P(Catalog, a_run_that_is_written_is_dropped_by_force_and_its_writer_ends) {
+  shell("(\"$C\" index /usr --host h2 --store '" + store_ + "' 2>said; echo $? >code) &");
+  for (int i = 0; i < 300 && total("find host=h2 --limit 0") == 0; ++i) usleep(100'000);
+  Names const ids = column(page("runs"), "id");
+  Names const states = column(page("runs"), "state");
+  ASSERT_THAT(states, ::testing::UnorderedElementsAre("complete", "running"));
+  std::string const id = ids[states[0] == "running" ? 0 : 1];
+  EXPECT_EQ(run("drop-run " + id).err,
+            "catalog: run " + id + " is being written, or its process died: --force drops it\n");
+  EXPECT_EQ(run("drop-run --force " + id).code, 0);
+  ASSERT_TRUE(comes("code"));
+  EXPECT_EQ(content(home_ / "code"), "1\n");
+  EXPECT_THAT(content(home_ / "said"), ::testing::EndsWith("run " + id + " was dropped while it was written\n"));
+  EXPECT_EQ(page("runs").at("total").get_int64(), 1);
+  EXPECT_EQ(total("find"), 7);
+}
+
+TEST_P(Catalog, many_write_and_read_at_once) {
+  Outcome const outcome = shell("S='" + store_ + R"('
+for i in 1 2 3 4 5 6 7 8; do "$C" index /usr/include/linux --store "$S" --host w$i >/dev/null & p="$p $!"; done
+for i in 1 2 3 4 5; do "$C" find LK_name=%.h --store "$S" >/dev/null; "$C" retire host=w$i --all --store "$S" >/dev/null; done
+for q in $p; do wait $q; echo $?; done)");
+  EXPECT_EQ(outcome.err, "");
+  EXPECT_EQ(outcome.out, "0\n0\n0\n0\n0\n0\n0\n0\n");
+  long long files = 1;
+  for (auto const& entry : fs::recursive_directory_iterator("/usr/include/linux")) files += entry.exists() ? 1 : 0;
+  EXPECT_EQ(total("find --limit 0"), 7 + 8 * (files - 1));
+}
+
 TEST_P(Catalog_File, what_goes_wrong_has_its_exit_code_and_one_line) {
   std::string const store = content(home_ / "store.db");
   auto const write_changed = [&](char const* file, std::size_t offset, char byte) {
@@ -418,10 +476,11 @@ TEST_P(Catalog_File, what_goes_wrong_has_its_exit_code_and_one_line) {
     changed.at(offset) = byte;
     std::ofstream(home_ / file, std::ios::binary) << changed;
   };
-  write_changed("newer.db", 63, 3);  // the last byte of user_version in the file's header
+  write_changed("newer.db", 63, 4);  // the last byte of user_version in the file's header
   std::ofstream(home_ / "bad.json")
       << R"({"op":"AND","v":[{"op":"OR","v":["f.size>1",{"op":"BR","k":"f.size","v":1}]}]})";
   write_changed("foreign.db", 71, 0);  // and of application_id
+  ASSERT_EQ(mkfifo((home_ / "pipe").c_str(), 0600), 0);
   std::string const makes = "; 'catalog index DIR --store STORE' makes a catalogue in a new file or an empty database";
   std::string const refused = "cannot read the URL of the database: ";
   std::string const useless =
@@ -470,7 +529,10 @@ TEST_P(Catalog_File, what_goes_wrong_has_its_exit_code_and_one_line) {
       {"find --store tree/a.txt", 1,
        "cannot open database 'tree/a.txt': file is not a database (SQLite error 26)" + makes},
       {"index tree --store foreign.db", 1, "foreign.db is no catalogue" + makes},
-      {"runs --store newer.db", 1, "newer.db is a catalogue of schema version 3, this program reads version 2"},
+      {"runs --store newer.db", 1, "newer.db is a catalogue of schema version 4, this program reads version 3"},
+      {"index tree --store :memory:", 1, ":memory:: a catalogue in memory would be lost at once, name a file"},
+      {"find --store pipe", 1, "cannot open database 'pipe': not a regular file"},
+      {"index tree --store pipe", 1, "cannot open database 'pipe': not a regular file"},
       {"changes x y", 1, "no run x in store.db"},
       {"drop-run \"' OR ''='\"", 1, "no run ' OR ''=' in store.db"},
   };
@@ -485,38 +547,68 @@ TEST_P(Catalog_File, what_goes_wrong_has_its_exit_code_and_one_line) {
   EXPECT_EQ(total("find"), 7);
 }
 
-TEST_P(Catalog, index_names_the_first_unreadable_directories_and_counts_the_rest) {
-  // Deeper than the walk goes: unreadable also to the superuser, whom permissions do not stop.
-  fs::path deep = home_ / "deep";
-  for (int level = 1; level < 500; ++level) deep /= "d";
-  for (int i = 0; i < 12; ++i) fs::create_directories(deep / std::to_string(i) / "never seen");
-  Outcome const outcome = run("index deep");
-  EXPECT_EQ(outcome.code, 0);
-  EXPECT_EQ(std::count(outcome.err.begin(), outcome.err.end(), '\n'), 11);
-  EXPECT_THAT(outcome.err, ::testing::StartsWith("catalog: DIR/deep/d/d"));
-  EXPECT_THAT(outcome.err, ::testing::HasSubstr(": Too many open files\ncatalog: warning: 12 unreadable, left out; "
-                                                "2 of them not named\n"));
-  EXPECT_EQ(total("find"), 7 + 499 + 12);
+TEST_P(Catalog, what_cannot_be_read_or_stored_is_left_out_and_the_first_are_named) {
+  for (int i = 0; i < 12; ++i) fs::create_directories(home_ / "closed" / std::to_string(i));
+  // The superuser without the right to pass over permissions.
+  Outcome const unread = shell(R"x(chmod 0 closed/*
+[ "$(id -u)" != 0 ] || right='setpriv --bounding-set=-dac_override,-dac_read_search'
+$right "$C" index closed --host h2 --store ')x" +
+                               store_ + "'; code=$?; chmod 700 closed/*; exit $code");
+  EXPECT_EQ(unread.code, 3);
+  EXPECT_THAT(unread.err, ::testing::ContainsRegex("^(catalog: DIR/closed/[0-9]+: Permission denied\n){10}"
+                                                   "catalog: warning: 12 left out; 2 of them not named\n$"));
+  EXPECT_EQ(total("find host=h2"), 12);
+  database()->run(GetParam() == Database::sqlite ? "CREATE TRIGGER no_link BEFORE INSERT ON files WHEN new.name='link'"
+                                                   " BEGIN SELECT RAISE(ABORT,'no link'); END"
+                                                 : "CREATE TRIGGER no_link BEFORE INSERT ON files FOR EACH ROW"
+                                                   " SET NEW.owner=IF(NEW.name='link',REPEAT('x',5000),NEW.owner)");
+  Outcome const unstored = run("index tree --host h3");
+  EXPECT_EQ(unstored.code, 3);
+  EXPECT_THAT(unstored.err, ::testing::ContainsRegex("^catalog: DIR/tree/link: not stored: .*error [0-9]+\\)\n"
+                                                     "catalog: warning: 1 left out\n$"));
+  EXPECT_EQ(total("find host=h3"), 6);
+  EXPECT_THAT(run("runs --format csv").out,
+              ::testing::AllOf(::testing::HasSubstr(",h2,complete,12,12,"), ::testing::HasSubstr(",h3,complete,6,1,")));
 }
 
-TEST_P(Catalog_File, an_interrupted_index_keeps_whole_batches_and_says_so) {
-  Outcome const outcome = shell(R"("$C" index /usr --store usr.db &
-for i in $(seq 3000); do
-  "$C" find --store usr.db --limit 0 2>&- | grep -q '^0 of [1-9]' && break
-  sleep 0.01
-done
-kill -INT $!
-wait $!)");
-  EXPECT_EQ(outcome.code, 1);
-  json_spirit::Object const runs = page("runs --store usr.db");
-  EXPECT_EQ(column(runs, "state"), Names{"interrupted"});
-  long long const files = runs.at("rows").get_array().front().get_obj().at("files").get_int64();
-  EXPECT_GT(files, 0);
-  EXPECT_EQ(files % 20000, 0);
-  EXPECT_EQ(total("find --limit 0 --store usr.db"), files);
-  EXPECT_THAT(replaced(outcome.err, ",", ""),
-              ::testing::EndsWith("interrupted: " + std::to_string(files) + " files kept in run " +
-                                  column(runs, "id").front() + "\n"));
+TEST_P(Catalog, an_older_catalogue_is_brought_forward_and_takes_trees_of_any_depth) {
+  bool const lite = GetParam() == Database::sqlite;
+  for (char const* const statement :
+       {"ALTER TABLE runs DROP COLUMN left_out", lite ? "PRAGMA user_version=2" : "UPDATE catalog_schema SET version=2",
+        lite ? "SELECT 1" : "ALTER TABLE runs MODIFY directory BLOB NOT NULL",
+        lite ? "SELECT 1"
+             : "ALTER TABLE files MODIFY path BLOB NOT NULL, MODIFY name VARBINARY(255) NOT NULL,"
+               " MODIFY owner VARBINARY(255) NOT NULL"}) {
+    database()->run(statement);
+  }
+  EXPECT_THAT(run("runs").err,
+              ::testing::EndsWith(" is a catalogue of schema version 2, this program reads version 3: 'catalog index' "
+                                  "and the commands that change it bring it forward\n"));
+  make_deep();
+  Outcome const outcome = shell("ulimit -n 40; \"$C\" index deep --store '" + store_ + "'");
+  EXPECT_EQ(outcome.err, "");
+  EXPECT_EQ(outcome.code, 0);
+  EXPECT_EQ(total("find --limit 0"), 7 + 2999 + 2699);
+  Names const deepest = column(page("find --sort path --order desc --offset 7 --limit 50"), "path");
+  EXPECT_EQ(deepest.front().size(), 8 + 2699 * 2 + 300 * 256);
+  EXPECT_TRUE(std::is_sorted(deepest.rbegin(), deepest.rend()));
+  EXPECT_THAT(run("runs --format csv").out, ::testing::HasSubstr(",complete,5698,0,"));
+}
+
+TEST_P(Catalog_File, an_interrupted_index_keeps_what_it_has_read) {
+  {
+    SQLite_Store holder((home_ / "store.db").string());
+    Transaction const transaction(holder);  // the program waits for it, which it is told to end meanwhile
+    shell(R"(("$C" index tree --store store.db 2>said & p=$!
+for i in $(seq 1000); do grep -q 'SigCgt:.*[2367abef]$' /proc/$p/status && break; sleep 0.01; done
+kill -INT $p; echo >sent; wait $p; echo $? >code) >/dev/null &)");
+    ASSERT_TRUE(comes("sent"));
+  }
+  ASSERT_TRUE(comes("code"));
+  EXPECT_EQ(content(home_ / "code"), "1\n");
+  EXPECT_THAT(content(home_ / "said"), ::testing::StartsWith("catalog: interrupted: 1 files kept in run "));
+  EXPECT_THAT(column(page("runs"), "state"), ::testing::UnorderedElementsAre("complete", "interrupted"));
+  EXPECT_EQ(total("find"), 8);
 }
 
 TEST_P(Catalog_File, stays_as_it_was_on_a_full_disk) {
@@ -533,20 +625,9 @@ if unshare -rm true; then
 else
   (ulimit -f 1000; trap '' XFSZ; . ./fill.sh)
 fi)");
-  EXPECT_EQ(outcome.out, "exit 1\nstate,files\ncomplete,7\nrunning,0\n");
+  EXPECT_EQ(outcome.out, "exit 1\nstate,files\ncomplete,7\ninterrupted,0\n");
   EXPECT_THAT(outcome.err,
               ::testing::ContainsRegex("\ncatalog: full/s.db: [a-z/O ]* \\(SQLite error (13|778)\\); [^\n(]*\n"));
-}
-
-TEST_P(Catalog_File, that_another_process_holds_is_waited_for_and_given_up) {
-  SQLite_Store holder((home_ / "store.db").string());
-  Transaction const transaction(holder);
-  Outcome const outcome = run("retire --all");
-  EXPECT_EQ(outcome.code, 1);
-  EXPECT_EQ(
-      outcome.err,
-      "catalog: store.db: database is locked (SQLite error 5); it is in use by another process: try again later\n");
-  EXPECT_EQ(total("find NL_retired="), 7);
 }
 
 TEST_P(Catalog_Server, keeps_what_is_committed_when_a_connection_breaks) {
@@ -558,7 +639,7 @@ TEST_P(Catalog_Server, keeps_what_is_committed_when_a_connection_breaks) {
   for (auto const& row : administrator.rows(connections)) {
     administrator.run("KILL CONNECTION " + std::to_string(row[0].val().get_int64()));
   }
-  for (int i = 0; i < 300 && content(home_ / "code").empty(); ++i) usleep(100'000);
+  ASSERT_TRUE(comes("code"));
   EXPECT_EQ(content(home_ / "code"), "1\n");
   EXPECT_THAT(content(home_ / "broken"),
               ::testing::ContainsRegex("(^|\n)catalog: .*([cC]onnection|gone away).* \\(MySQL error [0-9]+\\)"));
@@ -566,13 +647,19 @@ TEST_P(Catalog_Server, keeps_what_is_committed_when_a_connection_breaks) {
   EXPECT_THAT(column(page("runs"), "state"), ::testing::UnorderedElementsAre("complete", "running"));
 }
 
-TEST_P(Catalog_Server, keeps_what_is_committed_when_the_server_is_killed) {
+TEST_P(Catalog_Server, keeps_what_is_committed_when_the_server_is_killed_and_leaves_out_what_it_cannot_be_sent) {
+  make_deep();
   Outcome const outcome = shell(R"(export C; cat >crash.sh <<'END'
 url=${BACKUP_TEST_MYSQL/\/\?//c?}
 socket=${url#*socket=}
 pid=$(cat "${socket%socket}pid")
 mapfile -d '' server <"/proc/$pid/cmdline"
-mariadb -uroot --socket="$socket" -e 'CREATE DATABASE c'
+ask() { mariadb -uroot --socket="$socket" -e "$1"; }
+ask 'CREATE DATABASE c; CREATE DATABASE deep; SET GLOBAL max_allowed_packet=16384'
+"$C" index deep --store "${url/\/c?//deep?}" >&2
+echo "exit $?"
+"$C" runs --store "${url/\/c?//deep?}" --format csv | awk -F, '{ print $3, $4 + $5 }'
+ask 'SET GLOBAL max_allowed_packet=67108864'
 "$C" index /usr --store "$url" >&2 &
 total() { "$C" find --limit 0 --store "$url" 2>&- | sed -n 's/^0 of //p' | tr -d ,; }
 wait_for() {
@@ -595,9 +682,45 @@ echo "$((found % 20000)) more than whole batches"
 "$C" runs --store "$url" --format csv | cut -d, -f3
 END
 )" WITH_MARIADB " server bash crash.sh");
-  EXPECT_EQ(outcome.out, "exit 1\n0 more than whole batches\nstate\nrunning\n");
+  EXPECT_EQ(outcome.out, "exit 3\nstate 0\ncomplete 5698\nexit 1\n0 more than whole batches\nstate\nrunning\n");
   EXPECT_THAT(outcome.err,
               ::testing::ContainsRegex("(^|\n)catalog: .*(Lost connection|gone away).* \\(MySQL error 20[0-9]+\\)"));
+}
+
+// Of 200 directories in each other the outer ones are closed when some are moved away.
+TEST(Tree_Walk, finds_back_out_of_moved_directories_and_reports_what_is_lost) {
+  for (bool const is_lost : {false, true}) {
+    std::string home = (fs::canonical(fs::temp_directory_path()) / "walk-XXXXXX").string();
+    ASSERT_NE(mkdtemp(home.data()), nullptr);
+    fs::create_directories(home + "/top");
+    std::vector<fs::path> levels{home + "/top"};
+    Names files;
+    for (int level = 0; level < 200; ++level) {
+      for (int i = 0; i < (level == 120 ? 1000 : 1); ++i) {
+        std::string const name = std::to_string(level) + '.' + std::to_string(i);
+        std::ofstream(levels.back() / name) << "";
+        if (level != 120 || !is_lost) files.push_back(name);
+      }
+      levels.push_back(levels.back() / "d");
+      fs::create_directory(levels.back());
+    }
+    Names found;
+    Names reports;
+    Tree_Walk walk(levels.front().string(),
+                   [&](std::string const& path, std::string const& why) { reports.push_back(path + ": " + why); });
+    for (File file; walk.next(file);) {
+      bool const is_at_120 = is_lost && file.name.compare(0, 4, "120.") == 0;
+      if (file.kind == File_Kind::file && !is_at_120) found.push_back(file.name);
+      if (file.path != levels.back()) continue;
+      fs::rename(levels[121], home + "/a");  // its ".." leads elsewhere, the path of its parent still there
+      if (is_lost) fs::rename(levels[120], home + "/b");
+    }
+    std::sort(files.begin(), files.end());
+    std::sort(found.begin(), found.end());
+    EXPECT_EQ(found, files);
+    EXPECT_EQ(reports, is_lost ? Names{levels[120].string() + "/: No such file or directory"} : Names{});
+    fs::remove_all(home);
+  }
 }
 
 }  // namespace

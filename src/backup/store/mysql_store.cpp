@@ -380,6 +380,22 @@ bool MySQL_Store::is_url(std::string const& text) { return is_mysql_url(text); }
 
 SQL::Database_Type MySQL_Store::dialect() const { return SQL::DB_MYSQL; }
 
+Store::Failure MySQL_Store::failure(Store_Error const& error) const {
+  switch (error.code()) {
+    case ER_CHECKREAD:  // where a server compares a row with the transaction's snapshot
+    case ER_LOCK_DEADLOCK:
+    case ER_LOCK_WAIT_TIMEOUT: return CONFLICT;
+    case ER_BAD_NULL_ERROR:
+    case ER_CONSTRAINT_FAILED:
+    case ER_DATA_TOO_LONG:
+    case ER_DUP_ENTRY:
+    case ER_TOO_BIG_ROWSIZE:
+    case ER_TRUNCATED_WRONG_VALUE_FOR_FIELD:
+    case ER_WARN_DATA_OUT_OF_RANGE: return REFUSED_VALUE;
+    default: return OTHER_FAILURE;
+  }
+}
+
 bool MySQL_Store::in_transaction() const { return (connection_->db.status() & SERVER_STATUS_IN_TRANS) != 0; }
 
 unsigned long long MySQL_Store::execute(std::string const& text, Bindings const* bindings,

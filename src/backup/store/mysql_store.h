@@ -54,6 +54,7 @@ public:
   ~MySQL_Store() override;
 
   SQL::Database_Type dialect() const override;
+  Failure failure(Store_Error const& error) const override;
 
 private:
   struct Connection;

@@ -14,12 +14,12 @@
 #include <system_error>
 #include <utility>
 
+#include "backup/store/detail/backoff.h"
 #include "backup/store/detail/parameters.h"
 #include "backup/store/detail/statement_cache.h"
 
 namespace {
 
-constexpr int busy_milliseconds = 5000;
 // LIKE recurses for each "%": half as many take up to 350 KB of stack. SQLite's own limit of 50,000 takes 4 MB.
 constexpr int longest_pattern = 4096;
 
@@ -41,6 +41,60 @@ std::string with_code(std::string const& message, int code) {
   throw Store_Error(with_code(message, code), code, text);
 }
 
+// Waits for a database that another connection holds.
+class Lock_Wait {
+public:
+  Lock_Wait(std::string const& path, std::chrono::milliseconds limit) : path_(path), limit_(limit) {}
+  Lock_Wait(Lock_Wait const&) = delete;
+  Lock_Wait& operator=(Lock_Wait const&) = delete;
+
+  void attach(sqlite3* db) {
+    auto const wait = [](void* self, int times) { return static_cast<Lock_Wait*>(self)->wait(times == 0) ? 1 : 0; };
+    sqlite3_busy_handler(db, wait, this);
+  }
+
+  // A statement begins.
+  void restart() noexcept { waited_ = {}; }
+
+  std::string message() const {
+    auto const tenths = std::chrono::duration_cast<std::chrono::milliseconds>(waited_).count() / 100;
+    return "database '" + path_ + "' is locked by another connection, waited for " + std::to_string(tenths / 10) + '.' +
+           std::to_string(tenths % 10) + " s";
+  }
+
+private:
+  using Clock = std::chrono::steady_clock;
+
+  // True when it is time to try again.
+  bool wait(bool is_first) {
+    if (is_first) {
+      start_ = Clock::now();
+      backoff_.restart();
+    }
+    waited_ = Clock::now() - start_;
+    if (waited_ >= limit_) return false;
+    backoff_.pause();
+    return true;
+  }
+
+  std::string const path_;
+  std::chrono::milliseconds const limit_;
+  Clock::time_point start_;
+  Clock::duration waited_{};
+  Backoff backoff_;
+};
+
+bool is_locked(int code) { return (code & 0xFF) == SQLITE_BUSY; }
+
+struct Link {
+  sqlite3* db;
+  Lock_Wait const& lock_wait;
+};
+
+[[noreturn]] void fail(Link const& link, char const* message, int code, std::string const& text) {
+  fail(is_locked(code) ? link.lock_wait.message() : message, code, text);
+}
+
 // True when nothing but blanks, comments and semicolons is left. SQLite's own parser would tell too, but some settings
 // act as soon as they are parsed.
 bool is_blank(char const* text) {
@@ -56,13 +110,14 @@ bool is_blank(char const* text) {
   }
 }
 
-Handle compile(sqlite3* db, std::string const& text, bool keep) {
+Handle compile(Link const& link, std::string const& text, bool keep) {
   std::size_t const zero = text.find('\0');
   if (zero != std::string::npos) throw Store_Error("zero byte at offset " + std::to_string(zero), 0, text);
   sqlite3_stmt* statement = nullptr;
   char const* tail = nullptr;
-  int const code = sqlite3_prepare_v3(db, text.c_str(), -1, keep ? SQLITE_PREPARE_PERSISTENT : 0, &statement, &tail);
-  if (code != SQLITE_OK) fail(sqlite3_errmsg(db), code, text);
+  int const code =
+      sqlite3_prepare_v3(link.db, text.c_str(), -1, keep ? SQLITE_PREPARE_PERSISTENT : 0, &statement, &tail);
+  if (code != SQLITE_OK) fail(link, sqlite3_errmsg(link.db), code, text);
   Handle handle(statement);
   if (!handle) throw Store_Error("empty statement", 0, text);
   if (!is_blank(tail)) throw Store_Error("more than one statement", 0, text);
@@ -107,8 +162,8 @@ struct Prepared {
   Parameters parameters;
 };
 
-Prepared prepare(sqlite3* db, std::string const& text, bool keep) {
-  Prepared prepared{text, compile(db, text, keep), {}};
+Prepared prepare(Link const& link, std::string const& text, bool keep) {
+  Prepared prepared{text, compile(link, text, keep), {}};
   Parameters& parameters = prepared.parameters;
   parameters.places = static_cast<std::size_t>(sqlite3_bind_parameter_count(prepared.handle.get()));
   for (std::size_t place = 0; place < parameters.places; ++place) {
@@ -124,10 +179,10 @@ using Cache = Statement_Cache<Prepared>;
 // A statement with the values of one run; ready for the next one when it goes back.
 class Running_Statement {
 public:
-  Running_Statement(sqlite3* db, Cache& cache, std::string const& text)
-      : db_(db), cache_(cache), text_(text), keep_(Cache::keeps(text)) {
+  Running_Statement(Link const& link, Cache& cache, std::string const& text)
+      : link_(link), cache_(cache), text_(text), keep_(Cache::keeps(text)) {
     if (keep_) node_ = cache_.take(text);
-    if (node_.empty()) node_.push_back(prepare(db, text, keep_));
+    if (node_.empty()) node_.push_back(prepare(link_, text, keep_));
     statement_ = node_.front().handle.get();
   }
   Running_Statement(Running_Statement const&) = delete;
@@ -209,12 +264,12 @@ private:
   // constraint is told, which names columns, or that of a text that does not compile any more, which knows no values.
   [[noreturn]] void fail_step(int code) {
     bool const may_quote = node_.front().parameters.places > 0 && (code & 0xFF) != SQLITE_CONSTRAINT;
-    if (!may_quote) fail(sqlite3_errmsg(db_), code, text_);
-    compile(db_, text_, false);
-    fail(sqlite3_errstr(code), code, text_);
+    if (!may_quote) fail(link_, sqlite3_errmsg(link_.db), code, text_);
+    compile(link_, text_, false);
+    fail(link_, sqlite3_errstr(code), code, text_);
   }
 
-  sqlite3* db_;
+  Link link_;
   Cache& cache_;
   std::string const& text_;
   bool keep_;
@@ -245,22 +300,31 @@ std::string open_error(sqlite3* db, int code, std::string const& file, SQLite_St
   return cause == 0 ? message : message + ": " + std::system_category().message(cause);
 }
 
-Database open_database(std::string const& path, SQLite_Store::Open_Mode mode) {
+// SQLite would wait for the other end of a pipe, and take a directory for what it calls an I/O error.
+bool is_other_than_file(std::string const& path) {
+  std::error_code ignored;
+  auto const status = std::filesystem::status(path, ignored);
+  return std::filesystem::exists(status) && !std::filesystem::is_regular_file(status);
+}
+
+Database open_database(std::string const& path, SQLite_Store::Open_Mode mode, Lock_Wait& lock_wait) {
   if (path.empty() || path.find('\0') != std::string::npos) {
     throw Store_Error("cannot open a database whose path is empty or holds a zero byte", 0, "");
   }
   std::string const place = "cannot open database '" + path + "': ";
   // Where SQLite is built to read URIs, a path that begins like one is still a path.
   std::string const file = path.compare(0, 5, "file:") == 0 ? "./" + path : path;
+  if (file != ":memory:" && is_other_than_file(file)) throw Store_Error(place + "not a regular file", 0, "");
   sqlite3* handle = nullptr;
   int code = sqlite3_open_v2(file.c_str(), &handle, open_flags(mode), nullptr);
   Database db(handle);
   if (code == SQLITE_OK) {
-    sqlite3_busy_timeout(handle, busy_milliseconds);
+    lock_wait.attach(handle);
     sqlite3_limit(handle, SQLITE_LIMIT_LIKE_PATTERN_LENGTH, longest_pattern);
     // The second setting is in the file, which is read here for the first time.
     code = sqlite3_exec(handle, "PRAGMA foreign_keys=ON;PRAGMA schema_version", nullptr, nullptr, nullptr);
   }
+  if (is_locked(code)) fail(lock_wait.message(), code, "");
   if (code != SQLITE_OK) fail(place + open_error(handle, code, file, mode), code, "");
   if (mode != SQLite_Store::OPEN_READ_ONLY && sqlite3_db_readonly(handle, "main") == 1) {
     throw Store_Error(place + "it cannot be written", 0, "");
@@ -271,16 +335,29 @@ Database open_database(std::string const& path, SQLite_Store::Open_Mode mode) {
 }  // namespace
 
 struct SQLite_Store::Connection {
+  Connection(std::string const& path, Open_Mode mode, std::chrono::milliseconds wait)
+      : lock_wait(path, wait), db(open_database(path, mode, lock_wait)) {}
+
+  Lock_Wait lock_wait;
   Database db;
   Cache cache;  // goes before the database
 };
 
-SQLite_Store::SQLite_Store(std::string const& path, Open_Mode mode)
-    : connection_(std::make_unique<Connection>(Connection{open_database(path, mode), {}})) {}
+SQLite_Store::SQLite_Store(std::string const& path, Open_Mode mode, std::chrono::milliseconds wait)
+    : connection_(std::make_unique<Connection>(path, mode, wait)) {}
 
 SQLite_Store::~SQLite_Store() = default;
 
 SQL::Database_Type SQLite_Store::dialect() const { return SQL::DB_SQLITE; }
+
+Store::Failure SQLite_Store::failure(Store_Error const& error) const {
+  switch (error.code() & 0xFF) {
+    case SQLITE_CONSTRAINT:
+    case SQLITE_MISMATCH:
+    case SQLITE_TOOBIG: return REFUSED_VALUE;
+    default: return OTHER_FAILURE;
+  }
+}
 
 bool SQLite_Store::in_transaction() const { return sqlite3_get_autocommit(connection_->db.get()) == 0; }
 
@@ -289,7 +366,8 @@ unsigned long long SQLite_Store::execute(std::string const& text, Bindings const
                                          std::vector<std::string>* columns) {
   sqlite3* const db = connection_->db.get();
   sqlite3_int64 const changes_before = sqlite3_total_changes64(db);
-  Running_Statement statement(db, connection_->cache, text);
+  connection_->lock_wait.restart();
+  Running_Statement statement({db, connection_->lock_wait}, connection_->cache, text);
   statement.bind(bindings, values);
   bool more = statement.step();
   if (columns != nullptr) *columns = statement.column_names();

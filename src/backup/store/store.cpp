@@ -2,9 +2,12 @@
 
 #include <cstddef>
 
+#include "backup/store/detail/backoff.h"
+
 namespace {
 
 constexpr std::size_t shown_characters = 500;
+constexpr int most_attempts = 10;
 
 // `text`, or its beginning and its size when it is long; no UTF-8 character is cut in two.
 std::string shorten(std::string const& text) {
@@ -125,6 +128,20 @@ unsigned long long Store::count(SQL const& statement, Binding_Mode mode) {
   perform(rendered.text, named(rendered, mode), rendered.values, keep, nullptr);
   if (!is_count(number)) throw Store_Error("the count query does not give one number", 0, rendered.text);
   return number.front().val().get_uint64();
+}
+
+void Store::transact(std::function<void()> const& work) {
+  Backoff backoff;
+  for (int attempt = 1;; ++attempt) {
+    try {
+      Transaction transaction(*this);
+      work();
+      return transaction.commit();
+    } catch (Store_Error const& error) {
+      if (attempt == most_attempts || failure(error) != CONFLICT) throw;
+    }
+    backoff.pause();
+  }
 }
 
 Transaction::Transaction(Store& store) : store_(store), open_(false) {

@@ -60,6 +60,19 @@ public:
 
   virtual SQL::Database_Type dialect() const = 0;
 
+  /// What an error of this store's tells about the next attempt.
+  enum Failure {
+    CONFLICT,       ///< another transaction stood in the way: the whole transaction may succeed when it is run again
+    REFUSED_VALUE,  ///< a value that the database never takes: too long, out of range, against a constraint
+    OTHER_FAILURE
+  };
+  virtual Failure failure(Store_Error const& error) const = 0;
+
+  /// Runs `work`, all of one transaction, and commits it. After a CONFLICT it is rolled back and runs again, ten times
+  /// in all with growing pauses between, so what `work` leaves outside the database it makes anew each time. Any other
+  /// error rolls back and passes through, as does the tenth CONFLICT.
+  void transact(std::function<void()> const& work);
+
   /// Runs a statement and returns the number of rows it inserted, changed or deleted.
   unsigned long long run(SQL const& statement, Binding_Mode mode = BY_NAME);
   /// Runs one statement text without parameters, for schemas and settings.
@@ -105,6 +118,8 @@ private:
 /// A database may end one by itself: MariaDB rolls back to resolve a deadlock and commits before a statement that
 /// changes the schema, SQLite rolls back when its disk is full. Statements that follow are errors then, rather than
 /// each committed alone.
+///
+/// `Store::transact` is the same for work that can run again, which a database may ask for at any time.
 ///
 /// On MariaDB others may change what a transaction has read before it writes. On SQLite a transaction is the only
 /// writer from its beginning.

@@ -111,9 +111,9 @@ TEST(Factories, without_memory_set_errno_return_null_and_change_nothing) {
 TEST(Factories, without_memory_convert_no_half_of_a_document) {
   json_spirit::Value document;
   json_spirit::read_string_or_throw(R"({"op":"AND","v":[{"op":"EQ","k":"a","v":"a text that is not so short"},
-    {"op":"OR","v":[{"op":"AND","v":[{"op":"EQ","k":"b","v":2}]}, {"op":"EQ","k":"uid","v":[]}]}]})",
+    {"op":"OR","v":[{"op":"AND","v":[{"op":"EQ","k":"b","v":2}]}, {"op":"EQ","k":"uid","v":[]},"c=3"]}]})",
                                     document);
-  std::string const whole = R"(((`a`=:1) AND (((`b`=:2)) OR (0))) {:1="a text that is not so short" :2=2})";
+  std::string const whole = R"(((`a`=:1) AND (((`b`=:2)) OR (0) OR (c=3))) {:1="a text that is not so short" :2=2})";
   for (auto const shortage : {heap::Shortage::once, heap::Shortage::lasting}) {
     long nth = 0;
     for (bool passed = false; !passed;) {
@@ -134,6 +134,16 @@ TEST(Factories, without_memory_convert_no_half_of_a_document) {
       }
     }
     EXPECT_GT(nth, 10);
+  }
+}
+
+TEST(Factories, without_memory_leave_a_group_its_members) {
+  for (long nth = 1; nth < 8; ++nth) {
+    json_spirit::Object group{{"v", json_spirit::Array{1}}};
+    Log_Capture const log;
+    heap::Failing_Allocation const no_memory(nth, heap::Shortage::lasting);
+    generate_eq_and_filter(group, object, {});
+    EXPECT_EQ(group.count("v"), 1U) << nth;
   }
 }
 

@@ -1,6 +1,6 @@
 // Once all that held a secret is gone, no copy of it is left in the writable memory of the process: not in released
-// memory, not on the stack. This program is linked with -z now: else the dynamic linker saves registers on the stack, with
-// whatever they hold, when it looks a function up at its first call.
+// memory, not on the stack. This program is linked with -z now: else the dynamic linker saves registers on the stack,
+// with whatever they hold, when it looks a function up at its first call.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>

@@ -72,11 +72,12 @@ void add_call_line(Bounded_Text& out, std::uintptr_t address) {
   // The address is the one to return to: a call at a function's very end would be taken for the next function's.
   bool const is_known = dladdr(reinterpret_cast<void*>(address - 1), &place) != 0;  // NOLINT(performance-no-int-to-ptr)
   if (is_known && place.dli_fname != nullptr) out.add(place.dli_fname);
-  if (is_known && place.dli_sname != nullptr) {
+  if (is_known) {
+    bool const has_symbol = place.dli_sname != nullptr;
     out.add("(");
-    out.add(place.dli_sname);
+    if (has_symbol) out.add(place.dli_sname);
     out.add("+");
-    out.add_hexadecimal(address - reinterpret_cast<std::uintptr_t>(place.dli_saddr));
+    out.add_hexadecimal(address - reinterpret_cast<std::uintptr_t>(has_symbol ? place.dli_saddr : place.dli_fbase));
     out.add(")");
   }
   out.add(" [");
@@ -86,11 +87,15 @@ void add_call_line(Bounded_Text& out, std::uintptr_t address) {
 
 }  // namespace
 
-std::size_t write_call_stack(char* text, std::size_t size) noexcept {
+std::size_t write_call_stack(char* text, std::size_t size, void const* first) noexcept {
   Calls calls{{}, 0, true};
   _Unwind_Backtrace(add_call, &calls);
+  std::uintptr_t const* const begin = calls.addresses.data();
+  std::uintptr_t const* const end = begin + calls.count;
+  std::uintptr_t const* call = std::find(begin, end, reinterpret_cast<std::uintptr_t>(first));
+  if (call == end) call = begin;
   Bounded_Text out(text, size);
-  for (std::size_t i = 0; i < calls.count && !out.is_cut(); ++i) add_call_line(out, calls.addresses[i]);
+  for (; call != end && !out.is_cut(); ++call) add_call_line(out, *call);
   return out.finish();
 }
 

@@ -24,6 +24,7 @@ bool check(char const* text, char const* name, int line = __builtin_LINE()) {
 
 void report_exception(char const* format, std::exception const& exception, int line = __builtin_LINE()) {
   sql_log::report({source_file, line}, LM_ERROR, 0, format, exception.what());
+  if (dynamic_cast<std::bad_alloc const*>(&exception) != nullptr) errno = ENOMEM;
 }
 
 // `value`: what a Value is made of.
@@ -35,7 +36,7 @@ bool set_member(Object& object, char const* name, T const& value) {
   });
 }
 
-Object make_item(char const* op, char const* key, Value&& operand) {
+Object make_item(char const* op, std::string const& key, Value&& operand) {
   Object item;
   item["op"] = Value(op);
   item["k"] = Value(key);
@@ -77,7 +78,7 @@ bool is_item_with_key(Value const& member, std::string_view key) {
   return found != nullptr && *found == key;
 }
 
-bool add_item(Object& filter, char const* op, char const* key, Value&& operand) {
+bool add_item(Object& filter, char const* op, std::string const& key, Value&& operand) {
   Array* const items = filter_get_items(filter);
   if (items == nullptr) return false;
   items->emplace_back(make_item(op, key, std::move(operand)));
@@ -114,12 +115,16 @@ bool generate_filter_of_members(Object& filter, char const* filter_op, char cons
                                 std::vector<Value> const& keys) {
   if (!check(filter_op, "filter_op") || !check(item_op, "item_op")) return false;
   // What the group held lives on to the end, where it is: the object and the keys may be in it.
-  auto const held = filter.extract("v");
+  auto held = filter.extract("v");
   try {
-    if (!generate_empty_filter(filter, filter_op, nullptr)) return false;
+    if (!generate_empty_filter(filter, filter_op, nullptr)) {
+      filter.insert(std::move(held));
+      return false;
+    }
     for (Value const& key : keys) {
       std::string const& name = key.get_str();
-      if (!filter_add_item(filter, item_op, name.c_str(), obj.at(name))) return false;
+      Value value = obj.at(name);
+      if (!check(name.c_str(), "key") || !add_item(filter, item_op, name, std::move(value))) return false;
     }
     return true;
   } catch (std::exception const& exception) {
@@ -196,7 +201,8 @@ void convert_members(backup::Block_Stack<Group>& groups) {
     if (member.type() == json_spirit::obj_type) {
       convert_object(member.get_obj(), target, groups);
     } else if (member.type() == json_spirit::str_type) {
-      target.add_sql(member.get_str().c_str(), true);
+      // Nobody would be told that it is missing.
+      if (target.add_sql_ex(member.get_str().c_str(), true) == nullptr) throw std::bad_alloc();
     }
   }
 }

@@ -10,6 +10,8 @@
 #include <atomic>
 #include <charconv>
 #include <cstddef>
+#include <mutex>
+#include <thread>
 
 #include "backup/runtime/call_stack.h"
 
@@ -33,8 +35,8 @@ private:
 // One record's text, of fixed size. A format is read twice: to see what room is left for texts, and to write them.
 class Record_Text {
 public:
-  Record_Text(Source source, char const* format, std::initializer_list<Argument> arguments)
-      : file_(source.file), line_(source.line), format_(format), arguments_(arguments) {
+  Record_Text(Source source, char const* format, std::initializer_list<Argument> arguments, void const* caller)
+      : file_(source.file), line_(source.line), format_(format), arguments_(arguments), caller_(caller) {
     fit_texts();
     for_each_piece([this](std::string_view piece, Kind kind) { write(piece, kind); });
     text_[size_] = '\0';
@@ -89,7 +91,7 @@ private:
 
   void write(std::string_view piece, Kind kind) {
     if (kind == call_stack) {
-      size_ += backup::write_call_stack(text_.data() + size_, room_);
+      size_ += backup::write_call_stack(text_.data() + size_, room_, caller_);
       return;
     }
     bool const is_cut = kind == text_to_fit && piece.size() > longest_;
@@ -116,6 +118,7 @@ private:
   Number_Text line_;
   std::string_view format_;
   std::initializer_list<Argument> arguments_;
+  void const* caller_;                 // where the call stack begins
   std::size_t room_ = record_size;     // what is left for the call stack, at last
   std::size_t longest_ = record_size;  // that a text may be
   std::size_t size_ = 0;
@@ -124,12 +127,15 @@ private:
 
 // A record needs memory of its own. This one has it from the beginning, for reports that come when there is none.
 ACE_Log_Record spare_record;
-std::atomic_flag spare_record_is_used = ATOMIC_FLAG_INIT;
+std::mutex spare_record_in_use;
+std::atomic<std::thread::id> spare_record_user;
 
 void log_spare_record(ACE_Log_Msg& log, ACE_Log_Priority priority, char const* text) {
-  if (spare_record_is_used.test_and_set()) return;
+  if (spare_record_user == std::this_thread::get_id()) return;  // a callback that reports in its turn
+  std::lock_guard<std::mutex> const lock(spare_record_in_use);
+  spare_record_user = std::this_thread::get_id();
   struct Release {
-    ~Release() { spare_record_is_used.clear(); }
+    ~Release() { spare_record_user = std::thread::id(); }
   } const release;
   spare_record.type(priority);
   spare_record.time_stamp(ACE_OS::gettimeofday());
@@ -145,12 +151,13 @@ void write_record(Source source, ACE_Log_Priority priority, int op_status, char 
   int const error = ACE_Log_Msg::last_error_adapter();
   ACE_Log_Msg* const log = ACE_Log_Msg::instance();
   if (log == nullptr) return;  // this thread has none yet, and no memory for it
+  if (log->log_priority_enabled(priority) == 0) return;
   log->file(source.file);
   log->linenum(source.line);
   log->op_status(op_status);
   log->errnum(error);
-  if (log->log_priority_enabled(priority) == 0) return;
-  Record_Text const text(source, format, arguments);
+  Record_Text const text(source, format, arguments, __builtin_return_address(0));
+  log->msg(text.get());
   // ACE's own formatting would hand a record without text to callbacks when there is no memory for it.
   ACE_Log_Record record(priority, ACE_OS::gettimeofday(), log->getpid());
   if (record.msg_data(text.get()) == 0) {

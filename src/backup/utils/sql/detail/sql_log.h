@@ -32,7 +32,8 @@ void write_record(Source source, ACE_Log_Priority priority, int op_status, char 
 /// end in "..." then. `op_status` is -1 for violated preconditions, 0 otherwise. errno and ACE's last error stay as
 /// they are.
 ///
-/// Needs no memory. What ACE and the program's callbacks need for writing a record is theirs.
+/// Needs no memory. What ACE and the program's callbacks need for writing a record is theirs. Lost is only what a
+/// callback reports in its turn while there is no memory.
 template <class... Arguments>
 void report(Source source, ACE_Log_Priority priority, int op_status, char const* format,
             Arguments const&... arguments) {

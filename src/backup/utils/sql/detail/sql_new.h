@@ -11,7 +11,7 @@
 /// The result of `make`, which makes something and puts it where it belongs. Null or false with errno ENOMEM when
 /// memory is short; `make` leaves nothing behind then, since whatever it made is owned from the start.
 template <class Make>
-auto without_throwing(Make make) noexcept -> decltype(make()) {
+auto without_throwing(Make make) -> decltype(make()) {
   try {
     return make();
   } catch (std::bad_alloc const&) {
@@ -30,7 +30,7 @@ T* new_sql(ACE_Intrusive_Auto_Ptr<SQL>& owner, Arguments&&... arguments) {
 
 /// Makes a T, lets `put` put its owner where it belongs, and returns it. Null with errno ENOMEM when memory is short.
 template <class T, class Put, class... Arguments>
-T* add_new(Put put, Arguments&&... arguments) noexcept {
+T* add_new(Put put, Arguments&&... arguments) {
   return without_throwing([&] {
     ACE_Intrusive_Auto_Ptr<SQL> owner;
     T* const object = new_sql<T>(owner, std::forward<Arguments>(arguments)...);

@@ -8,8 +8,8 @@
 
 enum class Format { table, json, csv };
 
-/// What the values of a column mean, and so how they are written. A number above 2^63-1 comes as the text of its digits,
-/// and stays a text in JSON.
+/// What the values of a column mean, and so how they are written. A number above 2^63-1 comes as the text of its
+/// digits, and stays a text in JSON.
 enum class Cell { text, number, kind, time, uuid };
 
 /// A column of a result: its SQL expression, its name in the statement and in the output, its meaning.
@@ -26,8 +26,8 @@ using Columns = std::vector<Column>;
 ///          written as `printable` has them
 ///   json   one object with total, offset and rows; bytes that are no UTF-8 become U+FFFD, characters that harm a
 ///          terminal are escaped. A row a line, as it comes
-///   csv    RFC 4180, a header line first; names are written byte for byte, to a terminal as `printable` has them. A row
-///          a line, as it comes
+///   csv    RFC 4180, a header line first; names are written byte for byte, to a terminal as `printable` has them. A
+///          row a line, as it comes
 class Page_Writer {
 public:
   virtual ~Page_Writer() = default;

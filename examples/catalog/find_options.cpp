@@ -92,6 +92,7 @@ void add_request_options(CLI::App& command, Request_Source& request) {
       "string or an object. Of a key given twice the last counts, in a group both. kind is 1 for a file, 2 for a "
       "directory, 3 for a link, 4 for another; modified is in POSIX seconds, retired a text YYYY-MM-DD hh:mm:ss in "
       "UTC; complete is 1 "
-      "for files of a run that came to its end. host is compared in lower case.\n"
+      "for files of a run that came to its end. host is compared in lower case. At most 200 conditions, 16 levels of "
+      "groups and 4,096 bytes in a pattern.\n"
       "Exit codes: 0 success, 1 failed, 2 misuse.");
 }

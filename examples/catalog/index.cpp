@@ -29,17 +29,21 @@ using Clock = std::chrono::steady_clock;
 
 volatile std::sig_atomic_t interrupt_requested = 0;
 
-// SIGINT and SIGTERM ask for an end at the next file; a second one ends the process at once.
+// A first signal asks for an end at the next file, a second one ends the process at once. SIGHUP stays ignored where
+// the parent process ignores it, as nohup does.
 void catch_signals() {
+  static constexpr int signals[] = {SIGHUP, SIGINT, SIGTERM};
   struct sigaction action {};
   action.sa_handler = [](int) {
     interrupt_requested = 1;
-    std::signal(SIGINT, SIG_DFL);
-    std::signal(SIGTERM, SIG_DFL);
+    for (int const number : signals) std::signal(number, SIG_DFL);
   };
   action.sa_flags = SA_RESTART;
-  sigaction(SIGINT, &action, nullptr);
-  sigaction(SIGTERM, &action, nullptr);
+  struct sigaction before {};
+  for (int const number : signals) {
+    sigaction(number, &action, &before);
+    if (number == SIGHUP && before.sa_handler == SIG_IGN) std::signal(number, SIG_IGN);
+  }
 }
 
 std::string existing_directory(std::string const& directory) {
@@ -57,6 +61,7 @@ public:
   Recorder(Store& store, Index_Options const& options, std::string const& directory, Tree_Walk::Report refused,
            Index_Totals const& totals)
       : catalog_(store),
+        address_(options.store),
         refused_(std::move(refused)),
         totals_(totals),
         run_(catalog_.start_run(options.host, directory, std::time(nullptr))) {}
@@ -72,10 +77,11 @@ public:
     catalog_.end_run(run_, complete, totals_.left_out, std::time(nullptr));
   }
 
-  // Ends the run after an error, where the store still can; the error is told anyway.
+  // Ends the run after an error, where the store, opened anew, still can; the error is told anyway.
   void give_up() noexcept {
     try {
-      catalog_.end_run(run_, false, totals_.left_out, std::time(nullptr));
+      auto const store = open_store(address_, Access::change);
+      Catalog(*store).end_run(run_, false, totals_.left_out, std::time(nullptr));
     } catch (std::exception const&) {
       return;
     }
@@ -105,6 +111,7 @@ private:
   }
 
   Catalog catalog_;
+  std::string const address_;
   Tree_Walk::Report const refused_;
   Index_Totals const& totals_;
   Binding_Value const run_;
@@ -134,6 +141,9 @@ void print_summary(Recorder const& recorder, Clock::duration time) {
             << grouped(static_cast<unsigned long long>(milliseconds)) << " ms: " << per_second(recorder.stored(), time)
             << " files/s in all, " << per_second(recorder.stored(), recorder.storing_time())
             << " rows/s into the store\n";
+  if (!std::cout.flush()) {
+    throw std::runtime_error("run " + recorder.id() + " is complete; the output cannot be written");
+  }
 }
 
 // Feeds the walk to the recorder, to its end or to a signal; true when it came to its end.

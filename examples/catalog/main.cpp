@@ -51,7 +51,10 @@ void add_read_options(CLI::App& command, Read_Options& options) {
     require_word("--format", word, {"table", "json", "csv"});
     options.format = word == "json" ? Format::json : word == "csv" ? Format::csv : Format::table;
   };
-  command.add_option_function<std::string>("--format", set_format, "table (the default), json or csv; times are UTC")
+  command
+      .add_option_function<std::string>(
+          "--format", set_format,
+          "table (the default), json, in which bytes that are no UTF-8 become U+FFFD, or csv; times are UTC")
       ->type_name("FORMAT");
 }
 
@@ -247,6 +250,9 @@ int main(int argc, char** argv) {
   } catch (Misuse const& error) {
     print_error(error.what());
     return exit_misuse;
+  } catch (std::bad_alloc const&) {
+    print_error("not enough memory");
+    return exit_failed;
   } catch (std::exception const& error) {
     print_error(error.what());
     return exit_failed;

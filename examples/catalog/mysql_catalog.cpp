@@ -88,6 +88,9 @@ std::unique_ptr<Store> open_mysql_catalog(std::string const& url, Access access)
   // Of each text only so much is sorted by, paths are longer than what a server begins with, and its buffer must hold
   // 15 texts of that length.
   store->run("SET @@SESSION.max_sort_length=1048576,@@SESSION.sort_buffer_size=33554432");
+  if (store->rows(Select_SQL().select("DATABASE()")).at(0).at(0).type() == Binding_Value::null_type) {
+    throw std::runtime_error(url + " names no database: mysql://host/DATABASE");
+  }
   if (access == Access::create) create_if_empty(*store, url);
   if (access == Access::read) {
     store->run("SET SESSION TRANSACTION READ ONLY");

@@ -68,9 +68,9 @@ void changes(Changes_Options const& options) {
   require_run(*store, options.read, options.to);
   Union_SQL both(1);
   Select_SQL& added = made(both.add_select_sql());
-  find_added(added, "'added'", options.from, options.to);
+  find_added(added, store->dialect(), "'added'", options.from, options.to);
   Select_SQL& removed = made(both.add_select_sql());
-  find_added(removed, "'removed'", options.to, options.from);
+  find_added(removed, store->dialect(), "'removed'", options.to, options.from);
   unsigned long long const total = store->count(added) + store->count(removed);
   removed.sort_by("path", false);  // the order of the last SELECT is the union's
   print(*store, both, change_columns(), options.read.format, total, 0, as_it_is);

@@ -119,16 +119,21 @@ Select_SQL find_ids(Request const& request, bool retired, Key_Outcomes& outcomes
   return select;
 }
 
-void find_added(Select_SQL& files, char const* word, std::string const& from, std::string const& to) {
-  files.table("files", "f");
+void find_added(Select_SQL& files, SQL::Database_Type db, char const* word, std::string const& from,
+                std::string const& to) {
+  // MySQL would look each path up by its beginning, which deep directories share.
+  char const* const identity = db == SQL::DB_MYSQL ? "SHA2(files.path,256)" : "files.path";
   for (Column const& column : change_columns()) {
     files.add_key(column.expression == nullptr ? word : column.expression, column.name);
   }
-  Filter_SQL& filter = made(files.and_filter());
-  filter.add_key_uuid_eq_item("f.run_uuid", to);
-  Select_SQL& known = made(filter.add_key_select_sql_not_in_item("f.path"));
-  known.table("files", "k").add_key("k.path", nullptr);
-  made(known.and_filter()).add_key_uuid_eq_item("k.run_uuid", from);
+  files.count("*");
+  Select_SQL& found = made(files.sql_table("f"));
+  found.table("files", nullptr).add_key("path", nullptr).add_key("kind", nullptr).add_key("size", nullptr);
+  found.add_key(identity, "identity");
+  made(found.and_filter()).add_key_uuid_eq_item("run_uuid", to);
+  Select_SQL& known = made(made(files.and_filter()).add_key_select_sql_not_in_item("f.identity"));
+  known.table("files", nullptr).add_key(identity, nullptr);
+  made(known.and_filter()).add_key_uuid_eq_item("run_uuid", from);
 }
 
 Select_SQL list_runs() {

@@ -35,7 +35,8 @@ Select_SQL find_files(File_Query const& query, Request const& request, Key_Outco
 /// the request's controls do not count.
 Select_SQL find_ids(Request const& request, bool retired, Key_Outcomes& outcomes);
 /// The files that the run `to` has and the run `from` has not, by path; `word` says so in the first column.
-void find_added(Select_SQL& files, char const* word, std::string const& from, std::string const& to);
+void find_added(Select_SQL& files, SQL::Database_Type db, char const* word, std::string const& from,
+                std::string const& to);
 /// Runs, oldest first, those of the same second by directory.
 Select_SQL list_runs();
 /// Number and size of the files of each host and kind, over all runs. No database sums up the sizes of all files in 64

@@ -118,6 +118,7 @@ struct Condition {
   Filter const& filter;
   Value const& value;
 
+  bool is_pattern() const { return op == Item_SQL::OP_LK || op == Item_SQL::OP_NK; }
   bool is_list() const { return op == Item_SQL::OP_IN || op == Item_SQL::OP_NI; }
   bool has_value() const { return op != Item_SQL::OP_NL && op != Item_SQL::OP_NN; }
 };
@@ -151,8 +152,9 @@ char const* unfit(Condition const& condition) {
   if (value.is_uint64()) return "more than 2^63-1";
   if (holds_zero(value)) return "a zero byte";
   if (is_word(value) && condition.has_value()) return kind_numbers;
-  bool const is_pattern = condition.op == Item_SQL::OP_LK || condition.op == Item_SQL::OP_NK;
-  return is_pattern && is_text(value) && value.get_str().size() > longest_pattern ? "longer than any path" : nullptr;
+  return condition.is_pattern() && is_text(value) && value.get_str().size() > longest_pattern
+             ? "a pattern of more than 4,096 bytes"
+             : nullptr;
 }
 
 // The kind of JSON value that a key of the type is given.
@@ -176,6 +178,8 @@ char const* doubt(Condition const& condition) {
     }
     if (!is_text(element)) continue;
     std::string const& text = element.get_str();
+    if (condition.filter.type == Filter::TYPE_TEXT && text.empty()) return "an empty text";
+    if (condition.is_pattern() && valid_utf8(text) != text) return "no UTF-8; SQLite finds other such bytes too";
     if (condition.filter.type == Filter::TYPE_INT && !is_integer(text)) return no_integer;
     if (condition.filter.type == Filter::TYPE_BOOL && text != "0" && text != "1") return no_boolean;
   }
@@ -349,7 +353,7 @@ char const* flaw(Value const& part) {
   if (value == Item_SQL::OP_IN || value == Item_SQL::OP_NI)
     return "IN and NI compare nothing here; EQ or NE takes a list";
   if (!is_text(*operand)) return nullptr;
-  if (operand->get_str().size() > longest_pattern) return "a text longer than any path";
+  if (operand->get_str().size() > longest_pattern) return "a text of more than 4,096 bytes";
   return is_uuid_column(*item_get_key(object)) && !is_valid_uuid(operand->get_str()) ? "no uuid" : nullptr;
 }
 

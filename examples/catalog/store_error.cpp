@@ -17,7 +17,7 @@ constexpr Advice sqlite_advice[] = {
     {5, wait},
     {6, wait},
     {8, "the file and its directory must be writable"},
-    {10, "the disk fails, or is full"},
+    {10, "the disk fails or is full, or the file is gone"},
     {11, "the file is damaged: take a copy of it that is not"},
     {13, "make room on its disk"},
     {14, "the directory must be there, and be writable to make the file"},

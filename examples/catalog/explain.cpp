@@ -51,7 +51,7 @@ void explain_for(SQL const& statement, SQL::Database_Type db, std::ostream& out)
 
 void explain(Key_Outcomes const& outcomes, SQL const& statement, std::ostream& out) {
   if (!outcomes.empty()) out << "keys\n";
-  for (Key_Outcome const& outcome : outcomes) out << "  " << outcome_text(outcome) << '\n';
+  for (Key_Outcome const& outcome : outcomes) out << "  " << printable(outcome_text(outcome)) << '\n';
   out << "MySQL\n";
   explain_for(statement, SQL::DB_MYSQL, out);
   out << "SQLite\n";

@@ -469,7 +469,7 @@ std::string request_keys() {
 }
 
 std::string outcome_text(Key_Outcome const& outcome) {
-  return std::string(outcome_word(outcome.outcome)) + ": " + printable(shortened(outcome.key) + outcome.detail);
+  return std::string(outcome_word(outcome.outcome)) + ": " + shortened(outcome.key) + outcome.detail;
 }
 
 std::vector<std::string> complaints(Key_Outcomes const& outcomes) {
@@ -481,9 +481,9 @@ std::vector<std::string> complaints(Key_Outcomes const& outcomes) {
   for (Key_Outcome const& outcome : outcomes) {
     if (outcome.outcome == Outcome::condition || outcome.outcome == Outcome::control) continue;
     if (outcome.outcome != Outcome::ignored) {
-      if (++count <= most_named) lines.push_back(outcome_text(outcome));
+      if (++count <= most_named) lines.push_back(printable(outcome_text(outcome)));
     } else if (++ignored_count <= most_named) {
-      ignored += ignored.empty() ? outcome_text(outcome) : ", " + printable(shortened(outcome.key));
+      ignored += ignored.empty() ? printable(outcome_text(outcome)) : ", " + printable(shortened(outcome.key));
     }
   }
   auto const rest = [](std::size_t n) { return "and " + grouped(n - most_named) + " more"; };

@@ -60,8 +60,8 @@ bool is_useless(Key_Outcomes const& outcomes);
 
 /// The keys that a request may have, for help texts.
 std::string request_keys();
-/// "failed: size='true': an integer is wanted", safe for a terminal.
+/// "failed: size='true': an integer is wanted", as it came: not safe for a terminal.
 std::string outcome_text(Key_Outcome const& outcome);
-/// Lines about what an answer does not rest on, or may not rest on as it was meant: one for all ignored keys, one for
-/// each other key. The first few are named, the rest counted.
+/// Lines, safe for a terminal, about what an answer does not rest on, or may not rest on as it was meant: one for all
+/// ignored keys, one for each other key. The first few are named, the rest counted.
 std::vector<std::string> complaints(Key_Outcomes const& outcomes);

@@ -30,7 +30,7 @@ execute_process(COMMAND "${WORK_DIR}/build/first_program/first_program" OUTPUT_V
 expect_in_readme(text "${output}")
 
 set(needless)
-foreach(package IN ITEMS benchmark CLI11 GTest MariaDB SQLite3)
+foreach(package IN ITEMS CLI11 GTest MariaDB SQLite3)
   list(APPEND needless "-DCMAKE_DISABLE_FIND_PACKAGE_${package}=ON")
 endforeach()
 execute_process(COMMAND "${CMAKE_COMMAND}" -S "${CMAKE_CURRENT_LIST_DIR}/part" -B "${WORK_DIR}/part" -G "${GENERATOR}"

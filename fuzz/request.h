@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "backup/utils/sql/question_mask_sql_converter.h"
 #include "backup/utils/sql/select_sql.h"
 #include "backup/utils/sql/sql_filter_parser.h"
 #include "fuzz.h"
@@ -20,6 +21,7 @@ constexpr char const* words =
     "file_size host_uuid d any lost limit ";
 
 using Rendered = std::pair<std::string, Bindings>;
+using Marked = std::pair<std::string, std::vector<Binding_Value>>;
 
 /// Nothing that a stranger sent may stand outside of a closed literal, but for numbers; parameters count up from 1, and
 /// each is bound.
@@ -54,6 +56,10 @@ Rendered check_request(Request const& request) {
   select.get_sql(SQL::DB_SQLITE, rendered.first, rendered.second);
   check(counted);
   check(rendered);
+  Marked marked, converted{rendered.first, {}};
+  select.get_sql(SQL::DB_SQLITE, marked.first, marked.second);
+  Question_Mask_SQL_Converter().convert(converted.first, rendered.second, converted.second);
+  require(marked == converted, "marks are those that names are converted to");
   auto const kind = request.find("kind");
   auto const has_kind = [&](auto const& bound) { return bound.second == Binding_Value(kind->second); };
   require(kind == request.end() || std::any_of(rendered.second.begin(), rendered.second.end(), has_kind),

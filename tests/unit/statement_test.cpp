@@ -3,8 +3,13 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
+
 #include "backup/utils/sql/filter_sql.h"
+#include "backup/utils/sql/question_mask_sql_converter.h"
+#include "backup/utils/sql/select_sql.h"
 #include "backup/utils/sql/sql_value.h"
+#include "backup/utils/sql/union_sql.h"
 #include "support/log_capture.h"
 #include "support/random_source.h"
 #include "support/render.h"
@@ -129,6 +134,50 @@ TEST(SQL, an_empty_text_fails_the_positional_conversion) {
   std::vector<Binding_Value> values;
   empty.get_count_sql(SQL::DB_MYSQL, sql, values);
   EXPECT_EQ(log.take().back(), "ERROR sql 0: Failed to convert SQL to question mark format: \n");
+}
+
+// Marks are written at once where that is exact, and come from names elsewhere: the same either way.
+TEST(SQL, marks_are_those_that_names_are_converted_to) {
+  Own_SQL const own;
+  Union_SQL appending(0);
+  appending.add_select_sql()->table("u", nullptr);
+  std::pair<char const*, std::function<void(Select_SQL&)>> const cases[] = {
+      {"plain", [](Select_SQL&) {}},
+      {"a colon in a literal",
+       [](Select_SQL& s) {
+         s.and_filter()->add_in_item("l", {":1", ":x"}, 0);
+       }},
+      {"a colon at the end", [](Select_SQL& s) { s.order_by("a:"); }},
+      {"a question mark in a literal", [](Select_SQL& s) { s.and_filter()->add_in_item("l", {"?:"}, 0); }},
+      {"a name bound by hand", [](Select_SQL& s) { s.and_filter()->add_sql("y=:y", true).bind(":y", 7); }},
+      {"a number bound by hand", [](Select_SQL& s) { s.bind(":1", 7).bind(":z", 8); }},
+      {"a substring", [](Select_SQL& s) { s.and_filter()->add_substr_matching("n", "x"); }},
+      {"a part of a caller's own", [&](Select_SQL& s) { s.and_filter()->add_in_item("o", own); }},
+      {"a statement as HAVING", [&](Select_SQL& s) { s.having(&own); }},
+      {"one that appends to the WHERE clause", [&](Select_SQL& s) { s.having(&appending); }},
+      {"a decrement of a statement",
+       [](Select_SQL& s) { s.and_filter()->add_sql_val_item(Item_SQL::OP_DEC, 5)->sql("n", true); }},
+      {"an operator without text, behind its value",
+       [](Select_SQL& s) { s.and_filter()->add_val_sql_item(Item_SQL::OP_NL, 5)->sql("n", true); }},
+      {"an item without text", [](Select_SQL& s) { s.and_filter()->add_kv_item(Item_SQL::OP_NONE, "n", 5, 0); }},
+  };
+  for (auto const& [name, change] : cases) {
+    SCOPED_TRACE(name);
+    Select_SQL select("t", nullptr);
+    for (int i = 0; i < 12; ++i) select.and_filter()->add_kv_item(Item_SQL::OP_LK, "k", std::to_string(i), 1);
+    change(select);
+    select.and_filter()->add_or_filter()->add_kv_eq_item("last", 1);
+    Log_Capture log;
+    std::string const marked = render_positional(select);
+    Lines const reports = log.take();
+    std::string text;
+    Bindings bindings;
+    select.get_sql(SQL::DB_SQLITE, text, bindings);
+    EXPECT_EQ(log.take(), reports);
+    std::vector<Binding_Value> values;
+    EXPECT_TRUE(Question_Mask_SQL_Converter().convert(text, bindings, values));
+    EXPECT_EQ(marked, with_values(text, values));
+  }
 }
 
 TEST(SQL, a_callers_subclass_renders_its_own_way_inside_a_filter) {

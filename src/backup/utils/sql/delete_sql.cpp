@@ -30,6 +30,8 @@ void Delete_SQL::get_sql_i(Database_Type db, std::string& sql, Bindings& binding
   SQL_Writer::render(*this, db, sql, bindings, index);
 }
 
+bool Delete_SQL::is_own_class() const { return is_exactly<Delete_SQL>(*this); }
+
 // DELETE FROM `table`[ WHERE ...]
 void Delete_SQL::write_sql(SQL_Writer& out) const {
   out << "DELETE FROM ";

@@ -26,8 +26,8 @@ public:
   Delete_SQL& where(char const* text);
 
 private:
-  friend class SQL_Writer;
-  void write_sql(SQL_Writer& out) const;
+  bool is_own_class() const override;
+  void write_sql(SQL_Writer& out) const override;
 
   char const* table_;
 };

@@ -3,7 +3,6 @@
 #include <ace/OS_NS_stdlib.h>
 
 #include <algorithm>
-#include <typeinfo>
 
 #include "backup/runtime/detail/block_stack.h"
 #include "backup/utils/sql/detail/sql_log.h"
@@ -33,9 +32,15 @@ Filter_SQL::Filter_SQL(Filter_SQL const& other) = default;
 
 Filter_SQL::~Filter_SQL() { release(items_); }
 
+bool Filter_SQL::is_own_class() const { return is_exactly<Filter_SQL>(*this); }
+
 And_Filter_SQL::And_Filter_SQL() : Filter_SQL(FILTER_AND) {}
 
+bool And_Filter_SQL::is_own_class() const { return is_exactly<And_Filter_SQL>(*this); }
+
 Or_Filter_SQL::Or_Filter_SQL() : Filter_SQL(FILTER_OR) {}
+
+bool Or_Filter_SQL::is_own_class() const { return is_exactly<Or_Filter_SQL>(*this); }
 
 void Filter_SQL::clear() {
   release(items_);
@@ -103,9 +108,8 @@ bool Filter_SQL::has_known_type() const {
 
 // `entry` as a filter that renders as this file has it; null for a caller's subclass too.
 Filter_SQL const* Filter_SQL::plain_filter(SQL const& entry) {
-  if (entry.type() != TYPE_FILTER) return nullptr;
-  std::type_info const& type = typeid(entry);
-  bool const is_plain = type == typeid(And_Filter_SQL) || type == typeid(Or_Filter_SQL) || type == typeid(Filter_SQL);
+  bool const is_plain =
+      is_exactly<And_Filter_SQL>(entry) || is_exactly<Or_Filter_SQL>(entry) || is_exactly<Filter_SQL>(entry);
   return is_plain ? static_cast<Filter_SQL const*>(&entry) : nullptr;
 }
 
@@ -135,10 +139,16 @@ void Filter_SQL::release(Items& items) noexcept {
   }
 }
 
+// A filter in a chain of groups has one entry, most others have some.
+void Filter_SQL::add_entry(ACE_Intrusive_Auto_Ptr<SQL> const& entry) {
+  if (items_.size() == 1) items_.reserve(4);
+  items_.push_back(entry);
+}
+
 // Appends a new T. Null with errno ENOMEM and nothing added when memory is short.
 template <class T, class... Arguments>
 T* Filter_SQL::add(Arguments const&... arguments) {
-  return add_new<T>([this](ACE_Intrusive_Auto_Ptr<SQL> const& item) { items_.push_back(item); }, arguments...);
+  return add_new<T>([this](ACE_Intrusive_Auto_Ptr<SQL> const& item) { add_entry(item); }, arguments...);
 }
 
 // Appends a new condition that holds a statement, and returns that statement; null like `add`.
@@ -147,7 +157,7 @@ SQL* Filter_SQL::add_holder(Arguments const&... arguments) {
   return without_throwing([&]() -> SQL* {
     ACE_Intrusive_Auto_Ptr<SQL> owner;
     T* const object = new_sql<T>(owner, arguments...);
-    if (object->sql().get() != nullptr) items_.push_back(owner);
+    if (object->sql().get() != nullptr) add_entry(owner);
     return object->sql().get();
   });
 }
@@ -308,7 +318,7 @@ Filter_SQL& Filter_SQL::add_substr_matching(std::string const& key, std::string 
     ACE_Intrusive_Auto_Ptr<SQL> owner;
     SQL* const fragment = new_sql<SQL>(owner, condition.c_str(), TYPE_RAW, false);
     fragment->bind(name, Binding_Value('%' + escape_like(text) + '%'));
-    items_.push_back(owner);
+    add_entry(owner);
     return fragment;
   });
   return *this;

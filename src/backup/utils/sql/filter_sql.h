@@ -114,9 +114,9 @@ public:
   SQL* add_val_sql_item_i(SQL::Type type, Item_SQL::Item_Op op, Binding_Value const& value, bool sql_first);
 
 private:
-  friend class SQL_Writer;
   using Items = std::vector<ACE_Intrusive_Auto_Ptr<SQL>>;
 
+  void add_entry(ACE_Intrusive_Auto_Ptr<SQL> const& entry);
   template <class T, class... Arguments>
   T* add(Arguments const&... arguments);
   template <class T, class... Arguments>
@@ -124,7 +124,8 @@ private:
   Null_Item_SQL* add_null_item_i(std::string const& key, bool is_null);
   template <class List, class... Rest>
   In_Item_SQL* add_in_item_i(std::string const& key, List const& values, bool in, Rest... rest);
-  void write_sql(SQL_Writer& out) const;
+  bool is_own_class() const override;
+  void write_sql(SQL_Writer& out) const override;
   bool has_known_type() const;
   static Filter_SQL const* plain_filter(SQL const& entry);
   static void release(Items& items) noexcept;
@@ -137,10 +138,16 @@ private:
 class BACKUP_SQL_API And_Filter_SQL : public Filter_SQL {
 public:
   And_Filter_SQL();
+
+private:
+  bool is_own_class() const override;
 };
 
 /// A filter joined by OR.
 class BACKUP_SQL_API Or_Filter_SQL : public Filter_SQL {
 public:
   Or_Filter_SQL();
+
+private:
+  bool is_own_class() const override;
 };

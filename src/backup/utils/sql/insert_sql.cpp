@@ -1,6 +1,7 @@
 #include "backup/utils/sql/insert_sql.h"
 
 #include <algorithm>
+#include <numeric>
 #include <optional>
 #include <utility>
 
@@ -203,10 +204,16 @@ Select_SQL* Insert_SQL::values_sql() {
   return without_throwing([this] { return new_sql<Select_SQL>(select_, nullptr, nullptr); });
 }
 
-// <verb> INTO `table`[(`column`,...)] <select | VALUES(value,...),...>
 void Insert_SQL::get_sql_i(Database_Type db, std::string& sql, Bindings& bindings, unsigned long long& index) const {
-  if (char const* const word = verb(db, or_expr_)) sql = word;
-  SQL_Writer out(db, sql, bindings, index);
+  if (verb(db, or_expr_) != nullptr) sql.clear();
+  SQL_Writer::append(*this, db, sql, bindings, index);
+}
+
+bool Insert_SQL::is_own_class() const { return is_exactly<Insert_SQL>(*this); }
+
+// <verb> INTO `table`[(`column`,...)] <select | VALUES(value,...),...>
+void Insert_SQL::write_sql(SQL_Writer& out) const {
+  if (char const* const word = verb(out.db(), or_expr_)) out << word;
   out << " INTO ";
   out.name(table_);
   if (!columns_.empty()) {
@@ -220,18 +227,30 @@ void Insert_SQL::get_sql_i(Database_Type db, std::string& sql, Bindings& binding
     return;
   }
   out << "VALUES";
-  out.list(entries_, [&](Entry const& entry) { write_row(out, entry); });
+  std::vector<std::size_t> order(columns_.size());  // of the columns by name, which is that of an entry
+  std::iota(order.begin(), order.end(), std::size_t{0});
+  std::sort(order.begin(), order.end(), [this](std::size_t a, std::size_t b) { return columns_[a] < columns_[b]; });
+  std::vector<SQL_Value const*> row(columns_.size());
+  out.expect(columns_.size() * entries_.size());
+  out.list(entries_, [&](Entry const& entry) {
+    auto value = entry.begin();
+    bool const is_full = entry.size() == columns_.size();
+    for (std::size_t const column : order) {
+      bool const has_value = is_full || (value != entry.end() && value->first == columns_[column]);
+      row[column] = has_value ? &(value++)->second : nullptr;
+    }
+    write_row(out, row);
+  });
 }
 
 // (NULL | :n | (statement),...)
-void Insert_SQL::write_row(SQL_Writer& out, Entry const& entry) const {
+void Insert_SQL::write_row(SQL_Writer& out, std::vector<SQL_Value const*> const& row) {
   out << '(';
-  out.list(columns_, [&](std::string const& column) {
-    auto const value = entry.find(column);
-    if (value == entry.end()) {
+  out.list(row, [&](SQL_Value const* value) {
+    if (value == nullptr) {
       out << "NULL";
     } else {
-      out.value(value->second);
+      out.value(*value);
     }
   });
   out << ')';

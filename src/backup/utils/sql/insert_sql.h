@@ -101,7 +101,9 @@ private:
   Insert_SQL& store(std::string const& column, SQL_Value&& value);
   template <class T, class... Arguments>
   T* store_new(std::string const& column, Arguments... arguments);
-  void write_row(SQL_Writer& out, Entry const& entry) const;
+  bool is_own_class() const override;
+  void write_sql(SQL_Writer& out) const override;
+  static void write_row(SQL_Writer& out, std::vector<SQL_Value const*> const& row);
 
   char const* table_;
   Or_Expr or_expr_;

@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <boost/algorithm/string/case_conv.hpp>
 
-#include "backup/runtime/string_template.h"
 #include "backup/runtime/uuid.h"
 #include "backup/utils/sql/delete_sql.h"
+#include "backup/utils/sql/detail/quoted_text.h"
 #include "backup/utils/sql/detail/sql_log.h"
 #include "backup/utils/sql/detail/sql_new.h"
 #include "backup/utils/sql/detail/sql_writer.h"
@@ -28,27 +28,29 @@ Key2_Value_T<Item_SQL::Item_Op> const op_names[] = {
     {"IN", 2, Item_SQL::OP_IN},     {"NI", 2, Item_SQL::OP_NI}, {"LK", 2, Item_SQL::OP_LK}, {"NK", 2, Item_SQL::OP_NK},
     {nullptr, 0, Item_SQL::OP_NONE}};
 
-// The operator after a key that is already written; `key` is its plain text. False, reported, for one without text.
-bool write_operator(SQL_Writer& out, Item_SQL::Item_Op op, std::string const& key) {
-  if (op == Item_SQL::OP_DEC) {
-    out << '=' << key << '-';
-    return true;
-  }
+// The text of an operator; null, reported, for one without.
+char const* operator_text(Item_SQL::Item_Op op) {
   char const* const text = op_to_sql(op);
-  if (!sql_log::check_argument({source_file}, text, "op_sql")) return false;
-  out << text;
-  return true;
+  return sql_log::check_argument({source_file}, text, "op_sql") ? text : nullptr;
 }
 
-// The key, in LOWER( ) or not, and the operator; false without a key or an operator.
+// The key, in LOWER( ) or not, and the operator. False, with nothing written, without a key or an operator.
 bool write_key_and_operator(SQL_Writer& out, Item_SQL::Item_Op op, std::string const& key, bool lower) {
   if (key.empty()) return false;
+  bool const is_decrement = op == Item_SQL::OP_DEC;
+  char const* const text = is_decrement ? nullptr : operator_text(op);
+  if (text == nullptr && !is_decrement) return false;
   if (lower) {
     out << "LOWER(" << key << ')';
   } else {
     out << key;
   }
-  return write_operator(out, op, key);
+  if (is_decrement) {
+    out << '=' << key << '-';
+  } else {
+    out << text;
+  }
+  return true;
 }
 
 // The text of a text value in lower case; secret text becomes plain text here.
@@ -77,32 +79,26 @@ ACE_Intrusive_Auto_Ptr<SQL> new_sub_statement(SQL::Type type) {
   return owner;
 }
 
-// Sets the template's variable to the literal of one list element. `buffer` is storage for quoted text.
-void set_literal(String_Template& literal, json_spirit::Value const& value, bool hex, std::string& buffer) {
-  auto const set_quoted = [&](char const* prefix, std::string const& text) {
-    buffer = prefix;
-    Quote quote(text, buffer);
-    literal.set("val", quote.str());
-    buffer = quote.take();
-  };
+// Writes the literal of one list element, anything but a secure string.
+void write_literal(SQL_Writer& out, json_spirit::Value const& value, bool hex) {
   switch (value.type()) {
-    case json_spirit::str_type: set_quoted(hex ? "x" : "", value.get_str()); break;
-    case json_spirit::secure_str_type:
-      sql_log::report({source_file}, LM_CRITICAL, 0, "String template not support secure string.\n");
+    case json_spirit::str_type:
+      if (hex) out << 'x';
+      append_quoted(out, value.get_str());
       break;
-    case json_spirit::bool_type: literal.set("val", value.get_bool()); break;
+    case json_spirit::bool_type: out << (value.get_bool() ? '1' : '0'); break;
     case json_spirit::int_type:
       if (value.is_uint64()) {
-        literal.set("val", static_cast<unsigned long long>(value.get_uint64()));
+        out.number(value.get_uint64());
       } else {
-        literal.set("val", static_cast<long long>(value.get_int64()));
+        out.number(value.get_int64());
       }
       break;
-    case json_spirit::real_type: literal.set("val", value.get_real()); break;
-    case json_spirit::null_type: literal.set("val", "NULL"); break;
+    case json_spirit::real_type: out.number(value.get_real()); break;
+    case json_spirit::null_type: out << "NULL"; break;
     default: {
       json_spirit::JSON_Dump const json(value, false);
-      set_quoted("", std::string(json.c_str(), json.size()));
+      append_quoted(out, {json.c_str(), json.size()});
     }
   }
 }
@@ -179,6 +175,8 @@ void Null_Item_SQL::get_sql_i(Database_Type db, std::string& sql, Bindings& bind
   SQL_Writer::render(*this, db, sql, bindings, index);
 }
 
+bool Null_Item_SQL::is_own_class() const { return is_exactly<Null_Item_SQL>(*this); }
+
 void Null_Item_SQL::write_sql(SQL_Writer& out) const { out << key() << (op() == OP_NN ? " IS NOT NULL" : " IS NULL"); }
 
 In_Item_SQL::In_Item_SQL(std::string const& key, std::vector<json_spirit::Value> const& values, bool in, bool hex,
@@ -198,6 +196,8 @@ void In_Item_SQL::get_sql_i(Database_Type db, std::string& sql, Bindings& bindin
   SQL_Writer::render(*this, db, sql, bindings, index);
 }
 
+bool In_Item_SQL::is_own_class() const { return is_exactly<In_Item_SQL>(*this); }
+
 // `key`[ NOT] IN (<literal>,... | statement), or 0 or 1 for an empty list
 void In_Item_SQL::write_sql(SQL_Writer& out) const {
   bool const negated = op() == OP_NI;
@@ -214,12 +214,19 @@ void In_Item_SQL::write_sql(SQL_Writer& out) const {
   out << ')';
 }
 
+// A secure string is not written: in its place stands what was written before it, nothing at first.
 void In_Item_SQL::write_list(SQL_Writer& out) const {
-  String_Template literal("{{val}}", "{{", "}}");
-  std::string buffer;
+  std::size_t before = 0;
+  std::size_t length = 0;
   out.list(values_, [&](json_spirit::Value const& value) {
-    set_literal(literal, value, hex_, buffer);
-    literal.append_to(out.text());
+    if (value.type() == json_spirit::secure_str_type) {
+      sql_log::report({source_file}, LM_CRITICAL, 0, "String template not support secure string.\n");
+      out << std::string(out.text().substr(before, length));
+      return;
+    }
+    before = out.text().size();
+    write_literal(out, value, hex_);
+    length = out.text().size() - before;
   });
 }
 
@@ -235,15 +242,13 @@ void KV_Item_SQL::get_sql_i(Database_Type db, std::string& sql, Bindings& bindin
   SQL_Writer::render(*this, db, sql, bindings, index);
 }
 
+bool KV_Item_SQL::is_own_class() const { return is_exactly<KV_Item_SQL>(*this); }
+
 // [LOWER(]`key`[)]<operator>:n
 void KV_Item_SQL::write_sql(SQL_Writer& out) const {
   bool const is_text = value_.type() == Binding_Value::str_type || value_.type() == Binding_Value::secure_str_type;
   bool const lower = is_text && (flags() & lower_flag) != 0;
-  std::size_t const start = out.text().size();
-  if (!write_key_and_operator(out, op(), key(), lower)) {
-    out.text().resize(start);
-    return;
-  }
+  if (!write_key_and_operator(out, op(), key(), lower)) return;
   if (lower) {
     out.param(Binding_Value(lower_text(value_)));
   } else {
@@ -257,6 +262,8 @@ void KV_Item_SQL::value(Binding_Value const& value) { value_ = value; }
 Key_UUID_Item_SQL::Key_UUID_Item_SQL(Item_Op op, std::string const& key, std::string const& uuid)
     : KV_Item_SQL(op, key, Binding_Value(uuid_string_to_binary(uuid)), 0) {}
 
+bool Key_UUID_Item_SQL::is_own_class() const { return is_exactly<Key_UUID_Item_SQL>(*this); }
+
 Key_SQL_Item_SQL::Key_SQL_Item_SQL(SQL::Type type, Item_Op op, std::string const& key)
     : Key_Item_SQL(ITEM_KEY_SQL, op, key, 0), sql_(new_sub_statement(type)) {}
 
@@ -265,15 +272,12 @@ void Key_SQL_Item_SQL::get_sql_i(Database_Type db, std::string& sql, Bindings& b
   SQL_Writer::render(*this, db, sql, bindings, index);
 }
 
+bool Key_SQL_Item_SQL::is_own_class() const { return is_exactly<Key_SQL_Item_SQL>(*this); }
+
 // `key`<operator>(statement)
 void Key_SQL_Item_SQL::write_sql(SQL_Writer& out) const {
   if (sql_.get() == nullptr) return;
-  std::size_t const start = out.text().size();
-  if (write_key_and_operator(out, op(), key(), false)) {
-    out.sub_statement(*sql_);
-  } else {
-    out.text().resize(start);
-  }
+  if (write_key_and_operator(out, op(), key(), false)) out.sub_statement(*sql_);
 }
 
 ACE_Intrusive_Auto_Ptr<SQL> const& Key_SQL_Item_SQL::sql() const { return sql_; }
@@ -286,19 +290,29 @@ void Val_SQL_Item_SQL::get_sql_i(Database_Type db, std::string& sql, Bindings& b
   SQL_Writer::render(*this, db, sql, bindings, index);
 }
 
+bool Val_SQL_Item_SQL::is_own_class() const { return is_exactly<Val_SQL_Item_SQL>(*this); }
+
 // (statement)<operator>:n | :n<operator>(statement)
 void Val_SQL_Item_SQL::write_sql(SQL_Writer& out) const {
   if (sql_.get() == nullptr) return;
-  std::size_t const start = out.text().size();
+  bool const is_decrement = op() == OP_DEC;
+  if (is_decrement) out.use_names();  // what is written first is written twice
+  std::size_t const start = out.position();
   if (sql_first_) {
     out.sub_statement(*sql_);
   } else {
     out.param(value_);
   }
-  std::string const key = op() == OP_DEC ? out.text().substr(start) : std::string();
-  if (!write_operator(out, op(), key)) {
-    out.text().resize(start);
-  } else if (sql_first_) {
+  if (is_decrement) {
+    std::string const key(out.text().substr(start));
+    out << '=' << key << '-';
+  } else if (char const* const text = operator_text(op())) {
+    out << text;
+  } else {
+    out.truncate(start);
+    return;
+  }
+  if (sql_first_) {
     out.param(value_);
   } else {
     out.sub_statement(*sql_);

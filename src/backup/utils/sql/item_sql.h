@@ -91,8 +91,8 @@ public:
   void get_sql_i(Database_Type db, std::string& sql, Bindings& bindings, unsigned long long& index) const override;
 
 private:
-  friend class SQL_Writer;
-  void write_sql(SQL_Writer& out) const;
+  bool is_own_class() const override;
+  void write_sql(SQL_Writer& out) const override;
 };
 
 /// "`key` IN (...)" or "`key` NOT IN (...)", of a list or a statement.
@@ -119,8 +119,8 @@ public:
   std::vector<json_spirit::Value> const& value() const;
 
 private:
-  friend class SQL_Writer;
-  void write_sql(SQL_Writer& out) const;
+  bool is_own_class() const override;
+  void write_sql(SQL_Writer& out) const override;
   void write_list(SQL_Writer& out) const;
 
   std::vector<json_spirit::Value> values_;
@@ -152,8 +152,8 @@ public:
   void value(Binding_Value const& value);
 
 private:
-  friend class SQL_Writer;
-  void write_sql(SQL_Writer& out) const;
+  bool is_own_class() const override;
+  void write_sql(SQL_Writer& out) const override;
 
   Binding_Value value_;
 };
@@ -162,6 +162,9 @@ private:
 class BACKUP_SQL_API Key_UUID_Item_SQL : public KV_Item_SQL {
 public:
   Key_UUID_Item_SQL(Item_Op op, std::string const& key, std::string const& uuid);
+
+private:
+  bool is_own_class() const override;
 };
 
 /// A column compared with a statement that the item owns and the caller fills: "`key` IN (SELECT ...)".
@@ -175,8 +178,8 @@ public:
   ACE_Intrusive_Auto_Ptr<SQL> const& sql() const;
 
 private:
-  friend class SQL_Writer;
-  void write_sql(SQL_Writer& out) const;
+  bool is_own_class() const override;
+  void write_sql(SQL_Writer& out) const override;
 
   ACE_Intrusive_Auto_Ptr<SQL> sql_;
 };
@@ -192,8 +195,8 @@ public:
   ACE_Intrusive_Auto_Ptr<SQL> const& sql() const;
 
 private:
-  friend class SQL_Writer;
-  void write_sql(SQL_Writer& out) const;
+  bool is_own_class() const override;
+  void write_sql(SQL_Writer& out) const override;
 
   Binding_Value value_;
   ACE_Intrusive_Auto_Ptr<SQL> sql_;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 #include "backup/utils/sql/sql_export.h"
 
@@ -21,11 +22,9 @@ public:
   /// Appends the literal of `text`; a null pointer appends nothing.
   void init(char const* text);
   std::string const& str() const;
-  /// Gives the literal away, to be the next one's buffer.
-  std::string take();
 
 private:
-  void append(char const* text, std::size_t length);
+  void append(std::string_view text);
 
   std::string str_;
 };

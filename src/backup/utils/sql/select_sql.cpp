@@ -71,6 +71,7 @@ Select_SQL& Select_SQL::select(char const* text) {
 }
 
 Select_SQL& Select_SQL::add_key(std::string const& key, char const* alias) {
+  if (clauses_.keys.capacity() == 0) clauses_.keys.reserve(4);
   clauses_.keys.push_back({key, {}, alias});
   return *this;
 }
@@ -228,6 +229,8 @@ void Select_SQL::get_sql_i(Database_Type db, std::string& sql, Bindings& binding
   SQL_Writer::render(*this, db, sql, bindings, index);
 }
 
+bool Select_SQL::is_own_class() const { return is_exactly<Select_SQL>(*this); }
+
 // SELECT [DISTINCT ]<text | key,... | *><tail><order, limit, offset>
 void Select_SQL::write_sql(SQL_Writer& out) const {
   out << "SELECT ";
@@ -257,14 +260,16 @@ void Select_SQL::write_key(SQL_Writer& out, Key const& key) const {
 void Select_SQL::write_tail(SQL_Writer& out, std::string& scratch) const {
   write_from(out);
   for (Join const& join : clauses_.joins) write_join(out, join);
-  std::size_t const where_start = out.text().size();
+  bool const has_statement = clauses_.having.empty() && clauses_.having_sql != nullptr;
+  if (has_statement) out.use_names();  // it finds the text that is written here
+  std::size_t const where_start = out.position();
   write_where(out);
-  std::size_t const where_end = out.text().size();
+  std::size_t const where_end = out.position();
   if (!clauses_.group_by.empty()) out << " GROUP BY " << clauses_.group_by.get();
   if (!clauses_.having.empty()) {
     out << " HAVING " << clauses_.having.get();
-  } else if (clauses_.having_sql != nullptr) {
-    scratch.assign(out.text(), where_start, where_end - where_start);
+  } else if (has_statement) {
+    scratch.assign(out.text().substr(where_start, where_end - where_start));
     write_having(out, scratch);
   }
 }
@@ -304,7 +309,7 @@ void Select_SQL::write_join(SQL_Writer& out, Join const& join) const {
 // The statement renders into the text that the WHERE clause was made in, as it stands: one that appends instead of
 // replacing finds that clause there.
 void Select_SQL::write_having(SQL_Writer& out, std::string& scratch) const {
-  clauses_.having_sql->get_sql(out.db(), scratch, out.bindings(), out.index());
+  out.render_apart(*clauses_.having_sql, scratch);
   if (!scratch.empty()) out << " HAVING " << scratch;
 }
 
@@ -318,9 +323,9 @@ void Select_SQL::write_order(SQL_Writer& out) const {
     out.list(clauses_.sorts, [&](Sort const& sort) { out << sort.key << (sort.desc ? " DESC" : " ASC"); });
   }
   if (clauses_.limit >= 0 || clauses_.offset > 0) {
-    out << " LIMIT " << (clauses_.limit >= 0 ? clauses_.limit : std::numeric_limits<long long>::max());
+    (out << " LIMIT ").number(clauses_.limit >= 0 ? clauses_.limit : std::numeric_limits<long long>::max());
   }
-  if (clauses_.offset > 0) out << " OFFSET " << clauses_.offset;
+  if (clauses_.offset > 0) (out << " OFFSET ").number(clauses_.offset);
 }
 
 // SELECT COUNT(dummy) FROM (SELECT 1 dummy<tail>) | SELECT COUNT(key)<tail> | SELECT COUNT([DISTINCT
@@ -334,6 +339,7 @@ void Select_SQL::get_count_sql_i(Database_Type db, std::string& sql, Bindings& b
     out << "dummy) FROM (SELECT 1 dummy";
     write_tail(out, scratch);
     out << get_count_sql_suffix(db);
+    out.finish();
     return;
   }
   if (is_set(clauses_.count)) {
@@ -343,6 +349,7 @@ void Select_SQL::get_count_sql_i(Database_Type db, std::string& sql, Bindings& b
   }
   out << ')';
   write_tail(out, scratch);
+  out.finish();
   if (!is_set(clauses_.count) && clauses_.distinct) {
     sql_log::report({source_file}, LM_WARNING, 0,
                     "Please use Select_SQL::count(val) to set up the key of count query SQL: %s\n", sql);
@@ -363,4 +370,5 @@ void Select_SQL::get_sql_ii(Database_Type db, std::string& sql, Bindings& bindin
                             std::string& scratch) const {
   SQL_Writer out(db, sql, bindings, index);
   write_tail(out, scratch);
+  out.finish();
 }

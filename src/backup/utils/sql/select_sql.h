@@ -108,8 +108,6 @@ public:
                   std::string& scratch) const;
 
 private:
-  friend class SQL_Writer;
-
   // A name or a sub-select, with an alias.
   struct Source {
     char const* name;
@@ -131,7 +129,8 @@ private:
     bool desc;
   };
 
-  void write_sql(SQL_Writer& out) const;
+  bool is_own_class() const override;
+  void write_sql(SQL_Writer& out) const override;
   void write_tail(SQL_Writer& out, std::string& scratch) const;
   void write_key(SQL_Writer& out, Key const& key) const;
   void write_from(SQL_Writer& out) const;

@@ -94,6 +94,8 @@ void SQL::get_sql_i(Database_Type db, std::string& sql, Bindings& bindings, unsi
   SQL_Writer::render(*this, db, sql, bindings, index);
 }
 
+bool SQL::is_own_class() const { return is_exactly<SQL>(*this); }
+
 void SQL::write_sql(SQL_Writer& out) const {
   if (sql_.get() != nullptr) out << sql_.get();
 }
@@ -152,10 +154,19 @@ std::string& SQL::get_sql(Database_Type db, std::string& sql, Bindings& bindings
 }
 
 std::string& SQL::get_sql(Database_Type db, std::string& sql, std::vector<Binding_Value>& values) const {
-  Bindings bindings;
-  unsigned long long index = 0;
-  get_sql(db, sql, bindings, index);
-  if (Question_Mask_SQL_Converter().convert(sql, bindings, values) && ACE::debug()) log_sql(sql, values);
+  bool is_converted = false;
+  bool const may_append = type_ == TYPE_INSERT || type_ == TYPE_UNION;  // to what `sql` holds
+  if (is_own_class() && (sql.empty() || !may_append)) {
+    sql.clear();
+    sql.reserve(reserved_characters);
+    is_converted = SQL_Writer::render_marks(*this, db, sql, values);
+  } else {
+    Bindings bindings;
+    unsigned long long index = 0;
+    get_sql(db, sql, bindings, index);
+    is_converted = Question_Mask_SQL_Converter().convert(sql, bindings, values);
+  }
+  if (is_converted && ACE::debug()) log_sql(sql, values);
   return sql;
 }
 

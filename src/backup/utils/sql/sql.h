@@ -143,7 +143,11 @@ protected:
 private:
   friend class SQL_Writer;
 
-  void write_sql(SQL_Writer& out) const;
+  // How a class of the library is written where it stands: both for the same class, one line and one renderer. What a
+  // program derives from it has them too, and is told apart by the first: it is written by its own get_sql_i.
+  virtual bool is_own_class() const;
+  virtual void write_sql(SQL_Writer& out) const;
+  bool has_bindings() const { return extras_ != nullptr && !extras_->bindings.empty(); }
   void merge_bindings(Bindings& bindings, bool without_paging) const;
 
   // What few objects have: most are parts of a filter, of which a request may ask for many.

@@ -31,9 +31,10 @@ Select_SQL* Union_SQL::add_select_sql() {
 }
 
 void Union_SQL::get_sql_i(Database_Type db, std::string& sql, Bindings& bindings, unsigned long long& index) const {
-  SQL_Writer out(db, sql, bindings, index);
-  write_sql(out);
+  SQL_Writer::append(*this, db, sql, bindings, index);
 }
+
+bool Union_SQL::is_own_class() const { return is_exactly<Union_SQL>(*this); }
 
 // select[ UNION[ ALL] select]...
 void Union_SQL::write_sql(SQL_Writer& out) const {

@@ -31,8 +31,8 @@ public:
   Select_SQL* add_select_sql();
 
 private:
-  friend class SQL_Writer;
-  void write_sql(SQL_Writer& out) const;
+  bool is_own_class() const override;
+  void write_sql(SQL_Writer& out) const override;
 
   unsigned int flags_;
   std::vector<ACE_Intrusive_Auto_Ptr<SQL>> selects_;

@@ -118,6 +118,8 @@ void Update_SQL::get_sql_i(Database_Type db, std::string& sql, Bindings& binding
   SQL_Writer::render(*this, db, sql, bindings, index);
 }
 
+bool Update_SQL::is_own_class() const { return is_exactly<Update_SQL>(*this); }
+
 // UPDATE `table` SET `column`=<:n | (statement)>,...[ WHERE ...]
 void Update_SQL::write_sql(SQL_Writer& out) const {
   out << "UPDATE ";

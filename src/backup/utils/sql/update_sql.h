@@ -67,12 +67,11 @@ public:
   Select_SQL* set_select_sql(std::string const& column);
 
 private:
-  friend class SQL_Writer;
-
   Update_SQL& store(std::string const& column, SQL_Value&& value);
   template <class T, class... Arguments>
   T* store_new(std::string const& column, Arguments... arguments);
-  void write_sql(SQL_Writer& out) const;
+  bool is_own_class() const override;
+  void write_sql(SQL_Writer& out) const override;
 
   char const* table_;
   std::map<std::string, SQL_Value> assignments_;

@@ -41,6 +41,7 @@ std::string& Where_SQL::get_where_sql(Database_Type db, std::string& sql, Bindin
   sql.clear();
   SQL_Writer out(db, sql, bindings, index);
   write_where(out);
+  out.finish();
   return sql;
 }
 
@@ -51,9 +52,9 @@ void Where_SQL::write_where(SQL_Writer& out) const {
     return;
   }
   if (filter_.get() == nullptr) return;
-  std::size_t const start = out.text().size();
+  std::size_t const start = out.position();
   out << " WHERE ";
-  std::size_t const filter_start = out.text().size();
+  std::size_t const filter_start = out.position();
   out.part(*filter_);
-  if (out.text().size() == filter_start) out.text().resize(start);
+  if (out.position() == filter_start) out.truncate(start);
 }

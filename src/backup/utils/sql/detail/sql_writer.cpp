@@ -1,93 +1,214 @@
 #include "backup/utils/sql/detail/sql_writer.h"
 
+#include <algorithm>
 #include <array>
 #include <charconv>
-#include <typeinfo>
+#include <iterator>
+#include <string_view>
+#include <utility>
 
 #include "backup/utils/sql/detail/sql_text.h"
-#include "backup/utils/sql/filter_sql.h"
-#include "backup/utils/sql/item_sql.h"
-#include "backup/utils/sql/select_sql.h"
-#include "backup/utils/sql/union_sql.h"
+#include "backup/utils/sql/question_mask_sql_converter.h"
 
 namespace {
 
-// 20 digits for the largest number, and a sign or a colon.
-using Number = std::array<char, 21>;
+class Parameter_Name {
+public:
+  explicit Parameter_Name(unsigned long long number) {
+    text_[0] = ':';
+    end_ = std::to_chars(text_.data() + 1, text_.data() + text_.size(), number).ptr;
+  }
+  std::string_view get() const { return {text_.data(), static_cast<std::size_t>(end_ - text_.data())}; }
+
+private:
+  std::array<char, 21> text_;  // a colon and 20 digits
+  char const* end_;
+};
 
 }  // namespace
 
-SQL_Writer& SQL_Writer::operator<<(long long number) {
-  Number digits;
-  sql_.append(digits.data(), std::to_chars(digits.data(), digits.data() + digits.size(), number).ptr);
-  return *this;
+void SQL_Writer::open(std::size_t room) {
+  std::size_t const size = sql_.size();
+  sql_.resize(std::max(size, std::min(room, sql_.capacity())));
+  begin_ = sql_.data();
+  at_ = begin_ + size;
+  end_ = begin_ + sql_.size();
+  is_open_ = true;
+}
+
+void SQL_Writer::close() noexcept {
+  if (is_open_) sql_.resize(size());
+  is_open_ = false;
+}
+
+void SQL_Writer::grow(std::size_t length) {
+  close();
+  std::size_t const room = std::max(sql_.size() + length, 2 * sql_.size());
+  sql_.reserve(room);
+  open(room);
 }
 
 void SQL_Writer::name(char const* name) {
-  sql_ += '`';
-  if (name != nullptr) sql_ += name;
-  sql_ += '`';
+  *this << '`';
+  if (name != nullptr) *this << name;
+  *this << '`';
 }
 
-void SQL_Writer::name(std::string const& name) {
-  sql_ += '`';
-  sql_ += name;
-  sql_ += '`';
-}
+void SQL_Writer::name(std::string const& name) { *this << '`' << name << '`'; }
 
 void SQL_Writer::alias(char const* alias) {
   if (!is_set(alias)) return;
-  sql_ += ' ';
+  *this << ' ';
   name(alias);
 }
 
-void SQL_Writer::param(Binding_Value const& value) {
-  Number buffer;
-  buffer[0] = ':';
-  char* const end = std::to_chars(buffer.data() + 1, buffer.data() + buffer.size(), ++index_).ptr;
-  sql_.append(buffer.data(), end);
-  bindings_.insert_or_assign(std::string(buffer.data(), end), value);
+void SQL_Writer::append_name(unsigned long long number) { (*this << ':').number(number); }
+
+void SQL_Writer::expect(std::size_t count) {
+  if (list_ == nullptr) {
+    gathered_.reserve(gathered_.size() + count);
+  } else {
+    marks_.reserve(marks_.size() + count);
+    list_->reserve(list_->size() + count);
+  }
 }
 
-// The classes that statements are nested in append to this writer's text. Anything else, a caller's subclass that
-// renders its own way included, gets a text of its own, as the contract of get_sql_i has it: hence the comparison of
-// exact types.
+void SQL_Writer::param(Binding_Value const& value) {
+  ++index_;
+  if (list_ != nullptr) {
+    list_->push_back(value);
+    marks_.push_back(size());
+    *this << '?';
+  } else {
+    gathered_.push_back(&value);
+    append_name(index_);
+  }
+}
+
+void SQL_Writer::param(Binding_Value&& value) { param(made_.emplace_front(std::move(value))); }
+
+std::size_t SQL_Writer::position() const {
+  std::size_t position = size();
+  // Names of one digit are a character longer than marks, those of two digits one more.
+  for (std::size_t smallest = 1; smallest <= marks_.size(); smallest *= 10) position += marks_.size() + 1 - smallest;
+  return position;
+}
+
+void SQL_Writer::truncate(std::size_t position) {
+  use_names();
+  at_ = begin_ + position;
+}
+
+void SQL_Writer::use_names() {
+  if (list_ == nullptr) return;
+  std::vector<Binding_Value>& list = *std::exchange(list_, nullptr);
+  std::string const marked(text());
+  at_ = begin_;
+  std::size_t position = 0;
+  unsigned long long number = 0;
+  for (std::size_t const mark : marks_) {
+    append(marked.data() + position, mark - position);
+    append_name(++number);
+    position = mark + 1;
+  }
+  append(marked.data() + position, marked.size() - position);
+  marks_.clear();
+  bind(0, number, [&](unsigned long long n) { return std::move(list[list_start_ + n - 1]); });
+  list.resize(list_start_);
+}
+
+// Binds the names of the `count` numbers behind `before`. Their order in the map is that of their texts: :1, :10, :100,
+// ..., :2.
+template <class Value_Of>
+void SQL_Writer::bind(unsigned long long before, std::size_t count, Value_Of value_of) {
+  auto place = bindings_.end();
+  auto const bind_one = [&](unsigned long long number) {
+    place = std::next(bindings_.insert_or_assign(place, std::string(Parameter_Name(number).get()), value_of(number)));
+  };
+  if (before > 8 * count) {  // in that order most of the numbers would be those of others
+    for (std::size_t i = 1; i <= count; ++i, place = bindings_.end()) bind_one(before + i);
+    return;
+  }
+  unsigned long long const last = before + count;
+  unsigned long long number = 1;
+  for (unsigned long long i = 0; i < last; ++i) {
+    if (number > before) bind_one(number);
+    if (number * 10 <= last) {
+      number *= 10;
+      continue;
+    }
+    if (number == last) number /= 10;
+    for (++number; number % 10 == 0;) number /= 10;
+  }
+}
+
+void SQL_Writer::bind_gathered() {
+  if (gathered_.empty()) return;
+  unsigned long long const before = index_ - gathered_.size();
+  bind(before, gathered_.size(),
+       [&](unsigned long long number) -> Binding_Value const& { return *gathered_[number - before - 1]; });
+  gathered_.clear();
+}
+
+void SQL_Writer::finish() {
+  bind_gathered();
+  close();
+}
+
+void SQL_Writer::merge_bindings(SQL const& part) {
+  if (!part.has_bindings()) return;
+  use_names();
+  bind_gathered();
+  part.merge_bindings(bindings_, false);
+}
+
+std::string const& SQL_Writer::render_apart(SQL const& part, std::string& text) {
+  use_names();
+  bind_gathered();
+  return part.get_sql(db_, text, bindings_, index_);
+}
+
 void SQL_Writer::part(SQL const& part) {
-  struct Own_Class {
-    std::type_info const* type;
-    void (*write)(SQL const&, SQL_Writer&);
-  };
-  static Own_Class const own_classes[] = {
-      {&typeid(KV_Item_SQL), write<KV_Item_SQL>},
-      {&typeid(In_Item_SQL), write<In_Item_SQL>},
-      {&typeid(Select_SQL), write<Select_SQL>},
-      {&typeid(SQL), write<SQL>},
-      {&typeid(Null_Item_SQL), write<Null_Item_SQL>},
-      {&typeid(Key_UUID_Item_SQL), write<Key_UUID_Item_SQL>},
-      {&typeid(Key_SQL_Item_SQL), write<Key_SQL_Item_SQL>},
-      {&typeid(Val_SQL_Item_SQL), write<Val_SQL_Item_SQL>},
-      {&typeid(Union_SQL), write<Union_SQL>},
-  };
-  std::type_info const& type = typeid(part);
-  for (Own_Class const& own : own_classes) {
-    if (*own.type != type) continue;
-    own.write(part, *this);
+  if (part.is_own_class()) {
+    part.write_sql(*this);
     merge_bindings(part);
-    return;
+  } else {
+    scratch_.clear();
+    render_apart(part, scratch_);
+    *this << scratch_;
   }
-  if (Filter_SQL const* const filter = Filter_SQL::plain_filter(part)) {
-    filter->write_sql(*this);
-    merge_bindings(part);
-    return;
+}
+
+bool SQL_Writer::render_marks(SQL const& part, SQL::Database_Type db, std::string& sql,
+                              std::vector<Binding_Value>& values) {
+  Bindings bindings;
+  unsigned long long index = 0;
+  SQL_Writer out(db, sql, bindings, index);
+  out.list_ = &values;
+  out.list_start_ = values.size();
+  try {
+    part.write_sql(out);
+    out.merge_bindings(part);
+    out.close();
+  } catch (...) {
+    values.resize(out.list_start_);
+    throw;
   }
-  scratch_.clear();
-  sql_ += part.get_sql(db_, scratch_, bindings_, index_);
+  // The conversion may take a colon for a name's. It also reports an empty text, and one shorter than its bindings are
+  // many.
+  bool const is_exact =
+      out.list_ != nullptr && sql.find(':') == std::string::npos && !sql.empty() && sql.size() >= index;
+  if (is_exact) return true;
+  out.open(sql.size());
+  out.use_names();
+  out.finish();
+  return Question_Mask_SQL_Converter().convert(sql, bindings, values);
 }
 
 void SQL_Writer::sub_statement(SQL const& statement) {
-  sql_ += '(';
+  *this << '(';
   part(statement);
-  sql_ += ')';
+  *this << ')';
 }
 
 void SQL_Writer::value(SQL_Value const& value) {

@@ -1,0 +1,19 @@
+#pragma once
+
+#include <string_view>
+
+/// Appends a text between single quotes, those in it doubled and nothing else changed. `Out` is a std::string or what
+/// has an `append` like it.
+template <class Out>
+void append_quoted(Out& out, std::string_view text) {
+  out.append("'", 1);
+  for (;;) {
+    std::size_t const quote = text.find('\'');
+    std::string_view const plain = text.substr(0, quote);
+    out.append(plain.data(), plain.size());
+    if (quote == std::string_view::npos) break;
+    out.append("''", 2);
+    text.remove_prefix(quote + 1);
+  }
+  out.append("'", 1);
+}

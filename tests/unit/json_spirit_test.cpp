@@ -131,7 +131,9 @@ TEST(Value, short_texts_and_plain_kinds_need_no_memory) {
 }
 
 TEST(Value, short_memory_leaks_nothing_and_changes_nothing) {
-  std::string const text = R"([{"a long name of some member":[1,[2],{}],"b":"longer than short texts"},[[],0.5]])";
+  // Wide and deep enough for every stack to allocate.
+  std::string const text = R"([{"a long name of some member":[1,[2],{}],"b":"longer than short texts"},[[],0.5],)"
+                           R"([],[],[],[],[],[],[],[],[],[[[[[[[[[[]]]]]]]]]]])";
   Value const source = read(text);
   Value copied("kept");
   Value parsed("kept");

@@ -76,6 +76,7 @@ void SQL_Writer::expect(std::size_t count) {
 void SQL_Writer::param(Binding_Value const& value) {
   ++index_;
   if (list_ != nullptr) {
+    if (list_->size() == list_->capacity()) list_->reserve(list_->size() + std::max<std::size_t>(8, list_->size()));
     list_->push_back(value);
     marks_.push_back(size());
     *this << '?';

@@ -136,6 +136,20 @@ TEST(SQL, an_empty_text_fails_the_positional_conversion) {
   EXPECT_EQ(log.take().back(), "ERROR sql 0: Failed to convert SQL to question mark format: \n");
 }
 
+TEST(SQL, numbering_goes_on_where_the_caller_is) {
+  And_Filter_SQL filter;
+  for (int i = 0; i < 3; ++i) filter.add_kv_eq_item("a", i);
+  std::string sql;
+  Bindings bindings{{":8", "kept"}, {":9", "replaced"}};
+  unsigned long long index = 8;
+  EXPECT_EQ(with_bindings(filter.get_sql(SQL::DB_SQLITE, sql, bindings, index), bindings),
+            "(`a`=:9) AND (`a`=:10) AND (`a`=:11) {:10=1 :11=2 :8=\"kept\" :9=0}");
+  bindings.clear();
+  index = ~0ULL - 1;
+  EXPECT_EQ(with_bindings(filter.get_sql(SQL::DB_SQLITE, sql, bindings, index), bindings),
+            "(`a`=:18446744073709551615) AND (`a`=:0) AND (`a`=:1) {:0=1 :1=2 :18446744073709551615=0}");
+}
+
 // Marks are written at once where that is exact, and come from names elsewhere: the same either way.
 TEST(SQL, marks_are_those_that_names_are_converted_to) {
   Own_SQL const own;

@@ -76,16 +76,19 @@ TEST(escape_like, escapes_the_escape_first) {
 }
 
 TEST(Question_Mask_SQL_Converter, rewrites_bound_names_in_text_order) {
-  Bindings const bindings{{":1", 1}, {":10", 10}, {":a", "A"}, {":v", "V"}, {":user_id", 7}};
+  Bindings const bindings{{":1", 1},   {":10", 10}, {":3", 3},   {":05", "0"},
+                          {"?5", "?"}, {":a", "A"}, {":v", "V"}, {":user_id", 7}};
   std::tuple<char const*, std::string, char const*> const cases[] = {
       {"an unbound name stays", "SELECT :x, :v", "SELECT :x, ? [\"V\"]"},
       {"a colon before a blank stays", "SELECT : v:v", "SELECT : v? [\"V\"]"},
       {"a name ends at the first other character", "SELECT:a-b", "SELECT?-b [\"A\"]"},
       {"a byte above 127 ends a name", "SELECT :a\xc3\xa9", "SELECT ?\xc3\xa9 [\"A\"]"},
       {"the longest name counts", "SELECT :10,:1,:user_id", "SELECT ?,?,? [10,1,7]"},
+      {"numbers are names like others", "SELECT :3,:05,:5,:03,:999999999999",
+       "SELECT ?,?,:5,:03,:999999999999 [3,\"0\"]"},
       {"a double colon before a bound name", "SELECT x::v", "SELECT x:? [\"V\"]"},
       {"the tail before a final colon doubles", "a = :v AND b:", "a = ? AND b AND b: [\"V\"]"},
-      {"a whole text before a final colon doubles", "SELECT:", "SELECTSELECT: []"},
+      {"a whole text before a final colon doubles", "SELECT 1:", "SELECT 1SELECT 1: []"},
       {"nothing to double after a colon", "SELECT ::", "SELECT :: []"},
   };
   for (auto [behaviour, sql, converted] : cases) {

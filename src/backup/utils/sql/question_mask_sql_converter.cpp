@@ -42,7 +42,7 @@ private:
   // 0 for a name that is no such number.
   static std::size_t number_of(std::string_view name) {
     std::size_t number = 0;
-    if (name.size() < 2 || name.size() > 10 || name[1] == '0') return 0;
+    if (name.size() < 2 || name.size() > 10 || name[0] != ':' || name[1] == '0') return 0;
     for (char const c : name.substr(1)) {
       if (c < '0' || c > '9') return 0;
       number = 10 * number + static_cast<std::size_t>(c - '0');

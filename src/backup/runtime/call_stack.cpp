@@ -70,7 +70,8 @@ private:
 void add_call_line(Bounded_Text& out, std::uintptr_t address) {
   Dl_info place{};
   // The address is the one to return to: a call at a function's very end would be taken for the next function's.
-  bool const is_known = dladdr(reinterpret_cast<void*>(address - 1), &place) != 0;  // NOLINT(performance-no-int-to-ptr)
+  // NOLINTNEXTLINE(performance-no-int-to-ptr): the unwinder gives numbers
+  bool const is_known = dladdr(reinterpret_cast<void*>(address - 1), &place) != 0;
   if (is_known && place.dli_fname != nullptr) out.add(place.dli_fname);
   if (is_known) {
     bool const has_symbol = place.dli_sname != nullptr;

@@ -231,7 +231,9 @@ void Insert_SQL::write_sql(SQL_Writer& out) const {
   std::iota(order.begin(), order.end(), std::size_t{0});
   std::sort(order.begin(), order.end(), [this](std::size_t a, std::size_t b) { return columns_[a] < columns_[b]; });
   std::vector<SQL_Value const*> row(columns_.size());
-  out.expect(columns_.size() * entries_.size());
+  std::size_t values = 0;
+  for (Entry const& entry : entries_) values += entry.size();
+  out.expect(values);
   out.list(entries_, [&](Entry const& entry) {
     auto value = entry.begin();
     bool const is_full = entry.size() == columns_.size();

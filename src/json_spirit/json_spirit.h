@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <map>
 #include <string>
 #include <vector>
@@ -40,7 +41,7 @@ JSON_SPIRIT_API char const* value_type_to_string(Value_type type) noexcept;
 /// value is moved, assigned to or destroyed. Copying may throw std::bad_alloc and leaves the target unchanged then.
 class JSON_SPIRIT_API Value {
 public:
-  Value() noexcept : bool_(false), type_(null_type), is_uint64_(false) {}
+  Value() noexcept : int_(0), type_(null_type), is_uint64_(false) {}
   // NOLINTBEGIN(google-explicit-constructor): a value stands wherever one of these does
   Value(char const* text);  ///< a null pointer gives the empty text
   Value(std::string const& text);
@@ -62,14 +63,20 @@ public:
   template <class T>
   Value(T const* pointer) = delete;  // would become a bool
 
-  Value(Value const& other);
+  Value(Value const& other) : Value() {
+    if (other.holds_more()) {
+      copy(other);
+    } else {
+      copy_scalar(other);
+    }
+  }
   /// Leaves `other` null.
-  Value(Value&& other) noexcept;
+  Value(Value&& other) noexcept : Value() { take(other); }
   Value& operator=(Value const& other);
   /// The same. `other` may be part of this value; this value must not be part of `other`.
   Value& operator=(Value&& other) noexcept;
   ~Value() {
-    if (type_ <= secure_str_type) destroy();
+    if (holds_more()) destroy();
   }
 
   Value_type type() const noexcept { return type_; }
@@ -100,6 +107,30 @@ private:
   struct Object_Box;
   friend struct Value_Access;
 
+  // True for what is not just one word.
+  bool holds_more() const noexcept { return type_ <= secure_str_type; }
+  void copy_scalar(Value const& other) noexcept {
+    std::memcpy(&int_, &other.int_, sizeof int_);
+    type_ = other.type_;
+    is_uint64_ = other.is_uint64_;
+  }
+  // Once what was held has ended.
+  void become_null() noexcept {
+    int_ = 0;
+    type_ = null_type;
+    is_uint64_ = false;
+  }
+  // In these this value is null at first.
+  void take(Value& other) noexcept {
+    if (other.holds_more()) {
+      steal(other);
+    } else {
+      copy_scalar(other);
+      other.become_null();
+    }
+  }
+  void copy(Value const& other);
+  void steal(Value& other) noexcept;
   void destroy() noexcept;
   void check(Value_type wanted) const;
 
@@ -108,12 +139,12 @@ private:
     Array array_;
     std::string str_;
     Secure_String secure_str_;
-    bool bool_;
-    std::int64_t int_;  // an unsigned one as its bits
+    std::int64_t int_;  // an unsigned one as its bits, a boolean as 0 or 1
     double real_;
   };
-  Value_type type_;
+  Value_type type_ : 8;
   bool is_uint64_;
+  // What derives from a value has the six bytes behind.
 };
 
 /// The member `key`, or null when there is none. Points into `object`.

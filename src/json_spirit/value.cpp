@@ -53,15 +53,15 @@ using Container_Pairs = backup::Block_Stack<Container_Pair<Other>>;
 
 struct Value_Access {
   // In all of these `to` is null at first.
-  static void steal(Value& from, Value& to) noexcept;
-  static void copy_leaf(Value const& from, Value& to);
   static void copy_tree(Value const& from, Value& to);
   static void copy_children(Value const& from, Value& to, Container_Pairs<Value>& pending);
   static void copy_child(Value const& from, Value& to, Container_Pairs<Value>& pending) {
     if (is_container(from)) {
       pending.push({&from, &to});
+    } else if (from.holds_more()) {
+      to.copy(from);
     } else {
-      copy_leaf(from, to);
+      to.copy_scalar(from);
     }
   }
 
@@ -77,8 +77,9 @@ struct Value_Access {
 
   // What they give up, `value` has no more.
   static Value::Object_Box* take_object(Value& value) noexcept {
-    value.type_ = null_type;
-    return value.object_;
+    Value::Object_Box* const box = value.object_;
+    value.become_null();
+    return box;
   }
   static Array take_array(Value& value) noexcept {
     Array array = std::move(value.array_);
@@ -86,8 +87,8 @@ struct Value_Access {
     return array;
   }
   static void end_array(Value& value) noexcept {
-    value.type_ = null_type;
     value.array_.~vector();
+    value.become_null();
   }
 
   class Doomed;
@@ -133,43 +134,6 @@ private:
   Value::Object_Box* objects_ = nullptr;
 };
 
-void Value_Access::steal(Value& from, Value& to) noexcept {
-  switch (from.type_) {
-    case obj_type: to.object_ = from.object_; break;
-    case array_type:
-      new (&to.array_) Array(std::move(from.array_));
-      from.array_.~vector();
-      break;
-    case str_type:
-      new (&to.str_) std::string(std::move(from.str_));
-      from.str_.~basic_string();
-      break;
-    case secure_str_type:
-      new (&to.secure_str_) Secure_String(std::move(from.secure_str_));
-      end_secure_str(from);
-      break;
-    case bool_type: to.bool_ = from.bool_; break;
-    case int_type: to.int_ = from.int_; break;
-    case real_type: to.real_ = from.real_; break;
-    case null_type: break;
-  }
-  to.type_ = std::exchange(from.type_, null_type);
-  to.is_uint64_ = std::exchange(from.is_uint64_, false);
-}
-
-void Value_Access::copy_leaf(Value const& from, Value& to) {
-  switch (from.type_) {
-    case str_type: new (&to.str_) std::string(from.str_); break;
-    case secure_str_type: new (&to.secure_str_) Secure_String(from.secure_str_); break;
-    case bool_type: to.bool_ = from.bool_; break;
-    case int_type: to.int_ = from.int_; break;
-    case real_type: to.real_ = from.real_; break;
-    default: return;
-  }
-  to.type_ = from.type_;
-  to.is_uint64_ = from.is_uint64_;
-}
-
 void Value_Access::copy_children(Value const& from, Value& to, Container_Pairs<Value>& pending) {
   if (from.type_ == obj_type) {
     to = Object();
@@ -199,7 +163,7 @@ bool Value_Access::equal(Value const& a, Value const& b, Container_Pairs<Value c
   switch (a.type_) {
     case str_type: return a.str_ == b.str_;
     case secure_str_type: return a.secure_str_ == b.secure_str_;
-    case bool_type: return a.bool_ == b.bool_;
+    case bool_type:
     case int_type: return a.int_ == b.int_ && a.is_uint64_ == b.is_uint64_;
     case real_type: return a.real_ == b.real_;
     case null_type: return true;
@@ -245,7 +209,7 @@ Value::Value(Object const& object) : object_(new Object_Box{object}), type_(obj_
 Value::Value(Object&& object) : object_(new Object_Box{std::move(object)}), type_(obj_type), is_uint64_(false) {}
 Value::Value(Array const& array) : array_(array), type_(array_type), is_uint64_(false) {}
 Value::Value(Array&& array) noexcept : array_(std::move(array)), type_(array_type), is_uint64_(false) {}
-Value::Value(bool value) noexcept : bool_(value), type_(bool_type), is_uint64_(false) {}
+Value::Value(bool value) noexcept : int_(value ? 1 : 0), type_(bool_type), is_uint64_(false) {}
 Value::Value(int value) noexcept : Value(static_cast<long long>(value)) {}
 Value::Value(unsigned int value) noexcept : Value(static_cast<unsigned long long>(value)) {}
 Value::Value(long value) noexcept : Value(static_cast<long long>(value)) {}
@@ -255,16 +219,37 @@ Value::Value(unsigned long long value) noexcept
     : int_(static_cast<std::int64_t>(value)), type_(int_type), is_uint64_(true) {}
 Value::Value(double value) noexcept : real_(value), type_(real_type), is_uint64_(false) {}
 
-// Delegating: when the copy fails half-way, the destructor takes back what it has.
-Value::Value(Value const& other) : Value() {
-  if (is_container(other)) {
-    Value_Access::copy_tree(other, *this);
+// When the copy of a container fails half-way, the destructor takes back what it has.
+void Value::copy(Value const& other) {
+  if (other.type_ == str_type) {
+    new (&str_) std::string(other.str_);
+  } else if (other.type_ == secure_str_type) {
+    new (&secure_str_) Secure_String(other.secure_str_);
   } else {
-    Value_Access::copy_leaf(other, *this);
+    Value_Access::copy_tree(other, *this);
   }
+  type_ = other.type_;
 }
 
-Value::Value(Value&& other) noexcept : Value() { Value_Access::steal(other, *this); }
+void Value::steal(Value& other) noexcept {
+  switch (other.type_) {
+    case str_type:
+      new (&str_) std::string(std::move(other.str_));
+      other.str_.~basic_string();
+      break;
+    case secure_str_type:
+      new (&secure_str_) Secure_String(std::move(other.secure_str_));
+      Value_Access::end_secure_str(other);
+      break;
+    case array_type:
+      new (&array_) Array(std::move(other.array_));
+      other.array_.~vector();
+      break;
+    default: object_ = other.object_;
+  }
+  type_ = other.type_;
+  other.become_null();
+}
 
 // By way of a copy: `other` may lie in this value or this value in it.
 Value& Value::operator=(Value const& other) { return *this = Value(other); }
@@ -273,7 +258,7 @@ Value& Value::operator=(Value const& other) { return *this = Value(other); }
 Value& Value::operator=(Value&& other) noexcept {
   if (this != &other) {
     Value const old(std::move(*this));
-    Value_Access::steal(other, *this);
+    take(other);
   }
   return *this;
 }
@@ -326,7 +311,7 @@ Array& Value::get_array() {
 
 bool Value::get_bool() const {
   check(bool_type);
-  return bool_;
+  return int_ != 0;
 }
 
 std::int64_t Value::get_int64() const {

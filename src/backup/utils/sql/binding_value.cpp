@@ -4,6 +4,8 @@
 
 #include "backup/runtime/hex_string.h"
 
+static_assert(sizeof(void*) != 8 || sizeof(Binding_Value) <= 40);
+
 namespace {
 
 template <class Characters, class Bytes>
@@ -29,30 +31,30 @@ void write_hex(Text const& bytes, std::string& out) {
 }  // namespace
 
 Binding_Value::Binding_Value() noexcept : type_(null_type) {}
-Binding_Value::Binding_Value(json_spirit::Object const& object) : type_(obj_type), val_(object) {}
-Binding_Value::Binding_Value(json_spirit::Array const& array) : type_(array_type), val_(array) {}
-Binding_Value::Binding_Value(json_spirit::Value const& value) : type_(static_cast<Type>(value.type())), val_(value) {}
-Binding_Value::Binding_Value(std::string const& text) : type_(str_type), val_(text) {}
-Binding_Value::Binding_Value(char const* text) : type_(str_type), val_(text) {}
-Binding_Value::Binding_Value(Secure_String const& text) : type_(secure_str_type), val_(text) {}
-Binding_Value::Binding_Value(Byte_String const& bytes) : type_(bin_type), val_(to_characters<std::string>(bytes)) {}
+Binding_Value::Binding_Value(json_spirit::Object const& object) : Value(object), type_(obj_type) {}
+Binding_Value::Binding_Value(json_spirit::Array const& array) : Value(array), type_(array_type) {}
+Binding_Value::Binding_Value(json_spirit::Value const& value) : Value(value), type_(static_cast<Type>(value.type())) {}
+Binding_Value::Binding_Value(std::string const& text) : Value(text), type_(str_type) {}
+Binding_Value::Binding_Value(char const* text) : Value(text), type_(str_type) {}
+Binding_Value::Binding_Value(Secure_String const& text) : Value(text), type_(secure_str_type) {}
+Binding_Value::Binding_Value(Byte_String const& bytes) : Value(to_characters<std::string>(bytes)), type_(bin_type) {}
 Binding_Value::Binding_Value(Secure_Byte_String const& bytes)
-    : type_(secure_bin_type), val_(secure_characters(bytes)) {}
-Binding_Value::Binding_Value(bool value) noexcept : type_(bool_type), val_(value) {}
-Binding_Value::Binding_Value(short value) noexcept : type_(int_type), val_(static_cast<long long>(value)) {}
+    : Value(secure_characters(bytes)), type_(secure_bin_type) {}
+Binding_Value::Binding_Value(bool value) noexcept : Value(value), type_(bool_type) {}
+Binding_Value::Binding_Value(short value) noexcept : Value(static_cast<long long>(value)), type_(int_type) {}
 Binding_Value::Binding_Value(unsigned short value) noexcept
-    : type_(int_type), val_(static_cast<unsigned long long>(value)) {}
-Binding_Value::Binding_Value(int value) noexcept : type_(int_type), val_(value) {}
-Binding_Value::Binding_Value(unsigned int value) noexcept : type_(int_type), val_(value) {}
-Binding_Value::Binding_Value(long value) noexcept : type_(int_type), val_(value) {}
-Binding_Value::Binding_Value(unsigned long value) noexcept : type_(int_type), val_(value) {}
-Binding_Value::Binding_Value(long long value) noexcept : type_(int_type), val_(value) {}
-Binding_Value::Binding_Value(unsigned long long value) noexcept : type_(int_type), val_(value) {}
-Binding_Value::Binding_Value(double value) noexcept : type_(real_type), val_(value) {}
+    : Value(static_cast<unsigned long long>(value)), type_(int_type) {}
+Binding_Value::Binding_Value(int value) noexcept : Value(value), type_(int_type) {}
+Binding_Value::Binding_Value(unsigned int value) noexcept : Value(value), type_(int_type) {}
+Binding_Value::Binding_Value(long value) noexcept : Value(value), type_(int_type) {}
+Binding_Value::Binding_Value(unsigned long value) noexcept : Value(value), type_(int_type) {}
+Binding_Value::Binding_Value(long long value) noexcept : Value(value), type_(int_type) {}
+Binding_Value::Binding_Value(unsigned long long value) noexcept : Value(value), type_(int_type) {}
+Binding_Value::Binding_Value(double value) noexcept : Value(value), type_(real_type) {}
 
 Binding_Value::Binding_Value(Binding_Value const& other) = default;
 
-Binding_Value::Binding_Value(Binding_Value&& other) noexcept : type_(other.type_), val_(std::move(other.val_)) {
+Binding_Value::Binding_Value(Binding_Value&& other) noexcept : Value(std::move(other)), type_(other.type_) {
   other.type_ = null_type;
 }
 
@@ -63,7 +65,7 @@ Binding_Value& Binding_Value::operator=(Binding_Value const& other) {
 
 Binding_Value& Binding_Value::operator=(Binding_Value&& other) noexcept {
   if (this == &other) return *this;
-  val_ = std::move(other.val_);
+  Value::operator=(std::move(other));
   type_ = other.type_;
   other.type_ = null_type;
   return *this;
@@ -73,16 +75,16 @@ Binding_Value::~Binding_Value() = default;
 
 Binding_Value::Type Binding_Value::type() const noexcept { return type_; }
 void Binding_Value::type(Type type) noexcept { type_ = type; }
-json_spirit::Value const& Binding_Value::val() const noexcept { return val_; }
-void Binding_Value::val(json_spirit::Value const& value) { val_ = value; }
+json_spirit::Value const& Binding_Value::val() const noexcept { return *this; }
+void Binding_Value::val(json_spirit::Value const& value) { Value::operator=(value); }
 
 void Binding_Value::to_str(std::string& out) const {
   if (type_ == bin_type) {
-    write_hex<Hex_String>(val_.get_str(), out);
+    write_hex<Hex_String>(get_str(), out);
   } else if (type_ == secure_bin_type) {
-    write_hex<Secure_Hex_String>(val_.get_secure_str(), out);
+    write_hex<Secure_Hex_String>(get_secure_str(), out);
   } else {
-    json_spirit::JSON_Dump const json(val_, false);
+    json_spirit::JSON_Dump const json(*this, false);
     out.assign(json.c_str(), json.size());
   }
 }

@@ -12,7 +12,7 @@
 ///
 /// Integers keep the signedness of the C++ type they came from. Secret kinds are held in secure strings and wiped with
 /// the value. Nothing here fails but for want of memory (std::bad_alloc).
-class BACKUP_SQL_API Binding_Value {
+class BACKUP_SQL_API Binding_Value : json_spirit::Value {
 public:
   /// 0 to 7 are the numbers of `json_spirit::Value_type`.
   enum Type : std::uint32_t {
@@ -75,8 +75,7 @@ public:
   void to_str(std::string& out) const;
 
 private:
-  Type type_;
-  json_spirit::Value val_;
+  Type type_;  // in the same words as the value, which is the base for that
 };
 
 /// The values of a statement by parameter name, each name with its leading colon.

@@ -27,6 +27,9 @@ function(backup_library name define)
   if(CMAKE_SYSTEM_NAME STREQUAL "Linux")
     # Functions are looked up at the start: at a first call it would leave copies of registers on the stack, secrets too.
     target_link_options(${name} PRIVATE LINKER:-z,relro,-z,now)
+    # A library calls its own functions directly, as a DLL does: no program can put another in their place.
+    target_compile_options(${name} PRIVATE -fno-semantic-interposition)
+    target_link_options(${name} PRIVATE LINKER:-Bsymbolic-functions)
   endif()
   set_target_properties(${name} PROPERTIES VERSION ${PROJECT_VERSION}
                                            SOVERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR}

@@ -1,7 +1,8 @@
 #include "backup/utils/sql/insert_sql.h"
 
 #include <algorithm>
-#include <numeric>
+#include <memory>
+#include <new>
 #include <optional>
 #include <utility>
 
@@ -31,7 +32,15 @@ Insert_SQL::Insert_SQL(char const* table) : SQL(nullptr, TYPE_INSERT, true), tab
   new_entry();
 }
 
-Insert_SQL::Insert_SQL(Insert_SQL const& other) = default;
+Insert_SQL::Insert_SQL(Insert_SQL const& other)
+    : SQL(other),
+      table_(other.table_),
+      or_expr_(other.or_expr_),
+      columns_(other.columns_),
+      rows_(other.rows_),
+      select_(other.select_) {}
+
+Insert_SQL::~Insert_SQL() { delete entries_.load(); }
 
 Insert_SQL& Insert_SQL::operator=(Insert_SQL const& other) {
   Insert_SQL const replaced(*this);  // `other` may be a part of it
@@ -39,8 +48,9 @@ Insert_SQL& Insert_SQL::operator=(Insert_SQL const& other) {
   table_ = other.table_;
   or_expr_ = other.or_expr_;
   columns_ = other.columns_;
-  entries_ = other.entries_;
+  rows_ = other.rows_;
   select_ = other.select_;
+  if (std::vector<Entry>* const entries = entries_.load()) *entries = made_entries();
   return *this;
 }
 
@@ -66,15 +76,43 @@ Insert_SQL& Insert_SQL::or_expr(Or_Expr expression) {
 }
 
 Insert_SQL& Insert_SQL::new_entry() {
-  entries_.emplace_back();
+  rows_.emplace_back();
+  if (std::vector<Entry>* const entries = entries_.load()) {
+    try {
+      entries->emplace_back();
+    } catch (std::bad_alloc const&) {
+      rows_.pop_back();
+      throw;
+    }
+  }
   return *this;
 }
 
-std::vector<Insert_SQL::Entry> const& Insert_SQL::entries() const { return entries_; }
+// Made once: of two threads that ask at the same time one throws its own away.
+std::vector<Insert_SQL::Entry> const& Insert_SQL::entries() const {
+  std::vector<Entry>* entries = entries_.load();
+  if (entries != nullptr) return *entries;
+  auto made = std::make_unique<std::vector<Entry>>(made_entries());
+  return entries_.compare_exchange_strong(entries, made.get()) ? *made.release() : *entries;
+}
+
+std::vector<Insert_SQL::Entry> Insert_SQL::made_entries() const {
+  std::vector<Entry> entries(rows_.size());
+  for (std::size_t i = 0; i < rows_.size(); ++i) {
+    for (std::size_t column = 0; column < rows_[i].size(); ++column) {
+      if (rows_[i][column]) entries[i].emplace(columns_[column], *rows_[i][column]);
+    }
+  }
+  return entries;
+}
 
 Insert_SQL& Insert_SQL::clear_entries() {
-  entries_.resize(1);
-  entries_.front().clear();
+  rows_.resize(1);
+  rows_.front().clear();
+  if (std::vector<Entry>* const entries = entries_.load()) {
+    entries->resize(1);
+    entries->front().clear();
+  }
   return *this;
 }
 
@@ -85,9 +123,17 @@ Insert_SQL& Insert_SQL::value_i(std::string const& column, SQL_Value const& valu
 // Changes nothing when memory runs short.
 Insert_SQL& Insert_SQL::store(std::string const& column, SQL_Value&& value) {
   std::size_t const listed = columns_.size();
-  add_column(column);
+  std::size_t const place = place_of(column);
   try {
-    entries_.back().insert_or_assign(column, std::move(value));
+    Row& row = rows_.back();
+    if (row.capacity() <= place) row.reserve(columns_.size());
+    if (std::vector<Entry>* const entries = entries_.load()) entries->back().insert_or_assign(column, value);
+    if (row.size() == place) {
+      row.emplace_back(std::move(value));
+    } else {
+      if (row.size() < place) row.resize(place + 1);
+      row[place] = std::move(value);
+    }
   } catch (std::bad_alloc const&) {
     columns_.resize(listed);
     throw;
@@ -95,16 +141,28 @@ Insert_SQL& Insert_SQL::store(std::string const& column, SQL_Value&& value) {
   return *this;
 }
 
-// Rows are mostly filled in the order of the columns, so the one after the row's last is looked at before the others.
-void Insert_SQL::add_column(std::string const& column) {
-  std::size_t const next = entries_.back().size();
-  if (next < columns_.size() && columns_[next] == column) return;
-  if (std::find(columns_.begin(), columns_.end(), column) == columns_.end()) columns_.push_back(column);
+// Where the column is listed, or the end, where it is now. Rows are mostly filled in the order of the columns, so the
+// one after the row's last is looked at before the others.
+std::size_t Insert_SQL::place_of(std::string const& column) {
+  std::size_t const next = rows_.back().size();
+  if (next < columns_.size() && columns_[next] == column) return next;
+  auto const listed = std::find(columns_.begin(), columns_.end(), column);
+  if (listed == columns_.end()) {
+    columns_.push_back(column);
+    return columns_.size() - 1;
+  }
+  return static_cast<std::size_t>(listed - columns_.begin());
 }
 
 Insert_SQL& Insert_SQL::value(std::string const& column, Binding_Value const& value,
                               Binding_Value_Converter const* converter) {
   return store(column, column_value::convert(value, converter));
+}
+
+Insert_SQL& Insert_SQL::value(std::string const& column, Binding_Value&& value,
+                              Binding_Value_Converter const* converter) {
+  if (converter == nullptr) return store(column, std::move(value));
+  return store(column, column_value::convert(std::move(value), converter));
 }
 
 Insert_SQL& Insert_SQL::value(std::string const& column, json_spirit::Object const& object, std::string const& key,
@@ -119,24 +177,20 @@ Insert_SQL& Insert_SQL::value(json_spirit::Object const& object, std::string con
 }
 
 Insert_SQL& Insert_SQL::value_uuid(std::string const& column, char const* uuid) {
-  Binding_Value_UUID_Converter const converter;
-  return value(column, uuid, &converter);
+  return store(column, column_value::from_uuid(uuid));
 }
 
 Insert_SQL& Insert_SQL::value_uuid(std::string const& column, std::string const& uuid) {
-  Binding_Value_UUID_Converter const converter;
-  return value(column, uuid, &converter);
+  return store(column, column_value::from_uuid(uuid));
 }
 
 Insert_SQL& Insert_SQL::value_uuid(std::string const& column, Secure_String const& uuid) {
-  Binding_Value_UUID_Converter const converter;
-  return value(column, uuid, &converter);
+  return store(column, column_value::from_uuid(uuid));
 }
 
 Insert_SQL& Insert_SQL::value_uuid(std::string const& column, json_spirit::Object const& object,
                                    std::string const& key) {
-  Binding_Value_UUID_Converter const converter;
-  std::optional<Binding_Value> value = column_value::from_json_text(reporter(), object, key, converter);
+  std::optional<Binding_Value> value = column_value::from_json_text(reporter(), object, key, column_value::from_uuid);
   return value ? store(column, *std::move(value)) : *this;
 }
 
@@ -145,24 +199,20 @@ Insert_SQL& Insert_SQL::value_uuid(json_spirit::Object const& object, std::strin
 }
 
 Insert_SQL& Insert_SQL::value_hex(std::string const& column, char const* hex) {
-  Binding_Value_Hex_Converter const converter;
-  return value(column, hex, &converter);
+  return store(column, column_value::from_hex(hex));
 }
 
 Insert_SQL& Insert_SQL::value_hex(std::string const& column, std::string const& hex) {
-  Binding_Value_Hex_Converter const converter;
-  return value(column, hex, &converter);
+  return store(column, column_value::from_hex(hex));
 }
 
 Insert_SQL& Insert_SQL::value_hex(std::string const& column, Secure_String const& hex) {
-  Binding_Value_Hex_Converter const converter;
-  return value(column, hex, &converter);
+  return store(column, column_value::from_hex(hex));
 }
 
 Insert_SQL& Insert_SQL::value_hex(std::string const& column, json_spirit::Object const& object,
                                   std::string const& key) {
-  Binding_Value_Hex_Converter const converter;
-  std::optional<Binding_Value> value = column_value::from_json_text(reporter(), object, key, converter);
+  std::optional<Binding_Value> value = column_value::from_json_text(reporter(), object, key, column_value::from_hex);
   return value ? store(column, *std::move(value)) : *this;
 }
 
@@ -195,7 +245,7 @@ Select_SQL* Insert_SQL::value_select_sql(std::string const& column) {
 }
 
 Insert_SQL& Insert_SQL::value_key(std::string const& column) {
-  add_column(column);
+  place_of(column);
   return *this;
 }
 
@@ -227,33 +277,24 @@ void Insert_SQL::write_sql(SQL_Writer& out) const {
     return;
   }
   out << "VALUES";
-  std::vector<std::size_t> order(columns_.size());  // of the columns by name, which is that of an entry
-  std::iota(order.begin(), order.end(), std::size_t{0});
-  std::sort(order.begin(), order.end(), [this](std::size_t a, std::size_t b) { return columns_[a] < columns_[b]; });
-  std::vector<SQL_Value const*> row(columns_.size());
   std::size_t values = 0;
-  for (Entry const& entry : entries_) values += entry.size();
+  for (Row const& row : rows_) values += row.size();
   out.expect(values);
-  out.list(entries_, [&](Entry const& entry) {
-    auto value = entry.begin();
-    bool const is_full = entry.size() == columns_.size();
-    for (std::size_t const column : order) {
-      bool const has_value = is_full || (value != entry.end() && value->first == columns_[column]);
-      row[column] = has_value ? &(value++)->second : nullptr;
-    }
-    write_row(out, row);
-  });
+  out.list(rows_, [&](Row const& row) { write_row(out, row); });
 }
 
 // (NULL | :n | (statement),...)
-void Insert_SQL::write_row(SQL_Writer& out, std::vector<SQL_Value const*> const& row) {
-  out << '(';
-  out.list(row, [&](SQL_Value const* value) {
-    if (value == nullptr) {
-      out << "NULL";
+void Insert_SQL::write_row(SQL_Writer& out, Row const& row) const {
+  char separator = '(';
+  for (std::size_t column = 0; column < columns_.size(); ++column) {
+    out << separator;
+    separator = ',';
+    if (column < row.size() && row[column]) {
+      out.value(*row[column]);
     } else {
-      out.value(*value);
+      out << "NULL";
     }
-  });
+  }
+  if (columns_.empty()) out << '(';
   out << ')';
 }

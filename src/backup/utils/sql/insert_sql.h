@@ -2,8 +2,10 @@
 
 #include <ace/Intrusive_Auto_Ptr.h>
 
+#include <atomic>
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -34,6 +36,7 @@ public:
   explicit Insert_SQL(char const* table);
   /// Copies share the statements that stand for values or rows.
   Insert_SQL(Insert_SQL const& other);
+  ~Insert_SQL() override;
   Insert_SQL& operator=(Insert_SQL const& other);
 
   void clear() override;
@@ -48,7 +51,8 @@ public:
 
   /// Starts the next row.
   Insert_SQL& new_entry();
-  /// The rows, each with its values by column.
+  /// The rows, each with its values by column. Made from the statement's own form at the first call, and kept in step
+  /// from then on: for looking, not for loops that fill. Calls from several threads at once are safe.
   std::vector<Entry> const& entries() const;
   /// Drops all rows and starts one; the columns stay.
   Insert_SQL& clear_entries();
@@ -57,6 +61,8 @@ public:
   /// order of the columns find theirs at once, others search the list.
   Insert_SQL& value_i(std::string const& column, SQL_Value const& value);
   Insert_SQL& value(std::string const& column, Binding_Value const& value,
+                    Binding_Value_Converter const* converter = nullptr);
+  Insert_SQL& value(std::string const& column, Binding_Value&& value,
                     Binding_Value_Converter const* converter = nullptr);
   /// The member `key`, of any JSON type. Without one nothing changes, and a debug run logs a warning.
   Insert_SQL& value(std::string const& column, json_spirit::Object const& object, std::string const& key,
@@ -97,17 +103,22 @@ public:
   Select_SQL* values_sql();
 
 private:
-  void add_column(std::string const& column);
+  // By place in the list of columns; shorter where the last ones have no value.
+  using Row = std::vector<std::optional<SQL_Value>>;
+
+  std::vector<Entry> made_entries() const;
+  std::size_t place_of(std::string const& column);
   Insert_SQL& store(std::string const& column, SQL_Value&& value);
   template <class T, class... Arguments>
   T* store_new(std::string const& column, Arguments... arguments);
   bool is_own_class() const override;
   void write_sql(SQL_Writer& out) const override;
-  static void write_row(SQL_Writer& out, std::vector<SQL_Value const*> const& row);
+  void write_row(SQL_Writer& out, Row const& row) const;
 
   char const* table_;
   Or_Expr or_expr_;
   std::vector<std::string> columns_;
-  std::vector<Entry> entries_;
+  std::vector<Row> rows_;
+  mutable std::atomic<std::vector<Entry>*> entries_{nullptr};  // what `entries` gave, or null
   ACE_Intrusive_Auto_Ptr<SQL> select_;
 };

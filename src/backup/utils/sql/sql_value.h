@@ -2,6 +2,8 @@
 
 #include <ace/Intrusive_Auto_Ptr.h>
 
+#include <memory>
+
 #include "backup/utils/sql/binding_value.h"
 #include "backup/utils/sql/sql.h"
 #include "backup/utils/sql/sql_export.h"
@@ -16,12 +18,21 @@ public:
   SQL_Value(Binding_Value const& value);
   SQL_Value(Binding_Value&& value) noexcept;
   // NOLINTEND(google-explicit-constructor)
+  SQL_Value(SQL_Value const& other);
+  SQL_Value(SQL_Value&& other) noexcept = default;
+  SQL_Value& operator=(SQL_Value const& other);
+  SQL_Value& operator=(SQL_Value&& other) noexcept = default;
+  ~SQL_Value() = default;
 
   /// Null when the column holds a value. Owned by this object and its copies.
-  SQL* sql() const;
-  Binding_Value const& val() const;
+  SQL* sql() const { return sql_.get(); }
+  Binding_Value const& val() const { return val_; }
 
 private:
-  ACE_Intrusive_Auto_Ptr<SQL> sql_;
+  struct Release {
+    void operator()(SQL* sql) const noexcept { SQL::intrusive_remove_ref(sql); }
+  };
+
+  std::unique_ptr<SQL, Release> sql_;  // a reference of its own
   Binding_Value val_;
 };

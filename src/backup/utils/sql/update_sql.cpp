@@ -56,6 +56,11 @@ Update_SQL& Update_SQL::set(std::string const& column, Binding_Value const& valu
   return store(column, column_value::convert(value, converter));
 }
 
+Update_SQL& Update_SQL::set(std::string const& column, Binding_Value&& value,
+                            Binding_Value_Converter const* converter) {
+  return store(column, column_value::convert(std::move(value), converter));
+}
+
 Update_SQL& Update_SQL::set(std::string const& column, json_spirit::Object const& object, std::string const& key,
                             Binding_Value_Converter const* converter) {
   std::optional<Binding_Value> value = column_value::from_json(reporter(), object, key, converter);
@@ -68,23 +73,19 @@ Update_SQL& Update_SQL::set(json_spirit::Object const& object, std::string const
 }
 
 Update_SQL& Update_SQL::set_uuid(std::string const& column, char const* uuid) {
-  Binding_Value_UUID_Converter const converter;
-  return set(column, uuid, &converter);
+  return store(column, column_value::from_uuid(uuid));
 }
 
 Update_SQL& Update_SQL::set_uuid(std::string const& column, std::string const& uuid) {
-  Binding_Value_UUID_Converter const converter;
-  return set(column, uuid, &converter);
+  return store(column, column_value::from_uuid(uuid));
 }
 
 Update_SQL& Update_SQL::set_uuid(std::string const& column, Secure_String const& uuid) {
-  Binding_Value_UUID_Converter const converter;
-  return set(column, uuid, &converter);
+  return store(column, column_value::from_uuid(uuid));
 }
 
 Update_SQL& Update_SQL::set_uuid(std::string const& column, json_spirit::Object const& object, std::string const& key) {
-  Binding_Value_UUID_Converter const converter;
-  std::optional<Binding_Value> value = column_value::from_json_text(reporter(), object, key, converter);
+  std::optional<Binding_Value> value = column_value::from_json_text(reporter(), object, key, column_value::from_uuid);
   return value ? store(column, *std::move(value)) : *this;
 }
 

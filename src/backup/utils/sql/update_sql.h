@@ -41,6 +41,7 @@ public:
 
   Update_SQL& set(std::string const& column, Binding_Value const& value,
                   Binding_Value_Converter const* converter = nullptr);
+  Update_SQL& set(std::string const& column, Binding_Value&& value, Binding_Value_Converter const* converter = nullptr);
   /// The member `key`, of any JSON type. Without one nothing changes, and a debug run logs a warning.
   Update_SQL& set(std::string const& column, json_spirit::Object const& object, std::string const& key,
                   Binding_Value_Converter const* converter = nullptr);

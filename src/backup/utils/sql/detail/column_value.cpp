@@ -3,6 +3,7 @@
 #include <ace/ACE.h>
 
 #include <array>
+#include <utility>
 
 #include "backup/runtime/posix_time.h"
 #include "backup/runtime/uuid.h"
@@ -19,9 +20,20 @@ void report_missing(Reporter const& reporter, std::string const& key, char const
 
 }  // namespace
 
-Binding_Value convert(Binding_Value const& value, Binding_Value_Converter const* converter) {
+Binding_Value convert(Binding_Value value, Binding_Value_Converter const* converter) {
   Binding_Value converted;
-  return converter != nullptr && converter->convert(value, converted) ? converted : value;
+  if (converter != nullptr && converter->convert(value, converted)) return converted;
+  return value;
+}
+
+Binding_Value from_uuid(Binding_Value text) {
+  Binding_Value_UUID_Converter const converter;
+  return convert(std::move(text), &converter);
+}
+
+Binding_Value from_hex(Binding_Value text) {
+  Binding_Value_Hex_Converter const converter;
+  return convert(std::move(text), &converter);
 }
 
 std::optional<Binding_Value> from_json(Reporter const& reporter, json_spirit::Object const& object,
@@ -33,12 +45,12 @@ std::optional<Binding_Value> from_json(Reporter const& reporter, json_spirit::Ob
 }
 
 std::optional<Binding_Value> from_json_text(Reporter const& reporter, json_spirit::Object const& object,
-                                            std::string const& key, Binding_Value_Converter const& converter) {
+                                            std::string const& key, Binding_Value from_text(Binding_Value)) {
   json_spirit::Value const* const value = json_spirit::object_get_value(object, key);
   if (value != nullptr) {
     if (value->is_null()) return Binding_Value(*value);
     if (value->type() == json_spirit::str_type || value->type() == json_spirit::secure_str_type) {
-      return convert(Binding_Value(*value), &converter);
+      return from_text(*value);
     }
   }
   report_missing(reporter, key, "string");

@@ -58,8 +58,10 @@ bool same_result(Workload const& workload) {
 
 void run_one(Workload const& workload, Operation operation) {
   workload.prepare();
-  measured_operation(operation);
-  measured_operation(operation);
+  for (int warm = 0; warm < 2; ++warm) {
+    workloads::Result result;
+    operation(result);
+  }
   measured_operation(operation);
 }
 
@@ -118,7 +120,7 @@ void print_row(std::string const& program, std::size_t index, Workload const& wo
   Times const times = times_of(workload);
   std::printf("%-44s", workload.name);
   if (library && hand) {
-    std::printf(" %12.0f %7.2f", *library / 3, *library / *hand);
+    std::printf(" %12.0f %7.2f", *library, *library / *hand);
   } else {
     std::printf(" %12s %7s", "-", "-");
   }

@@ -17,17 +17,23 @@ class Block_Stack {
   static_assert(std::is_trivially_copyable_v<T>);
 
 public:
-  bool empty() const noexcept { return used_ == 0; }
-  T& top() noexcept { return block(block_)[used_ - 1]; }
+  Block_Stack() = default;
+  Block_Stack(Block_Stack const&) = delete;
+  Block_Stack& operator=(Block_Stack const&) = delete;
+
+  bool empty() const noexcept { return at_ == first_; }
+  T& top() noexcept { return at_[-1]; }
 
   void push(T const& element) {
-    if (used_ == size_of(block_)) next_block();
-    block(block_)[used_++] = element;
+    if (at_ == end_) next_block();
+    *at_++ = element;
   }
 
   void pop() noexcept {
-    if (--used_ > 0 || block_ == 0) return;
-    used_ = size_of(--block_);
+    if (--at_ == begin_ && block_ > 0) {
+      enter(block_ - 1);
+      at_ = end_;
+    }
   }
 
   T take() noexcept {
@@ -40,18 +46,25 @@ private:
   static constexpr std::size_t first_size = 8;
 
   static std::size_t size_of(std::size_t block) noexcept { return first_size << std::min<std::size_t>(block, 9); }
-  T* block(std::size_t index) noexcept { return index == 0 ? first_ : others_[index - 1].get(); }
+
+  void enter(std::size_t block) noexcept {
+    block_ = block;
+    begin_ = block == 0 ? first_ : others_[block - 1].get();
+    end_ = begin_ + size_of(block);
+  }
 
   void next_block() {
     if (block_ == others_.size()) others_.push_back(std::unique_ptr<T[]>(new T[size_of(block_ + 1)]));
-    ++block_;
-    used_ = 0;
+    enter(block_ + 1);
+    at_ = begin_;
   }
 
   T first_[first_size];
   std::vector<std::unique_ptr<T[]>> others_;
-  std::size_t block_ = 0;
-  std::size_t used_ = 0;  // of that block; 0 only when the stack is empty
+  std::size_t block_ = 0;  // the one that `at_` is in: at its beginning only when the stack is empty
+  T* begin_ = first_;
+  T* end_ = first_ + first_size;
+  T* at_ = first_;
 };
 
 }  // namespace backup

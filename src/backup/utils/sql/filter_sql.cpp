@@ -3,6 +3,7 @@
 #include <ace/OS_NS_stdlib.h>
 
 #include <algorithm>
+#include <utility>
 
 #include "backup/runtime/detail/block_stack.h"
 #include "backup/utils/sql/detail/sql_log.h"
@@ -30,7 +31,9 @@ Filter_SQL::Filter_SQL(Filter_Type type) : SQL(nullptr, TYPE_FILTER, true), filt
 
 Filter_SQL::Filter_SQL(Filter_SQL const& other) = default;
 
-Filter_SQL::~Filter_SQL() { release(items_); }
+Filter_SQL::~Filter_SQL() {
+  if (!items_.empty()) release(items_);
+}
 
 bool Filter_SQL::is_own_class() const { return is_exactly<Filter_SQL>(*this); }
 
@@ -50,7 +53,7 @@ void Filter_SQL::clear() {
 
 Filter_SQL& Filter_SQL::operator=(Filter_SQL const& other) {
   if (this == &other) return *this;
-  Items items = other.items_;
+  backup::SQL_List items = other.items_;
   SQL::operator=(other);
   filter_type_ = other.filter_type_;
   items_.swap(items);
@@ -64,91 +67,106 @@ void Filter_SQL::get_sql_i(Database_Type db, std::string& sql, Bindings& binding
   SQL_Writer::render(*this, db, sql, bindings, index);
 }
 
+// A filter that is being written.
+struct Filter_SQL::Frame {
+  Filter_SQL const* filter;
+  SQL* const* next;
+  SQL* const* end;
+};
+
 // (entry) AND (entry)... | (entry) OR (entry)... | 1 | 0
 //
 // A nested filter is written where it stands, with a stack of the filters around it: no recursion, no copy of its text.
 void Filter_SQL::write_sql(SQL_Writer& out) const {
-  struct Frame {
-    Filter_SQL const* filter;
-    std::size_t next;
-  };
-  auto const open = [&out](Filter_SQL const* filter) {
-    bool const is_known = filter->has_known_type();
-    if (is_known && filter->items_.empty()) out << (filter->filter_type_ == FILTER_AND ? '1' : '0');
-    return Frame{filter, is_known ? 0 : filter->items_.size()};
-  };
   backup::Block_Stack<Frame> around;
-  Frame frame = open(this);
+  Frame frame = open(out);
   for (;;) {
-    if (frame.next == frame.filter->items_.size()) {
+    if (frame.next == frame.end) {
       if (around.empty()) return;
       out.merge_bindings(*frame.filter);
-      out << ')';
       frame = around.take();
-      continue;
-    }
-    if (frame.next > 0) out << (frame.filter->filter_type_ == FILTER_AND ? " AND " : " OR ");
-    SQL const& entry = *frame.filter->items_[frame.next++];
-    if (Filter_SQL const* const nested = plain_filter(entry)) {
-      out << '(';
-      around.push(frame);
-      frame = open(nested);
     } else {
-      out.sub_statement(entry);
+      SQL const& entry = **frame.next++;
+      if (Filter_SQL const* const nested = plain_filter(entry)) {
+        around.push(frame);
+        frame = nested->open(out);
+        continue;
+      }
+      out.part(entry);
+    }
+    if (frame.next == frame.end) {
+      out << ')';
+    } else if (frame.filter->filter_type_ == FILTER_AND) {
+      out << ") AND (";
+    } else {
+      out << ") OR (";
     }
   }
 }
 
-// False, reported, for a filter type that is neither AND nor OR.
-bool Filter_SQL::has_known_type() const {
-  if (filter_type_ == FILTER_AND || filter_type_ == FILTER_OR) return true;
+// Begins the first entry, where there is one to be written.
+Filter_SQL::Frame Filter_SQL::open(SQL_Writer& out) const {
+  if (filter_type_ != FILTER_AND && filter_type_ != FILTER_OR) {
+    report_unknown_type();
+    return {this, nullptr, nullptr};
+  }
+  if (items_.empty()) {
+    out << (filter_type_ == FILTER_AND ? '1' : '0');
+  } else {
+    out << '(';
+  }
+  return {this, items_.begin(), items_.end()};
+}
+
+void Filter_SQL::report_unknown_type() const {
   sql_log::report({source_file}, LM_ERROR, 0, "Unknown filter type: %d\n", static_cast<int>(filter_type_));
-  return false;
 }
 
 // `entry` as a filter that renders as this file has it; null for a caller's subclass too.
 Filter_SQL const* Filter_SQL::plain_filter(SQL const& entry) {
   bool const is_plain =
-      is_exactly<And_Filter_SQL>(entry) || is_exactly<Or_Filter_SQL>(entry) || is_exactly<Filter_SQL>(entry);
+      entry.type() == TYPE_FILTER &&
+      (is_exactly<And_Filter_SQL>(entry) || is_exactly<Or_Filter_SQL>(entry) || is_exactly<Filter_SQL>(entry));
   return is_plain ? static_cast<Filter_SQL const*>(&entry) : nullptr;
 }
 
 // Drops entries, nested filters flat: whatever the depth, no recursion and no allocation. While a filter's entries are
 // worked off, the entries of the one around it wait in its place, the filter around that one at their end.
-void Filter_SQL::release(Items& items) noexcept {
-  Items current;
+void Filter_SQL::release(backup::SQL_List& items) noexcept {
+  backup::SQL_List current;
   current.swap(items);
-  ACE_Intrusive_Auto_Ptr<SQL> emptied;  // the filter whose entries `current` holds; null at the outermost level
+  SQL* emptied = nullptr;  // the filter whose entries `current` holds; null at the outermost level
   for (;;) {
     if (current.empty()) {
-      if (emptied.get() == nullptr) return;
-      current.swap(static_cast<Filter_SQL*>(emptied.get())->items_);
-      ACE_Intrusive_Auto_Ptr<SQL> const around = current.back();
-      current.pop_back();
-      emptied = around;
+      if (emptied == nullptr) return;
+      current.swap(static_cast<Filter_SQL*>(emptied)->items_);
+      intrusive_remove_ref(std::exchange(emptied, current.take_back()));
       continue;
     }
-    ACE_Intrusive_Auto_Ptr<SQL> const entry = current.back();
-    current.pop_back();
-    if (plain_filter(*entry) == nullptr || !is_sole_reference(*entry)) continue;
-    auto* const nested = static_cast<Filter_SQL*>(entry.get());
-    if (nested->items_.empty()) continue;
-    current.push_back(emptied);  // in the room of the entry just removed
+    SQL* const entry = current.take_back();
+    auto* const nested = plain_filter(*entry) != nullptr ? static_cast<Filter_SQL*>(entry) : nullptr;
+    if (nested == nullptr || nested->items_.empty() || !is_sole_reference(*entry)) {
+      intrusive_remove_ref(entry);
+      continue;
+    }
+    current.give_back(emptied);  // in the room of the entry just removed
     current.swap(nested->items_);
     emptied = entry;
   }
 }
 
-// A filter in a chain of groups has one entry, most others have some.
-void Filter_SQL::add_entry(ACE_Intrusive_Auto_Ptr<SQL> const& entry) {
-  if (items_.size() == 1) items_.reserve(4);
-  items_.push_back(entry);
-}
+// For one more entry.
+void Filter_SQL::make_room() { items_.reserve(items_.size() + 1); }
 
 // Appends a new T. Null with errno ENOMEM and nothing added when memory is short.
 template <class T, class... Arguments>
-T* Filter_SQL::add(Arguments const&... arguments) {
-  return add_new<T>([this](ACE_Intrusive_Auto_Ptr<SQL> const& item) { add_entry(item); }, arguments...);
+T* Filter_SQL::add(Arguments&&... arguments) {
+  return without_throwing([&] {
+    make_room();
+    T* const item = new T(std::forward<Arguments>(arguments)...);
+    items_.push_back(item);
+    return item;
+  });
 }
 
 // Appends a new condition that holds a statement, and returns that statement; null like `add`.
@@ -156,8 +174,9 @@ template <class T, class... Arguments>
 SQL* Filter_SQL::add_holder(Arguments const&... arguments) {
   return without_throwing([&]() -> SQL* {
     ACE_Intrusive_Auto_Ptr<SQL> owner;
+    make_room();
     T* const object = new_sql<T>(owner, arguments...);
-    if (object->sql().get() != nullptr) add_entry(owner);
+    if (object->sql().get() != nullptr) items_.push_back(object);
     return object->sql().get();
   });
 }
@@ -231,7 +250,18 @@ In_Item_SQL* Filter_SQL::add_not_in_item(std::string const& key, SQL const& sub)
 
 KV_Item_SQL* Filter_SQL::add_kv_item(Item_SQL::Item_Op op, std::string const& key, Binding_Value const& value,
                                      unsigned int flags) {
-  auto* const item = add<KV_Item_SQL>(op, key, value, flags);
+  return add_kv_item_i(op, key, value, flags);
+}
+
+KV_Item_SQL* Filter_SQL::add_kv_item(Item_SQL::Item_Op op, std::string const& key, Binding_Value&& value,
+                                     unsigned int flags) {
+  return add_kv_item_i(op, key, std::move(value), flags);
+}
+
+template <class Value>
+KV_Item_SQL* Filter_SQL::add_kv_item_i(Item_SQL::Item_Op op, std::string const& key, Value&& value,
+                                       unsigned int flags) {
+  auto* const item = add<KV_Item_SQL>(op, key, std::forward<Value>(value), flags);
   if (item == nullptr) {
     sql_log::report({source_file}, LM_WARNING, 0, "Failed to add item '%s' to filter.\n", key);
   }
@@ -242,8 +272,16 @@ KV_Item_SQL* Filter_SQL::add_kv_eq_item(std::string const& key, Binding_Value co
   return add_kv_item(Item_SQL::OP_EQ, key, value, 0);
 }
 
+KV_Item_SQL* Filter_SQL::add_kv_eq_item(std::string const& key, Binding_Value&& value) {
+  return add_kv_item(Item_SQL::OP_EQ, key, std::move(value), 0);
+}
+
 KV_Item_SQL* Filter_SQL::add_kv_ne_item(std::string const& key, Binding_Value const& value) {
   return add_kv_item(Item_SQL::OP_NE, key, value, 0);
+}
+
+KV_Item_SQL* Filter_SQL::add_kv_ne_item(std::string const& key, Binding_Value&& value) {
+  return add_kv_item(Item_SQL::OP_NE, key, std::move(value), 0);
 }
 
 Key_UUID_Item_SQL* Filter_SQL::add_key_uuid_item(Item_SQL::Item_Op op, std::string const& key,
@@ -318,7 +356,8 @@ Filter_SQL& Filter_SQL::add_substr_matching(std::string const& key, std::string 
     ACE_Intrusive_Auto_Ptr<SQL> owner;
     SQL* const fragment = new_sql<SQL>(owner, condition.c_str(), TYPE_RAW, false);
     fragment->bind(name, Binding_Value('%' + escape_like(text) + '%'));
-    add_entry(owner);
+    make_room();
+    items_.push_back(fragment);
     return fragment;
   });
   return *this;
@@ -326,9 +365,9 @@ Filter_SQL& Filter_SQL::add_substr_matching(std::string const& key, std::string 
 
 Key_Item_SQL* Filter_SQL::find_key_item(std::string const& key) const {
   std::string const quoted = Key_Item_SQL::quote_key(key);
-  for (ACE_Intrusive_Auto_Ptr<SQL> const& entry : items_) {
+  for (SQL* const entry : items_) {
     if (entry->type() != TYPE_ITEM) continue;
-    auto* const item = dynamic_cast<Key_Item_SQL*>(entry.get());
+    auto* const item = dynamic_cast<Key_Item_SQL*>(entry);
     if (item != nullptr && item->key() == quoted) return item;
   }
   return nullptr;
@@ -339,8 +378,7 @@ KV_Item_SQL* Filter_SQL::find_kv_item(std::string const& key) const {
 }
 
 bool Filter_SQL::remove_item(SQL const* item) {
-  auto const entry = std::find_if(items_.begin(), items_.end(),
-                                  [item](ACE_Intrusive_Auto_Ptr<SQL> const& held) { return held.get() == item; });
+  SQL* const* const entry = std::find(items_.begin(), items_.end(), item);
   if (entry == items_.end()) return false;
   items_.erase(entry);
   return true;

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <ace/Intrusive_Auto_Ptr.h>
-
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -10,6 +8,7 @@
 #include "backup/utils/sql/item_sql.h"
 #include "backup/utils/sql/sql.h"
 #include "backup/utils/sql/sql_export.h"
+#include "backup/utils/sql/sql_list.h"
 #include "json_spirit/json_spirit.h"
 
 class And_Filter_SQL;
@@ -76,8 +75,11 @@ public:
   /// Bit 0 of `flags` compares a text in lower case.
   KV_Item_SQL* add_kv_item(Item_SQL::Item_Op op, std::string const& key, Binding_Value const& value,
                            unsigned int flags);
+  KV_Item_SQL* add_kv_item(Item_SQL::Item_Op op, std::string const& key, Binding_Value&& value, unsigned int flags);
   KV_Item_SQL* add_kv_eq_item(std::string const& key, Binding_Value const& value);
+  KV_Item_SQL* add_kv_eq_item(std::string const& key, Binding_Value&& value);
   KV_Item_SQL* add_kv_ne_item(std::string const& key, Binding_Value const& value);
+  KV_Item_SQL* add_kv_ne_item(std::string const& key, Binding_Value&& value);
   Key_UUID_Item_SQL* add_key_uuid_item(Item_SQL::Item_Op op, std::string const& key, std::string const& uuid);
   Key_UUID_Item_SQL* add_key_uuid_eq_item(std::string const& key, std::string const& uuid);
   Key_UUID_Item_SQL* add_key_uuid_ne_item(std::string const& key, std::string const& uuid);
@@ -114,11 +116,11 @@ public:
   SQL* add_val_sql_item_i(SQL::Type type, Item_SQL::Item_Op op, Binding_Value const& value, bool sql_first);
 
 private:
-  using Items = std::vector<ACE_Intrusive_Auto_Ptr<SQL>>;
-
-  void add_entry(ACE_Intrusive_Auto_Ptr<SQL> const& entry);
+  template <class Value>
+  KV_Item_SQL* add_kv_item_i(Item_SQL::Item_Op op, std::string const& key, Value&& value, unsigned int flags);
+  void make_room();
   template <class T, class... Arguments>
-  T* add(Arguments const&... arguments);
+  T* add(Arguments&&... arguments);
   template <class T, class... Arguments>
   SQL* add_holder(Arguments const&... arguments);
   Null_Item_SQL* add_null_item_i(std::string const& key, bool is_null);
@@ -126,12 +128,14 @@ private:
   In_Item_SQL* add_in_item_i(std::string const& key, List const& values, bool in, Rest... rest);
   bool is_own_class() const override;
   void write_sql(SQL_Writer& out) const override;
-  bool has_known_type() const;
+  struct Frame;
+  Frame open(SQL_Writer& out) const;
+  void report_unknown_type() const;
   static Filter_SQL const* plain_filter(SQL const& entry);
-  static void release(Items& items) noexcept;
+  static void release(backup::SQL_List& items) noexcept;
 
   Filter_Type filter_type_;
-  Items items_;
+  backup::SQL_List items_;
 };
 
 /// A filter joined by AND.

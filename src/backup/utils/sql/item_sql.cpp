@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <boost/algorithm/string/case_conv.hpp>
+#include <cstring>
 
 #include "backup/runtime/uuid.h"
 #include "backup/utils/sql/delete_sql.h"
@@ -28,27 +29,43 @@ Key2_Value_T<Item_SQL::Item_Op> const op_names[] = {
     {"IN", 2, Item_SQL::OP_IN},     {"NI", 2, Item_SQL::OP_NI}, {"LK", 2, Item_SQL::OP_LK}, {"NK", 2, Item_SQL::OP_NK},
     {nullptr, 0, Item_SQL::OP_NONE}};
 
-// The text of an operator; null, reported, for one without.
-char const* operator_text(Item_SQL::Item_Op op) {
-  char const* const text = op_to_sql(op);
-  return sql_log::check_argument({source_file}, text, "op_sql") ? text : nullptr;
+// Calls `use` with the text of the operator, whose length the compiler knows; false for an operator without.
+template <class Use>
+bool with_text(Item_SQL::Item_Op op, Use use) {
+  switch (op) {
+    case Item_SQL::OP_EQ: use("="); return true;
+    case Item_SQL::OP_NE: use("!="); return true;
+    case Item_SQL::OP_LT: use("<"); return true;
+    case Item_SQL::OP_LE: use("<="); return true;
+    case Item_SQL::OP_GT: use(">"); return true;
+    case Item_SQL::OP_GE: use(">="); return true;
+    case Item_SQL::OP_IN: use(" IN "); return true;
+    case Item_SQL::OP_NI: use(" NOT IN "); return true;
+    case Item_SQL::OP_LK: use(" LIKE "); return true;
+    case Item_SQL::OP_NK: use(" NOT LIKE "); return true;
+    default: return false;
+  }
+}
+
+// The same; what there is no text for is reported.
+template <class Use>
+bool with_text_or_report(Item_SQL::Item_Op op, Use use) {
+  return with_text(op, use) || sql_log::check_argument({source_file}, nullptr, "op_sql");
 }
 
 // The key, in LOWER( ) or not, and the operator. False, with nothing written, without a key or an operator.
 bool write_key_and_operator(SQL_Writer& out, Item_SQL::Item_Op op, std::string const& key, bool lower) {
   if (key.empty()) return false;
-  bool const is_decrement = op == Item_SQL::OP_DEC;
-  char const* const text = is_decrement ? nullptr : operator_text(op);
-  if (text == nullptr && !is_decrement) return false;
-  if (lower) {
-    out << "LOWER(" << key << ')';
-  } else {
-    out << key;
+  if (!lower && op != Item_SQL::OP_DEC) {
+    return with_text_or_report(op, [&](auto const& text) { out.write(key, text); });
   }
-  if (is_decrement) {
-    out << '=' << key << '-';
+  if (op != Item_SQL::OP_DEC) {
+    return with_text_or_report(op, [&](auto const& text) { out.write("LOWER(", key, ")", text); });
+  }
+  if (lower) {
+    out.write("LOWER(", key, ")=", key, "-");
   } else {
-    out << text;
+    out.write(key, "=", key, "-");
   }
   return true;
 }
@@ -131,28 +148,25 @@ char const* Item_SQL::op_value_to_name(Item_Op op) {
 }
 
 char const* op_to_sql(Item_SQL::Item_Op op) {
-  switch (op) {
-    case Item_SQL::OP_EQ: return "=";
-    case Item_SQL::OP_NE: return "!=";
-    case Item_SQL::OP_LT: return "<";
-    case Item_SQL::OP_LE: return "<=";
-    case Item_SQL::OP_GT: return ">";
-    case Item_SQL::OP_GE: return ">=";
-    case Item_SQL::OP_IN: return " IN ";
-    case Item_SQL::OP_NI: return " NOT IN ";
-    case Item_SQL::OP_LK: return " LIKE ";
-    case Item_SQL::OP_NK: return " NOT LIKE ";
-    default: return nullptr;
-  }
+  char const* found = nullptr;
+  with_text(op, [&found](auto const& text) { found = text; });
+  return found;
 }
 
 Key_Item_SQL::Key_Item_SQL(Item_Type type, Item_Op op, std::string const& key, unsigned int flags)
-    : Item_SQL(type, op), key_(quote_key(key)), flags_(flags) {}
+    : Item_SQL(type, op), flags_(flags), key_(quote_key(key)) {}
 
 std::string const& Key_Item_SQL::key() const { return key_; }
 unsigned int Key_Item_SQL::flags() const { return flags_; }
 
 std::string Key_Item_SQL::quote_key(std::string const& key) {
+  bool const is_plain =
+      !key.empty() && key.front() != '`' && key.back() != '`' && std::memchr(key.data(), '.', key.size()) == nullptr;
+  if (is_plain) {
+    std::string quoted(key.size() + 2, '`');
+    std::memcpy(quoted.data() + 1, key.data(), key.size());
+    return quoted;
+  }
   std::string quoted;
   quoted.reserve(key.size() + 4);
   for (std::size_t begin = 0; begin < key.size();) {
@@ -177,7 +191,13 @@ void Null_Item_SQL::get_sql_i(Database_Type db, std::string& sql, Bindings& bind
 
 bool Null_Item_SQL::is_own_class() const { return is_exactly<Null_Item_SQL>(*this); }
 
-void Null_Item_SQL::write_sql(SQL_Writer& out) const { out << key() << (op() == OP_NN ? " IS NOT NULL" : " IS NULL"); }
+void Null_Item_SQL::write_sql(SQL_Writer& out) const {
+  if (op() == OP_NN) {
+    out.write(key(), " IS NOT NULL");
+  } else {
+    out.write(key(), " IS NULL");
+  }
+}
 
 In_Item_SQL::In_Item_SQL(std::string const& key, std::vector<json_spirit::Value> const& values, bool in, bool hex,
                          unsigned int flags)
@@ -238,6 +258,9 @@ Binary_Item_SQL::Binary_Item_SQL(Item_Op op, char const* left, char const* right
 KV_Item_SQL::KV_Item_SQL(Item_Op op, std::string const& key, Binding_Value const& value, unsigned int flags)
     : Key_Item_SQL(ITEM_KV, op, key, flags), value_(value) {}
 
+KV_Item_SQL::KV_Item_SQL(Item_Op op, std::string const& key, Binding_Value&& value, unsigned int flags)
+    : Key_Item_SQL(ITEM_KV, op, key, flags), value_(std::move(value)) {}
+
 void KV_Item_SQL::get_sql_i(Database_Type db, std::string& sql, Bindings& bindings, unsigned long long& index) const {
   SQL_Writer::render(*this, db, sql, bindings, index);
 }
@@ -246,8 +269,8 @@ bool KV_Item_SQL::is_own_class() const { return is_exactly<KV_Item_SQL>(*this); 
 
 // [LOWER(]`key`[)]<operator>:n
 void KV_Item_SQL::write_sql(SQL_Writer& out) const {
-  bool const is_text = value_.type() == Binding_Value::str_type || value_.type() == Binding_Value::secure_str_type;
-  bool const lower = is_text && (flags() & lower_flag) != 0;
+  bool const lower = (flags() & lower_flag) != 0 &&
+                     (value_.type() == Binding_Value::str_type || value_.type() == Binding_Value::secure_str_type);
   if (!write_key_and_operator(out, op(), key(), lower)) return;
   if (lower) {
     out.param(Binding_Value(lower_text(value_)));
@@ -306,9 +329,7 @@ void Val_SQL_Item_SQL::write_sql(SQL_Writer& out) const {
   if (is_decrement) {
     std::string const key(out.text().substr(start));
     out << '=' << key << '-';
-  } else if (char const* const text = operator_text(op())) {
-    out << text;
-  } else {
+  } else if (!with_text_or_report(op(), [&](auto const& text) { out << text; })) {
     out.truncate(start);
     return;
   }
@@ -320,3 +341,4 @@ void Val_SQL_Item_SQL::write_sql(SQL_Writer& out) const {
 }
 
 ACE_Intrusive_Auto_Ptr<SQL> const& Val_SQL_Item_SQL::sql() const { return sql_; }
+static_assert(sizeof(KV_Item_SQL) <= 120);

@@ -79,8 +79,8 @@ public:
   static std::string quote_key(std::string const& key);
 
 private:
-  std::string key_;
   unsigned int flags_;
+  std::string key_;
 };
 
 /// "`key` IS NULL" or "`key` IS NOT NULL".
@@ -145,6 +145,7 @@ private:
 class BACKUP_SQL_API KV_Item_SQL : public Key_Item_SQL {
 public:
   KV_Item_SQL(Item_Op op, std::string const& key, Binding_Value const& value, unsigned int flags);
+  KV_Item_SQL(Item_Op op, std::string const& key, Binding_Value&& value, unsigned int flags);
 
   void get_sql_i(Database_Type db, std::string& sql, Bindings& bindings, unsigned long long& index) const override;
 

@@ -72,14 +72,12 @@ Select_SQL& Select_SQL::select(char const* text) {
 
 Select_SQL& Select_SQL::add_key(std::string const& key, char const* alias) {
   if (clauses_.keys.capacity() == 0) clauses_.keys.reserve(4);
-  clauses_.keys.push_back({key, {}, alias});
+  clauses_.keys.emplace_back(key, alias);
   return *this;
 }
 
 Select_SQL* Select_SQL::add_sql_key(char const* alias) {
-  return add_new<Select_SQL>([&](ACE_Intrusive_Auto_Ptr<SQL> const& sql) {
-    clauses_.keys.push_back({{}, sql, alias});
-  });
+  return add_new<Select_SQL>([&](ACE_Intrusive_Auto_Ptr<SQL> const& sql) { clauses_.keys.emplace_back(sql, alias); });
 }
 
 Select_SQL& Select_SQL::clear_key() {
@@ -99,14 +97,12 @@ Select_SQL& Select_SQL::from(char const* text) {
 }
 
 Select_SQL& Select_SQL::table(char const* name, char const* alias) {
-  clauses_.tables.push_back({name, {}, alias});
+  clauses_.tables.emplace_back(name, alias);
   return *this;
 }
 
 Select_SQL* Select_SQL::sql_table(char const* alias) {
-  return add_new<Select_SQL>([&](ACE_Intrusive_Auto_Ptr<SQL> const& sql) {
-    clauses_.tables.push_back({nullptr, sql, alias});
-  });
+  return add_new<Select_SQL>([&](ACE_Intrusive_Auto_Ptr<SQL> const& sql) { clauses_.tables.emplace_back(sql, alias); });
 }
 
 Select_SQL& Select_SQL::join(char const* table, char const* alias, std::string const& on) {
@@ -126,8 +122,7 @@ Select_SQL& Select_SQL::inner_join(char const* table, char const* alias, std::st
 }
 
 Select_SQL& Select_SQL::join_i(Join_Mode mode, char const* table, char const* alias, std::string const& on) {
-  Source const source = {table, {}, alias};
-  clauses_.joins.push_back({mode, source, on});
+  clauses_.joins.push_back({mode, Source(table, alias), on});
   return *this;
 }
 
@@ -147,8 +142,7 @@ Select_SQL* Select_SQL::sql_inner_join(char const* alias, std::string const& on)
 
 Select_SQL* Select_SQL::sql_join_i(Join_Mode mode, char const* alias, std::string const& on) {
   return add_new<Select_SQL>([&](ACE_Intrusive_Auto_Ptr<SQL> const& sql) {
-    Source const source = {nullptr, sql, alias};
-    clauses_.joins.push_back({mode, source, on});
+    clauses_.joins.push_back({mode, Source(sql, alias), on});
   });
 }
 
@@ -183,13 +177,13 @@ Select_SQL& Select_SQL::order_by(char const* text) {
 }
 
 Select_SQL& Select_SQL::sort_by(std::string const& key, bool desc) {
-  clauses_.sorts.push_back({key, desc});
+  clauses_.sorts.emplace_back(key, desc);
   return *this;
 }
 
 Select_SQL& Select_SQL::sort_keys(char const* keys) {
   std::vector<Sort> sorts;
-  for (std::string& piece : split_list(keys)) sorts.push_back({std::move(piece), clauses_.desc});
+  for (std::string& piece : split_list(keys)) sorts.emplace_back(std::move(piece), clauses_.desc);
   clauses_.sorts.swap(sorts);
   return *this;
 }
@@ -262,12 +256,12 @@ void Select_SQL::write_tail(SQL_Writer& out, std::string& scratch) const {
   for (Join const& join : clauses_.joins) write_join(out, join);
   bool const has_statement = clauses_.having.empty() && clauses_.having_sql != nullptr;
   if (has_statement) out.use_names();  // it finds the text that is written here
-  std::size_t const where_start = out.position();
+  std::size_t const where_start = out.text().size();
   write_where(out);
-  std::size_t const where_end = out.position();
-  if (!clauses_.group_by.empty()) out << " GROUP BY " << clauses_.group_by.get();
+  std::size_t const where_end = out.text().size();
+  if (!clauses_.group_by.empty()) out.write(" GROUP BY ", clauses_.group_by.get());
   if (!clauses_.having.empty()) {
-    out << " HAVING " << clauses_.having.get();
+    out.write(" HAVING ", clauses_.having.get());
   } else if (has_statement) {
     scratch.assign(out.text().substr(where_start, where_end - where_start));
     write_having(out, scratch);
@@ -277,7 +271,7 @@ void Select_SQL::write_tail(SQL_Writer& out, std::string& scratch) const {
 // FROM <text | source,...>, a source being `name` or (sub-select), each with its alias
 void Select_SQL::write_from(SQL_Writer& out) const {
   if (is_set(clauses_.from)) {
-    out << " FROM " << clauses_.from;
+    out.write(" FROM ", clauses_.from);
     return;
   }
   if (clauses_.tables.empty()) return;
@@ -303,24 +297,30 @@ void Select_SQL::write_join(SQL_Writer& out, Join const& join) const {
     out.name(join.source.name);
   }
   out.alias(join.source.alias);
-  if (!join.on.empty()) out << " ON " << join.on;
+  if (!join.on.empty()) out.write(" ON ", join.on);
 }
 
 // The statement renders into the text that the WHERE clause was made in, as it stands: one that appends instead of
 // replacing finds that clause there.
 void Select_SQL::write_having(SQL_Writer& out, std::string& scratch) const {
   out.render_apart(*clauses_.having_sql, scratch);
-  if (!scratch.empty()) out << " HAVING " << scratch;
+  if (!scratch.empty()) out.write(" HAVING ", scratch);
 }
 
 // [ ORDER BY <text[ DESC] | key ASC|DESC,...>][ LIMIT n][ OFFSET n]
 void Select_SQL::write_order(SQL_Writer& out) const {
   if (is_set(clauses_.order_by)) {
-    out << " ORDER BY " << clauses_.order_by;
+    out.write(" ORDER BY ", clauses_.order_by);
     if (clauses_.desc) out << " DESC";
   } else if (!clauses_.sorts.empty()) {
     out << " ORDER BY ";
-    out.list(clauses_.sorts, [&](Sort const& sort) { out << sort.key << (sort.desc ? " DESC" : " ASC"); });
+    out.list(clauses_.sorts, [&](Sort const& sort) {
+      if (sort.desc) {
+        out.write(sort.key, " DESC");
+      } else {
+        out.write(sort.key, " ASC");
+      }
+    });
   }
   if (clauses_.limit >= 0 || clauses_.offset > 0) {
     (out << " LIMIT ").number(clauses_.limit >= 0 ? clauses_.limit : std::numeric_limits<long long>::max());

@@ -110,11 +110,18 @@ public:
 private:
   // A name or a sub-select, with an alias.
   struct Source {
+    Source(char const* its_name, char const* its_alias) : name(its_name), alias(its_alias) {}
+    Source(ACE_Intrusive_Auto_Ptr<SQL> const& statement, char const* its_alias)
+        : name(nullptr), sql(statement), alias(its_alias) {}
+
     char const* name;
     ACE_Intrusive_Auto_Ptr<SQL> sql;
     char const* alias;
   };
   struct Key {
+    Key(std::string const& column, char const* its_alias) : key(column), alias(its_alias) {}
+    Key(ACE_Intrusive_Auto_Ptr<SQL> const& statement, char const* its_alias) : sql(statement), alias(its_alias) {}
+
     std::string key;
     ACE_Intrusive_Auto_Ptr<SQL> sql;
     char const* alias;
@@ -125,6 +132,8 @@ private:
     std::string on;
   };
   struct Sort {
+    Sort(std::string its_key, bool is_desc) : key(std::move(its_key)), desc(is_desc) {}
+
     std::string key;
     bool desc;
   };

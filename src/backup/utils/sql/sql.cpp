@@ -12,6 +12,7 @@
 #include "backup/runtime/uuid.h"
 #include "backup/utils/sql/detail/column_value.h"
 #include "backup/utils/sql/detail/sql_log.h"
+#include "backup/utils/sql/detail/sql_text.h"
 #include "backup/utils/sql/detail/sql_writer.h"
 #include "backup/utils/sql/question_mask_sql_converter.h"
 
@@ -68,13 +69,11 @@ void SQL_Text::clear() noexcept {
   copy_.reset();
 }
 
-SQL::SQL(char const* sql, Type type, bool is_static) : ref_count_(0), type_(type) { sql_.set(sql, !is_static); }
+SQL::SQL(char const* sql, Type type, bool is_static) : sql_(sql), ref_count_(0), type_(type) {
+  if (!is_static) this->sql(sql, false);
+}
 
-SQL::SQL(SQL const& other)
-    : sql_(other.sql_),
-      extras_(other.extras_ == nullptr ? nullptr : std::make_unique<Extras>(*other.extras_)),
-      ref_count_(0),
-      type_(other.type_) {}
+SQL::SQL(SQL const& other) : sql_(nullptr), ref_count_(0), type_(TYPE_RAW) { *this = other; }
 
 SQL::~SQL() = default;
 
@@ -84,11 +83,11 @@ SQL::Extras& SQL::extras() {
 }
 
 void SQL::clear() {
-  sql_.clear();
+  sql_ = nullptr;
   extras_.reset();
 }
 
-bool SQL::empty() const { return sql_.empty(); }
+bool SQL::empty() const { return !is_set(sql_); }
 
 void SQL::get_sql_i(Database_Type db, std::string& sql, Bindings& bindings, unsigned long long& index) const {
   SQL_Writer::render(*this, db, sql, bindings, index);
@@ -97,7 +96,7 @@ void SQL::get_sql_i(Database_Type db, std::string& sql, Bindings& bindings, unsi
 bool SQL::is_own_class() const { return is_exactly<SQL>(*this); }
 
 void SQL::write_sql(SQL_Writer& out) const {
-  if (sql_.get() != nullptr) out << sql_.get();
+  if (sql_ != nullptr) out << sql_;
 }
 
 void SQL::get_count_sql_i(Database_Type db, std::string& sql, Bindings& /*bindings*/,
@@ -107,7 +106,7 @@ void SQL::get_count_sql_i(Database_Type db, std::string& sql, Bindings& /*bindin
     return;
   }
   sql = get_count_sql_prefix(db);
-  if (sql_.get() != nullptr) sql += sql_.get();
+  if (sql_ != nullptr) sql += sql_;
   sql += get_count_sql_suffix(db);
   if (ACE::debug()) {
     sql_log::report({source_file}, LM_DEBUG, 0,
@@ -116,17 +115,22 @@ void SQL::get_count_sql_i(Database_Type db, std::string& sql, Bindings& /*bindin
 }
 
 SQL& SQL::operator=(SQL const& other) {
-  if (this != &other) {
-    auto extras = other.extras_ == nullptr ? nullptr : std::make_unique<Extras>(*other.extras_);
-    sql_ = other.sql_;
-    extras_ = std::move(extras);
-    type_ = other.type_;
-  }
+  if (this == &other) return *this;
+  auto extras = other.extras_ == nullptr ? nullptr : std::make_unique<Extras>(*other.extras_);
+  bool const has_copy = other.extras_ != nullptr && other.sql_ == other.extras_->sql.get();
+  sql_ = has_copy ? extras->sql.get() : other.sql_;
+  extras_ = std::move(extras);
+  type_ = other.type_;
   return *this;
 }
 
 SQL& SQL::sql(char const* text, bool is_static) {
-  sql_.set(text, !is_static);
+  if (is_static || text == nullptr) {
+    sql_ = text;
+  } else {
+    extras().sql.set(text, true);
+    sql_ = extras_->sql.get();
+  }
   return *this;
 }
 
@@ -135,7 +139,7 @@ SQL& SQL::count_sql(char const* text, bool is_static) {
   return *this;
 }
 
-char const* SQL::sql() const { return sql_.get(); }
+char const* SQL::sql() const { return sql_; }
 char const* SQL::count_sql() const { return extras_ == nullptr ? nullptr : extras_->count_sql.get(); }
 SQL::Type SQL::type() const { return type_; }
 

@@ -152,12 +152,13 @@ private:
 
   // What few objects have: most are parts of a filter, of which a request may ask for many.
   struct Extras {
+    SQL_Text sql;  // an own copy
     SQL_Text count_sql;
     Bindings bindings;
   };
   Extras& extras();
 
-  SQL_Text sql_;
+  char const* sql_;
   std::unique_ptr<Extras> extras_;
   ACE_Atomic_Op<ACE_Thread_Mutex, long> ref_count_;
   Type type_;  // last: what a subclass has first may share its word

@@ -1,5 +1,7 @@
 #include "backup/utils/sql/where_sql.h"
 
+#include <string_view>
+
 #include "backup/utils/sql/detail/sql_new.h"
 #include "backup/utils/sql/detail/sql_writer.h"
 
@@ -48,13 +50,13 @@ std::string& Where_SQL::get_where_sql(Database_Type db, std::string& sql, Bindin
 // [ WHERE <raw text | filter>]
 void Where_SQL::write_where(SQL_Writer& out) const {
   if (!where_.empty()) {
-    out << " WHERE " << where_.get();
+    out.write(" WHERE ", where_.get());
     return;
   }
   if (filter_.get() == nullptr) return;
+  constexpr std::string_view word = " WHERE ";
   std::size_t const start = out.position();
-  out << " WHERE ";
-  std::size_t const filter_start = out.position();
+  out << word;
   out.part(*filter_);
-  if (out.position() == filter_start) out.truncate(start);
+  if (out.position() == start + word.size()) out.truncate(start);
 }

@@ -32,7 +32,7 @@ public:
 private:
   static constexpr std::size_t inline_capacity = 16;
 
-  void grow(std::size_t capacity) {
+  [[gnu::noinline]] void grow(std::size_t capacity) {
     std::unique_ptr<T[]> larger(new T[capacity]);
     std::copy_n(data_, size_, larger.get());
     heap_ = std::move(larger);

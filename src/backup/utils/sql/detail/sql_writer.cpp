@@ -1,8 +1,6 @@
 #include "backup/utils/sql/detail/sql_writer.h"
 
 #include <algorithm>
-#include <array>
-#include <charconv>
 #include <iterator>
 #include <string_view>
 #include <utility>
@@ -10,86 +8,56 @@
 #include "backup/utils/sql/detail/sql_text.h"
 #include "backup/utils/sql/question_mask_sql_converter.h"
 
-namespace {
-
-class Parameter_Name {
-public:
-  explicit Parameter_Name(unsigned long long number) {
-    text_[0] = ':';
-    end_ = std::to_chars(text_.data() + 1, text_.data() + text_.size(), number).ptr;
-  }
-  std::string_view get() const { return {text_.data(), static_cast<std::size_t>(end_ - text_.data())}; }
-
-private:
-  std::array<char, 21> text_;  // a colon and 20 digits
-  char const* end_;
-};
-
-}  // namespace
-
 void SQL_Writer::open(std::size_t room) {
+  constexpr std::size_t step = 1000;
   std::size_t const size = sql_.size();
-  sql_.resize(std::max(size, std::min(room, sql_.capacity())));
+  reserve(room);
+  sql_.resize(std::max(size + room, std::min(size + step, sql_.capacity())));
   begin_ = sql_.data();
   at_ = begin_ + size;
   end_ = begin_ + sql_.size();
   is_open_ = true;
 }
 
+// Between `close` and `open`.
+void SQL_Writer::reserve(std::size_t room) {
+  std::size_t const size = sql_.size();
+  if (sql_.capacity() - size < room) sql_.reserve(std::max(size + room, 2 * size));
+}
+
 void SQL_Writer::close() noexcept {
-  if (is_open_) sql_.resize(size());
-  is_open_ = false;
+  if (!std::exchange(is_open_, false)) return;
+  if (begin_ == first_.data()) {
+    sql_.assign(begin_, size());
+  } else {
+    sql_.resize(size());
+  }
 }
 
 void SQL_Writer::grow(std::size_t length) {
   close();
-  std::size_t const room = std::max(sql_.size() + length, 2 * sql_.size());
-  sql_.reserve(room);
-  open(room);
+  open(length);
 }
-
-void SQL_Writer::name(char const* name) {
-  *this << '`';
-  if (name != nullptr) *this << name;
-  *this << '`';
-}
-
-void SQL_Writer::name(std::string const& name) { *this << '`' << name << '`'; }
-
-void SQL_Writer::alias(char const* alias) {
-  if (!is_set(alias)) return;
-  *this << ' ';
-  name(alias);
-}
-
-void SQL_Writer::append_name(unsigned long long number) { (*this << ':').number(number); }
 
 void SQL_Writer::expect(std::size_t count) {
-  if (list_ == nullptr) {
-    gathered_.reserve(gathered_.size() + count);
-  } else {
-    marks_.reserve(marks_.size() + count);
-    list_->reserve(list_->size() + count);
-  }
+  constexpr std::size_t length = 6;  // of a parameter and a comma, about
+  close();
+  reserve(count * (has_marks_ ? 2 : length));
+  open(1);
+  gathered_.reserve(gathered_.size() + count);
+  if (has_marks_) marks_.reserve(marks_.size() + count);
 }
 
-void SQL_Writer::param(Binding_Value const& value) {
-  ++index_;
-  if (list_ != nullptr) {
-    if (list_->size() == list_->capacity()) list_->reserve(list_->size() + std::max<std::size_t>(8, list_->size()));
-    list_->push_back(value);
-    marks_.push_back(size());
-    *this << '?';
-  } else {
-    gathered_.push_back(&value);
-    append_name(index_);
-  }
+void SQL_Writer::append_name(unsigned long long number) {
+  name_.set(number);
+  *this << name_.get();
 }
 
 void SQL_Writer::param(Binding_Value&& value) { param(made_.emplace_front(std::move(value))); }
 
 std::size_t SQL_Writer::position() const {
   std::size_t position = size();
+  if (!has_marks_) return position;
   // Names of one digit are a character longer than marks, those of two digits one more.
   for (std::size_t smallest = 1; smallest <= marks_.size(); smallest *= 10) position += marks_.size() + 1 - smallest;
   return position;
@@ -101,8 +69,7 @@ void SQL_Writer::truncate(std::size_t position) {
 }
 
 void SQL_Writer::use_names() {
-  if (list_ == nullptr) return;
-  std::vector<Binding_Value>& list = *std::exchange(list_, nullptr);
+  if (!std::exchange(has_marks_, false)) return;
   std::string const marked(text());
   at_ = begin_;
   std::size_t position = 0;
@@ -114,41 +81,47 @@ void SQL_Writer::use_names() {
   }
   append(marked.data() + position, marked.size() - position);
   marks_.clear();
-  bind(0, number, [&](unsigned long long n) { return std::move(list[list_start_ + n - 1]); });
-  list.resize(list_start_);
 }
 
-// Binds the names of the `count` numbers behind `before`. Their order in the map is that of their texts: :1, :10, :100,
-// ..., :2.
-template <class Value_Of>
-void SQL_Writer::bind(unsigned long long before, std::size_t count, Value_Of value_of) {
-  auto place = bindings_.end();
-  auto const bind_one = [&](unsigned long long number) {
-    place = std::next(bindings_.insert_or_assign(place, std::string(Parameter_Name(number).get()), value_of(number)));
-  };
-  if (before > 8 * count) {  // in that order most of the numbers would be those of others
-    for (std::size_t i = 1; i <= count; ++i, place = bindings_.end()) bind_one(before + i);
-    return;
-  }
-  unsigned long long const last = before + count;
-  unsigned long long number = 1;
-  for (unsigned long long i = 0; i < last; ++i) {
-    if (number > before) bind_one(number);
-    if (number * 10 <= last) {
-      number *= 10;
-      continue;
-    }
-    if (number == last) number /= 10;
-    for (++number; number % 10 == 0;) number /= 10;
-  }
-}
-
+// The order of names in the map is that of their texts: :1, :10, :100, ..., :2.
 void SQL_Writer::bind_gathered() {
   if (gathered_.empty()) return;
   unsigned long long const before = index_ - gathered_.size();
-  bind(before, gathered_.size(),
-       [&](unsigned long long number) -> Binding_Value const& { return *gathered_[number - before - 1]; });
+  bool const is_first = bindings_.empty();
+  auto place = bindings_.end();
+  auto const bind = [&](Parameter_Name const& name) {
+    Binding_Value const& value = *gathered_[name.number() - before - 1];
+    if (is_first) {
+      bindings_.emplace_hint(bindings_.end(), name.get(), value);
+    } else {
+      place = std::next(bindings_.insert_or_assign(place, std::string(name.get()), value));
+    }
+  };
+  Parameter_Name name(1);
+  if (before > 8 * gathered_.size()) {  // in that order most of the numbers would be those of others
+    for (std::size_t i = 1; i <= gathered_.size(); ++i, place = bindings_.end()) {
+      name.set(before + i);
+      bind(name);
+    }
+  } else {
+    for (unsigned long long i = 1;; ++i, name.set_next_text(index_)) {
+      if (name.number() > before) bind(name);
+      if (i == index_) break;
+    }
+  }
   gathered_.clear();
+}
+
+void SQL_Writer::list_gathered(std::vector<Binding_Value>& values) {
+  std::size_t const size = values.size();
+  std::size_t const needed = size + gathered_.size();
+  if (needed > values.capacity()) values.reserve(std::max(needed, 2 * size));
+  try {
+    for (Binding_Value const* const value : gathered_) values.push_back(*value);
+  } catch (std::bad_alloc const&) {
+    values.resize(size);
+    throw;
+  }
 }
 
 void SQL_Writer::finish() {
@@ -156,8 +129,7 @@ void SQL_Writer::finish() {
   close();
 }
 
-void SQL_Writer::merge_bindings(SQL const& part) {
-  if (!part.has_bindings()) return;
+void SQL_Writer::merge_own_bindings(SQL const& part) {
   use_names();
   bind_gathered();
   part.merge_bindings(bindings_, false);
@@ -169,15 +141,9 @@ std::string const& SQL_Writer::render_apart(SQL const& part, std::string& text) 
   return part.get_sql(db_, text, bindings_, index_);
 }
 
-void SQL_Writer::part(SQL const& part) {
-  if (part.is_own_class()) {
-    part.write_sql(*this);
-    merge_bindings(part);
-  } else {
-    scratch_.clear();
-    render_apart(part, scratch_);
-    *this << scratch_;
-  }
+void SQL_Writer::part_apart(SQL const& part) {
+  scratch_.clear();
+  *this << render_apart(part, scratch_);
 }
 
 bool SQL_Writer::render_marks(SQL const& part, SQL::Database_Type db, std::string& sql,
@@ -185,37 +151,19 @@ bool SQL_Writer::render_marks(SQL const& part, SQL::Database_Type db, std::strin
   Bindings bindings;
   unsigned long long index = 0;
   SQL_Writer out(db, sql, bindings, index);
-  out.list_ = &values;
-  out.list_start_ = values.size();
-  try {
-    part.write_sql(out);
-    out.merge_bindings(part);
-    out.close();
-  } catch (...) {
-    values.resize(out.list_start_);
-    throw;
-  }
+  out.has_marks_ = true;
+  part.write_sql(out);
+  out.merge_bindings(part);
+  out.close();
   // The conversion may take a colon for a name's. It also reports an empty text, and one shorter than its bindings are
   // many.
-  bool const is_exact =
-      out.list_ != nullptr && sql.find(':') == std::string::npos && !sql.empty() && sql.size() >= index;
-  if (is_exact) return true;
-  out.open(sql.size());
+  bool const is_exact = out.has_marks_ && sql.find(':') == std::string::npos && !sql.empty() && sql.size() >= index;
+  if (is_exact) {
+    out.list_gathered(values);
+    return true;
+  }
+  out.open(1);
   out.use_names();
   out.finish();
   return Question_Mask_SQL_Converter().convert(sql, bindings, values);
-}
-
-void SQL_Writer::sub_statement(SQL const& statement) {
-  *this << '(';
-  part(statement);
-  *this << ')';
-}
-
-void SQL_Writer::value(SQL_Value const& value) {
-  if (value.sql() != nullptr) {
-    sub_statement(*value.sql());
-  } else {
-    param(value.val());
-  }
 }

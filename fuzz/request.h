@@ -50,7 +50,7 @@ template <class Request>
 Rendered check_request(Request const& request) {
   Select_SQL select("file", "f");
   SQL_Filter_Parser parser(select, allowed_keys);
-  require(parser.parse(request, 0) && parser.control(select), "parsing never fails");
+  require(parser.parse(request, SQL_Filter_Parser::afresh) && parser.control(select), "parsing never fails");
   Rendered counted, rendered;
   select.get_count_sql(SQL::DB_MYSQL, counted.first, counted.second);
   select.get_sql(SQL::DB_SQLITE, rendered.first, rendered.second);

@@ -66,7 +66,7 @@ void changes(Changes_Options const& options) {
   auto const store = open_store(options.read.store, Access::read);
   require_run(*store, options.read, options.from);
   require_run(*store, options.read, options.to);
-  Union_SQL both(1);
+  Union_SQL both(Union_SQL::all);
   Select_SQL& added = made(both.add_select_sql());
   find_added(added, store->dialect(), "'added'", options.from, options.to);
   Select_SQL& removed = made(both.add_select_sql());

@@ -99,7 +99,7 @@ Select_SQL find_files(File_Query const& query, Request const& request, Key_Outco
   Filter_SQL& filter = made(select.and_filter());
   SQL_Filter_Parser const parser = add_request(request, filter, outcomes);
   if (query.name) filter.add_substr_matching("f.name", *query.name);
-  if (query.min_size) filter.add_kv_item(Item_SQL::OP_GE, "f.size", *query.min_size, 0);
+  if (query.min_size) filter.add_kv_item(Item_SQL::OP_GE, "f.size", *query.min_size, Filter_SQL::no_flags);
   if (query.kind) filter.add_kv_eq_item("f.kind", static_cast<int>(*query.kind));
   if (query.host) filter.add_kv_eq_item("h.name", *query.host);
   select.limit(files_per_page);

@@ -27,7 +27,6 @@ namespace {
 
 using Filter = SQL_Filter_Parser::Filter;
 using Filters = SQL_Filter_Parser::Filters;
-using Controls = SQL_Filter_Parser::Controls;
 
 // Every column is qualified, for the statements join three tables.
 Filters const allowed_keys[] = {
@@ -44,26 +43,12 @@ Filters const allowed_keys[] = {
     {"host", 4, {"h.name", Filter::TYPE_TEXT, Filter::COLUMN_IS_NAME, Filter::FLAG_LOWER_CASE}},
     {nullptr, 0, {nullptr, 0, 0, 0}}};
 
-struct Control {
-  bool (*is_set)(Controls const& controls);
-  char const* wanted;
-};
-
-Key2_Value_T<Control> const known_controls[] = {
-    {"sort", 4, {[](Controls const& c) { return c.sort() != nullptr; }, "keys of a request are wanted"}},
-    {"order", 5, {[](Controls const& c) { return c.order() != nullptr; }, "a text is wanted"}},
-    {"limit", 5, {[](Controls const& c) { return c.limit() != nullptr; }, "an integer is wanted"}},
-    {"offset", 6, {[](Controls const& c) { return c.offset() != nullptr; }, "an integer is wanted"}},
-    {nullptr, 0, {nullptr, nullptr}}};
-
 // A database parses and runs only so much: SQLite takes expressions 1,000 deep, where each condition of a chain
 // may count twice, about 30 levels of parentheses, 2,000 sort keys and patterns of 50,000 bytes.
 constexpr std::size_t most_conditions = 200;
 constexpr std::size_t most_levels = 16;
 constexpr std::size_t most_sort_keys = 32;
 constexpr std::size_t longest_pattern = 4096;
-
-constexpr unsigned int accumulate = 1;
 
 constexpr char const* no_integer = "no 64-bit integer; the digits at its start count, none are 0, too many 2^63-1";
 constexpr char const* kind_numbers = "1 is a file, 2 a directory, 3 a link, 4 another";
@@ -72,7 +57,7 @@ constexpr char const* other_kind = "an element of another kind than the key's";
 constexpr char const* no_boolean = "neither 0 nor 1; anything but 0 is true";
 
 bool is_text(Value const& value) { return value.type() == json_spirit::str_type; }
-bool is_group(std::string const& key) { return key == "AND" || key == "OR"; }
+bool is_group(std::string const& key) { return Filter_SQL::type_of_name(key).has_value(); }
 
 std::vector<std::string> pieces_of(std::string const& list) {
   std::vector<std::string> pieces;
@@ -130,6 +115,14 @@ char const* wanted(Condition const& condition) {
     case Filter::TYPE_INT: return "an integer is wanted";
     case Filter::TYPE_UUID: return "a uuid is wanted";
     default: return "not usable";
+  }
+}
+
+char const* wanted(SQL_Filter_Parser::Control_Kind kind) {
+  switch (kind) {
+    case SQL_Filter_Parser::SORT_KEYS: return "keys of a request are wanted";
+    case SQL_Filter_Parser::SORT_ORDERS: return "a text is wanted";
+    default: return "an integer is wanted";
   }
 }
 
@@ -208,15 +201,12 @@ public:
   void read(Pairs const& pairs) {
     for (auto const& pair : pairs) {
       Value const value(pair.second);
-      Control const& control = Key2_Value_T<Control>::find(known_controls, pair.first.data(), pair.first.size()).value;
-      bool const is_control = control.is_set != nullptr;
-      if (!(is_control ? check_control(pair.first, value) : check_conditions(pair.first, value))) continue;
-      Log_Capture const log;
-      parser_.parse(Pairs{pair}, accumulate);
-      if (is_control) {
-        judge_control(control, pair.first, value);
-      } else if (!log.text().empty()) {
-        add(pair.first, Outcome::failed, value, log.text());
+      if (SQL_Filter_Parser::control_kind(pair.first) != SQL_Filter_Parser::NO_CONTROL) {
+        read_control(pair.first, value);
+      } else if (check_conditions(pair.first, value)) {
+        Log_Capture const log;
+        parser_.parse(Pairs{pair}, SQL_Filter_Parser::accumulate);
+        if (!log.text().empty()) add(pair.first, Outcome::failed, value, log.text());
       }
     }
   }
@@ -229,8 +219,7 @@ private:
   bool check_conditions(std::string const& key, Value const& value);
   static Key_Outcome open_group(Pair const& group, std::vector<Pair>& left);
   Key_Outcome judge(Pair const& pair);
-  bool check_control(std::string const& key, Value const& value);
-  void judge_control(Control const& control, std::string const& key, Value const& value);
+  void read_control(std::string const& key, Value const& value);
   void count(std::size_t level);
   void add(std::string const& key, Outcome outcome, Value const& value, std::string const& reason) {
     outcomes_.push_back({key, outcome, detail_of(value, reason)});
@@ -310,30 +299,24 @@ Key_Outcome Reader::judge(Pair const& pair) {
   return outcome_of(pair, Outcome::condition);
 }
 
-// A sort list without a name in it would be a sort key without a name.
-bool Reader::check_control(std::string const& key, Value const& value) {
-  if (key != "sort" || !is_text(value)) return true;
-  std::size_t const keys = pieces_of(value.get_str()).size();
-  if (keys > 0 && keys <= most_sort_keys) return true;
-  add(key, Outcome::failed, value, keys == 0 ? "no key" : "more than " + std::to_string(most_sort_keys) + " keys");
-  return false;
-}
-
-void Reader::judge_control(Control const& control, std::string const& key, Value const& value) {
-  if (!control.is_set(parser_.controls())) return add(key, Outcome::failed, value, control.wanted);
-  bool const is_number = key == "limit" || key == "offset";
+void Reader::read_control(std::string const& key, Value const& value) {
+  SQL_Filter_Parser::Control_Kind const kind = SQL_Filter_Parser::control_kind(key);
+  std::vector<std::string> const pieces = is_text(value) ? pieces_of(value.get_str()) : std::vector<std::string>();
+  if (kind == SQL_Filter_Parser::SORT_KEYS && is_text(value)) {
+    // A sort list without a name in it would be a sort key without a name.
+    if (pieces.empty()) return add(key, Outcome::failed, value, "no key");
+    std::string const too_many = "more than " + std::to_string(most_sort_keys) + " keys";
+    if (pieces.size() > most_sort_keys) return add(key, Outcome::failed, value, too_many);
+  }
+  if (!parser_.parse_control_i(key, value)) return add(key, Outcome::failed, value, wanted(kind));
+  bool const is_number = kind == SQL_Filter_Parser::ROW_NUMBER;
   if (is_number && is_text(value) && !is_integer(value.get_str())) return add(key, Outcome::loose, value, no_integer);
-  if (key == "order") {
-    for (std::string const& word : pieces_of(value.get_str())) {
-      if (word != "asc" && word != "desc") return add(key, Outcome::loose, value, "anything but 'desc' ascends");
-    }
+  bool const descends_or_ascends = std::all_of(pieces.begin(), pieces.end(),
+                                               [](std::string const& word) { return word == "asc" || word == "desc"; });
+  if (kind == SQL_Filter_Parser::SORT_ORDERS && !descends_or_ascends) {
+    return add(key, Outcome::loose, value, "anything but 'desc' ascends");
   }
   outcomes_.push_back({key, Outcome::control, ""});
-}
-
-bool is_uuid_column(std::string const& key) {
-  std::string const suffix = "_uuid";
-  return key.size() >= suffix.size() && key.compare(key.size() - suffix.size(), suffix.size(), suffix) == 0;
 }
 
 // Why an object or a text is no part of a document; null for a part.
@@ -354,7 +337,7 @@ char const* flaw(Value const& part) {
     return "IN and NI compare nothing here; EQ or NE takes a list";
   if (!is_text(*operand)) return nullptr;
   if (operand->get_str().size() > longest_pattern) return "a text of more than 4,096 bytes";
-  return is_uuid_column(*item_get_key(object)) && !is_valid_uuid(operand->get_str()) ? "no uuid" : nullptr;
+  return backup::is_uuid_key(*item_get_key(object)) && !is_valid_uuid(operand->get_str()) ? "no uuid" : nullptr;
 }
 
 // The library leaves out what is no part of a document; here that is an error, for less of a filter finds more.

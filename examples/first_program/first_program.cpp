@@ -9,7 +9,7 @@ int main() {
   files.add_key("f.path", nullptr).add_key("f.size", nullptr);
   files.left_join("host", "h", "h.id=f.host_id");
   files.and_filter()->add_kv_eq_item("h.name", "mail1");
-  files.and_filter()->add_kv_item(Item_SQL::OP_GE, "f.size", 1048576, 0);
+  files.and_filter()->add_kv_item(Item_SQL::OP_GE, "f.size", 1048576, Filter_SQL::no_flags);
   files.sort_by("f.size", true).limit(10);
 
   std::string sql;

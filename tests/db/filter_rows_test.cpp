@@ -253,13 +253,16 @@ void add_to(Filter_SQL& filter, Tree const& tree) {
     case SEARCH: filter.add_substr_matching(key, list[0].get_str()); return;
     case NL: filter.add_null_item(key); return;
     case NN: filter.add_not_null_item(key); return;
-    case IN: is_uuid ? filter.add_in_uuid_item(key, list) : filter.add_in_item(key, list, 0); return;
-    case NI: is_uuid ? filter.add_not_in_uuid_item(key, list) : filter.add_not_in_item(key, list, 0); return;
+    case IN: is_uuid ? filter.add_in_uuid_item(key, list) : filter.add_in_item(key, list, Filter_SQL::no_flags); return;
+    case NI:
+      is_uuid ? filter.add_not_in_uuid_item(key, list) : filter.add_not_in_item(key, list, Filter_SQL::no_flags);
+      return;
     default: break;
   }
   bool const reads_uuid = is_uuid && is_text(list[0]);
   if (reads_uuid) filter.add_key_uuid_item(op, key, list[0].get_str());
-  if (!reads_uuid) filter.add_kv_item(op, key, list[0], is_lowered(tree) ? 1 : 0);
+  if (!reads_uuid)
+    filter.add_kv_item(op, key, list[0], is_lowered(tree) ? Filter_SQL::lower_case : Filter_SQL::no_flags);
 }
 
 enum Form { FILTER, DOCUMENT, QUERY_STRING, OBJECT };
@@ -402,8 +405,10 @@ protected:
     switch (form) {
       case FILTER: add_to(*select.filter(), said); break;
       case DOCUMENT: EXPECT_TRUE(generate_filter_from_obj(document.get_obj(), *select.filter())); break;
-      case QUERY_STRING: parser.parse(std::map{std::pair(request_key(said), query_text(said))}, 0); break;
-      case OBJECT: parser.parse(Object{{request_key(said), object_of(said)}}, 0); break;
+      case QUERY_STRING:
+        parser.parse(std::map{std::pair(request_key(said), query_text(said))}, SQL_Filter_Parser::afresh);
+        break;
+      case OBJECT: parser.parse(Object{{request_key(said), object_of(said)}}, SQL_Filter_Parser::afresh); break;
     }
     SCOPED_TRACE(render(select));
     EXPECT_THAT(log_.take(), testing::IsEmpty());

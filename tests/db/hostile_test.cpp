@@ -62,7 +62,7 @@ void ask(Select_SQL& select, std::string const& key, T const& value) {
   SQL_Filter_Parser parser(select, keys);
   std::map<std::string, T> request;
   request[key] = value;
-  parser.parse(request, 1);
+  parser.parse(request, SQL_Filter_Parser::accumulate);
   parser.control(select);
 }
 
@@ -83,7 +83,7 @@ protected:
   template <class Fill>
   static Select_SQL filled(Fill const& fill) {
     Select_SQL select("t", nullptr);
-    select.add_key("id", nullptr).and_filter()->add_kv_item(Item_SQL::OP_GE, "id", 0, 0);
+    select.add_key("id", nullptr).and_filter()->add_kv_item(Item_SQL::OP_GE, "id", 0, Filter_SQL::no_flags);
     fill(select);
     return select;
   }
@@ -206,7 +206,7 @@ TEST_P(Hostile, texts_that_are_taken_for_others) {
   // A name in a literal brings a value too many, which only a mark that the program left without one can take.
   auto const beside_open_mark = [&](char const* element) {
     return ids([&](Select_SQL& select) {
-      select.and_filter()->add_sql("id<?", true).add_in_item("group", Array{element}, 0);
+      select.and_filter()->add_sql("id<?", true).add_in_item("group", Array{element}, Filter_SQL::no_flags);
       select.and_filter()->add_kv_ne_item("id", 9);
     });
   };

@@ -148,20 +148,24 @@ TEST_P(Store_Rows, statements_and_objects_in_conditions_choose_rows) {
   Object const document = {{"a", 1}};
   Array const documents = {document, Array{1, "x"}};
   Select_SQL parents("item");
-  parents.select("parent").and_filter()->add_kv_item(Item::OP_GT, "parent", 0, 0);
+  parents.select("parent").and_filter()->add_kv_item(Item::OP_GT, "parent", 0, Filter_SQL::no_flags);
   EXPECT_EQ(ids([&](auto& f) { f.add_kv_eq_item("note", document); }), "2");
-  EXPECT_EQ(ids([&](auto& f) { f.add_in_item("note", documents, 0); }), "2 3");
+  EXPECT_EQ(ids([&](auto& f) { f.add_in_item("note", documents, Filter_SQL::no_flags); }), "2 3");
   EXPECT_EQ(ids([](auto& f) { f.add_not_in_item("name", Object{{"O'Neil", 1}, {"axb", 2}}); }), "1 3 4 5");
-  EXPECT_EQ(ids([](auto& f) { f.add_kv_item(Item::OP_EQ, "name", Secure_String("AlphA"), 1); }), "1 5");
+  EXPECT_EQ(ids([](auto& f) { f.add_kv_item(Item::OP_EQ, "name", Secure_String("AlphA"), Filter_SQL::lower_case); }),
+            "1 5");
   EXPECT_EQ(ids([&](auto& f) { f.add_in_item("id", parents); }), "1 2");
   EXPECT_EQ(ids([&](auto& f) { f.add_not_in_item("id", parents); }), "3 4 5 6");
   EXPECT_EQ(ids([](auto& f) { f.add_key_select_sql_not_in_item("id")->from("item").select("id-1"); }), "6");
   EXPECT_EQ(ids([](auto& f) { f.add_key_sql_eq_item("size")->sql("SELECT MAX(size) FROM item", true); }), "6");
   EXPECT_EQ(ids([](auto& f) { f.add_val_sql_item(Item::OP_IN, 2)->sql("SELECT item.parent", true); }), "4 5");
   EXPECT_EQ(ids([](auto& f) {
-              f.add_kv_item(Item::OP_NE, "id", 1, 0);
+              f.add_kv_item(Item::OP_NE, "id", 1, Filter_SQL::no_flags);
               Select_SQL* const small = f.add_key_select_sql_in_item("size");
-              small->table("item", "i").select("size").and_filter()->add_kv_item(Item::OP_LT, "i.size", 40, 0);
+              small->table("item", "i")
+                  .select("size")
+                  .and_filter()
+                  ->add_kv_item(Item::OP_LT, "i.size", 40, Filter_SQL::no_flags);
               Union_SQL* const either = f.add_key_union_sql_in_item("id");
               either->add_select_sql()->select("2");
               either->add_select_sql()->table("item", nullptr).select("id").and_filter()->add_kv_eq_item("flag", true);
@@ -184,7 +188,7 @@ TEST_P(Store_Rows, selects_give_rows_and_their_number) {
   check("2 3 4 5", 4,
         [](auto& s) { s.from("item a, item b").select("a.id").where("a.parent=b.id", true).count("*").order_by("1"); });
   check(R"("key",1,null "key",3,30)", 2, [](auto& s) {  // values in every clause, in text order
-    s.sql_table("i")->table("item", nullptr).and_filter()->add_kv_item(Item_SQL::OP_LT, "id", 5, 0);
+    s.sql_table("i")->table("item", nullptr).and_filter()->add_kv_item(Item_SQL::OP_LT, "id", 5, Filter_SQL::no_flags);
     s.add_sql_key("k")->select(":k").bind(":k", "key");
     s.add_key("i.id", nullptr).add_key("j.size", "n").count("*").order_by("i.id");
     s.sql_left_join("j", "j.id=i.id")->table("item", nullptr).and_filter()->add_kv_eq_item("size", 30);
@@ -232,18 +236,21 @@ TEST_P(Store_Rows, inserts_deletes_and_unions) {
   EXPECT_EQ(run(again.or_expr(Insert_SQL::OR_REPLACE)), differs::counts_replaced_rows(db_) ? 3U : 2U);
   Insert_SQL copy("v");
   Select_SQL* const names = copy.value_key("a").value_key("b").values_sql();
-  names->table("item", nullptr).select("id+10,name").and_filter()->add_kv_item(Item_SQL::OP_LE, "id", 2, 0);
+  names->table("item", nullptr)
+      .select("id+10,name")
+      .and_filter()
+      ->add_kv_item(Item_SQL::OP_LE, "id", 2, Filter_SQL::no_flags);
   EXPECT_EQ(run(copy), 2U);
   EXPECT_EQ(rows(Select_SQL("v").order_by("a")), R"(null,"x" 1,"new" 2,null 3,null 5,"0.5" 11,"alpha" 12,"O'Neil")");
   Delete_SQL small("v");
-  small.or_filter()->add_kv_item(Item_SQL::OP_LT, "a", 11, 0);
+  small.or_filter()->add_kv_item(Item_SQL::OP_LT, "a", 11, Filter_SQL::no_flags);
   small.or_filter()->add_null_item("a");
   EXPECT_EQ(run(small), 5U);
-  for (unsigned int const all : {0U, 1U}) {
-    Union_SQL both(all);
+  for (unsigned int const flags : {Union_SQL::distinct, Union_SQL::all}) {
+    Union_SQL both(flags);
     both.add_select_sql()->table("v", nullptr).add_key("a", nullptr);
     both.add_select_sql()->table("v", nullptr).add_key("a", nullptr).and_filter()->add_kv_eq_item("b", "alpha");
-    EXPECT_EQ(rows(both), all != 0 ? "11 12 11" : "11 12");
+    EXPECT_EQ(rows(both), flags == Union_SQL::all ? "11 12 11" : "11 12");
   }
   EXPECT_EQ(run(Delete_SQL("v")), 2U);
 }

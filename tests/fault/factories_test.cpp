@@ -21,7 +21,7 @@ struct Statements {
   Filter_SQL& filter = *select.or_filter();
   Insert_SQL insert{"t"};
   Update_SQL update{"t"};
-  Union_SQL both{0};
+  Union_SQL both{Union_SQL::distinct};
 
   std::string rendered() const { return render(select) + render(insert) + render(update) + render(both); }
 };
@@ -51,7 +51,8 @@ Factory const factories[] = {
     {"add_substr_matching", "", [](Statements& s) { return added(s.filter.add_substr_matching(key, key)); }},
     {"add_null_item", failed("null item"), [](Statements& s) { return s.filter.add_null_item(key); }},
     {"add_not_null_item", failed("not null item"), [](Statements& s) { return s.filter.add_not_null_item(key); }},
-    {"add_in_item", failed("in item"), [](Statements& s) { return s.filter.add_in_item(key, values, 0); }},
+    {"add_in_item", failed("in item"),
+     [](Statements& s) { return s.filter.add_in_item(key, values, Filter_SQL::no_flags); }},
     {"add_not_in_item", failed("not in item"), [](Statements& s) { return s.filter.add_not_in_item(key, object); }},
     {"add_kv_item", failed("item"), [](Statements& s) { return s.filter.add_kv_eq_item(key, value); }},
     {"add_key_uuid_item", failed("uuid item"), [](Statements& s) { return s.filter.add_key_uuid_eq_item(key, key); }},

@@ -33,7 +33,7 @@ struct Held {
   Select_SQL select{"t", nullptr};
   Insert_SQL insert{"t"};
   Update_SQL update{"t"};
-  Union_SQL both{1};
+  Union_SQL both{Union_SQL::all};
   And_Filter_SQL filter;
   SQL_Filter_Parser parser{select, filters};
   Value json;
@@ -95,8 +95,8 @@ std::pair<char const*, void (*)(Held&)> const scenarios[] = {
      }},
     {"parse and convert a request",
      [](Held& held) {
-       held.parser.parse(request, 0);
-       held.parser.parse(held.parser.convert_qs_to_params(request), 1);
+       held.parser.parse(request, SQL_Filter_Parser::afresh);
+       held.parser.parse(held.parser.convert_qs_to_params(request), SQL_Filter_Parser::accumulate);
        held.parser.control(held.select);
        render_positional(held.select);
      }},

@@ -188,7 +188,7 @@ TEST(Secrets, leave_no_copy_in_memory) {
          render_all(insert);
          Update_SQL update("t");
          update.set("a", secret).set("a", 1).set("b", row, "f").set_uuid("c", secret);
-         update.or_filter()->add_kv_item(Item_SQL::OP_GT, "a", secret, 0);
+         update.or_filter()->add_kv_item(Item_SQL::OP_GT, "a", secret, Filter_SQL::no_flags);
          render_all(update);
        }},
       {"a store that compares with it",

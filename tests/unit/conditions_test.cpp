@@ -49,19 +49,19 @@ TEST(Filter_SQL, each_adder_writes_its_condition) {
   json_spirit::Object const names{{"k2", 1}, {"k1", 2}};
   std::pair<char const*, std::function<void(Filter_SQL&)>> const cases[] = {
       {"(`t`.`a`!=:1) {:1=\"x\"}", [](Filter_SQL& f) { f.add_kv_ne_item("t.a", "x"); }},
-      {"(`a` IN :1) {:1=1}", [](Filter_SQL& f) { f.add_kv_item(Item_SQL::OP_IN, "a", 1, 0); }},
-      {"(`n`=`n`-:1) {:1=3}", [](Filter_SQL& f) { f.add_kv_item(Item_SQL::OP_DEC, "n", 3, 0); }},
-      {"(LOWER(`n`)=`n`-:1) {:1=\"a\"}", [](Filter_SQL& f) { f.add_kv_item(Item_SQL::OP_DEC, "n", "A", 1); }},
-      {"(LOWER(`n`) LIKE :1) {:1=\"ab%\"}", [](Filter_SQL& f) { f.add_kv_item(Item_SQL::OP_LK, "n", "aB%", 1); }},
+      {"(`a` IN :1) {:1=1}", [](Filter_SQL& f) { f.add_kv_item(Item_SQL::OP_IN, "a", 1, Filter_SQL::no_flags); }},
+      {"(`n`=`n`-:1) {:1=3}", [](Filter_SQL& f) { f.add_kv_item(Item_SQL::OP_DEC, "n", 3, Filter_SQL::no_flags); }},
+      {"(LOWER(`n`)=`n`-:1) {:1=\"a\"}", [](Filter_SQL& f) { f.add_kv_item(Item_SQL::OP_DEC, "n", "A", Filter_SQL::lower_case); }},
+      {"(LOWER(`n`) LIKE :1) {:1=\"ab%\"}", [](Filter_SQL& f) { f.add_kv_item(Item_SQL::OP_LK, "n", "aB%", Filter_SQL::lower_case); }},
       {"(LOWER(`n`)=:1) {:1=\"ab\"}",
        [](Filter_SQL& f) { f.add_kv_item(Item_SQL::OP_EQ, "n", Secure_String("AB"), 3); }},
-      {"(`n`=:1) {:1=5}", [](Filter_SQL& f) { f.add_kv_item(Item_SQL::OP_EQ, "n", 5, 1); }},
+      {"(`n`=:1) {:1=5}", [](Filter_SQL& f) { f.add_kv_item(Item_SQL::OP_EQ, "n", 5, Filter_SQL::lower_case); }},
       {"(`n`=:1) {:1=\"AB\"}", [](Filter_SQL& f) { f.add_kv_item(Item_SQL::OP_EQ, "n", "AB", 2); }},
       {"(`a`=:1) {:1=\"new\"}", [](Filter_SQL& f) { f.add_kv_eq_item("a", 1)->value("new"); }},
       {"(`a` IN (1,-2,18446744073709551615,0.5,1,0,NULL,'it''s','[1]'))",
-       [&](Filter_SQL& f) { f.add_in_item("a", mixed, 1); }},
-      {"(0)", [](Filter_SQL& f) { f.add_in_item("a", Values(), 0); }},
-      {"(1)", [](Filter_SQL& f) { f.add_not_in_item("a", Values(), 0); }},
+       [&](Filter_SQL& f) { f.add_in_item("a", mixed, Filter_SQL::lower_case); }},
+      {"(0)", [](Filter_SQL& f) { f.add_in_item("a", Values(), Filter_SQL::no_flags); }},
+      {"(1)", [](Filter_SQL& f) { f.add_not_in_item("a", Values(), Filter_SQL::no_flags); }},
       {"(`a` NOT IN ('k1','k2'))", [&](Filter_SQL& f) { f.add_not_in_item("a", names); }},
       {"(`u` IN (x'0a1b',5))", [&](Filter_SQL& f) { f.add_in_uuid_item("u", uuids); }},
       {"(`a` IN (DELETE FROM `s` WHERE (`x`=:1))) {:1=9}", [&](Filter_SQL& f) { f.add_in_item("a", sub); }},
@@ -98,7 +98,7 @@ TEST(Filter_SQL, numbers_follow_text_order_through_nested_statements) {
   filter.add_kv_eq_item("a", 1);
   Filter_SQL* const either = filter.add_or_filter();
   either->add_null_item("b");
-  either->add_in_item("c", Values{1, 2}, 0);
+  either->add_in_item("c", Values{1, 2}, Filter_SQL::no_flags);
   either->add_and_filter();
   either->add_or_filter()->bind(":own", "nested");
   ACE_Intrusive_Auto_Ptr<SQL> const inner(new Val_SQL_Item_SQL(SQL::TYPE_SELECT, Item_SQL::OP_LT, "last", true));
@@ -114,7 +114,7 @@ TEST(Filter_SQL, numbers_follow_text_order_through_nested_statements) {
 TEST(Filter_SQL, an_operator_without_text_renders_empty_and_is_reported) {
   Log_Capture log;
   And_Filter_SQL filter;
-  filter.add_kv_item(Item_SQL::OP_NL, "a", 1, 1);
+  filter.add_kv_item(Item_SQL::OP_NL, "a", 1, Filter_SQL::lower_case);
   filter.add_key_sql_item(Item_SQL::OP_NONE, "a");
   filter.add_val_sql_item(Item_SQL::OP_NN, "bound before the operator fails");
   filter.add_kv_eq_item("b", 2);
@@ -131,7 +131,7 @@ TEST(Filter_SQL, an_operator_without_text_renders_empty_and_is_reported) {
 TEST(In_Item_SQL, a_secret_in_a_list_is_refused_with_a_report_each_time) {
   Log_Capture log;
   And_Filter_SQL filter;
-  filter.add_in_item("a", Values{Secure_String("s"), "x", Secure_String("t"), 2}, 0);
+  filter.add_in_item("a", Values{Secure_String("s"), "x", Secure_String("t"), 2}, Filter_SQL::no_flags);
   EXPECT_EQ(render(filter), "(`a` IN (,'x','x',2))");
   std::string const report = "CRITICAL item_sql 0: String template not support secure string.\n";
   EXPECT_EQ(log.take(), (Lines{report, report}));

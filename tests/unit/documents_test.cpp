@@ -45,7 +45,7 @@ template <class Request>
 Select_SQL files_asked_for(Request const& request) {
   Select_SQL files("file", "f");
   SQL_Filter_Parser parser(files, filters);
-  parser.parse(request, 0);
+  parser.parse(request, SQL_Filter_Parser::afresh);
   parser.control(files);
   return files;
 }
@@ -80,13 +80,15 @@ Sample const samples[] = {
     SAMPLE(Select_SQL files = files_asked_for(pairs_of("limit=1000000"));
            if (files.limit() < 0 || files.limit() > 1000) files.limit(1000); shown.push_back(render(files));),
     SAMPLE(Select_SQL files("file", nullptr); SQL_Filter_Parser parser(files, filters);
-           parser.parse(pairs_of("size=1&limit=5"), 0); parser.parse(pairs_of("kind=log&offset=7"), 1);
-           parser.control(files); shown.push_back(render(files));),
+           parser.parse(pairs_of("size=1&limit=5"), SQL_Filter_Parser::afresh);
+           parser.parse(pairs_of("kind=log&offset=7"), SQL_Filter_Parser::accumulate); parser.control(files);
+           shown.push_back(render(files));),
     SAMPLE(Select_SQL files("file", nullptr); files.and_filter()->add_kv_eq_item("customer", 7);
            SQL_Filter_Parser parser(files.and_filter()->add_and_filter(), filters);
-           parser.parse(pairs_of("OR=size%3D1%26kind%3Dlog"), 0); shown.push_back(render(files));),
+           parser.parse(pairs_of("OR=size%3D1%26kind%3Dlog"), SQL_Filter_Parser::afresh);
+           shown.push_back(render(files));),
     SAMPLE(Update_SQL update("file"); update.set("deleted", true); SQL_Filter_Parser parser(update, filters);
-           parser.parse(pairs_of("kind=log"), 0); shown.push_back(render(update));),
+           parser.parse(pairs_of("kind=log"), SQL_Filter_Parser::afresh); shown.push_back(render(update));),
     SAMPLE(filter.add_and_filter()->add_substr_matching("name", "report");
            filter.add_and_filter()->add_substr_matching("path", "home");),
     SAMPLE(json_spirit::read_string_or_throw(R"({"op":"LT","k":"size","v":10})", text);

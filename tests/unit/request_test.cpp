@@ -20,10 +20,16 @@ using Params = std::map<std::string, std::string>;
 using json_spirit::Object;
 using json_spirit::Value;
 
-SQL_Filter_Parser::Filters const filters[] = {{"name", 4, {"f", 3, 2, 2}},          {"size", 4, {"file_size", 2, 1, 0}},
-                                              {"host_uuid", 9, {nullptr, 4, 0, 0}}, {"deleted", 7, {nullptr, 1, 0, 0}},
-                                              {"any", 3, {nullptr, 9, 0, 0}},       {"lost", 4, {"x", 3, 7, 0}},
-                                              {"limit", 5, {nullptr, 2, 0, 0}},     {nullptr, 0, {nullptr, 0, 0, 0}}};
+using Key = SQL_Filter_Parser::Filter;
+SQL_Filter_Parser::Filters const filters[] = {
+    {"name", 4, {"f", Key::TYPE_TEXT, Key::COLUMN_IS_NAME_DOT_KEY, Key::FLAG_LOWER_CASE}},
+    {"size", 4, {"file_size", Key::TYPE_INT, Key::COLUMN_IS_NAME, 0}},
+    {"host_uuid", 9, {nullptr, Key::TYPE_UUID, Key::COLUMN_IS_KEY, 0}},
+    {"deleted", 7, {nullptr, Key::TYPE_BOOL, Key::COLUMN_IS_KEY, 0}},
+    {"any", 3, {nullptr, 9, Key::COLUMN_IS_KEY, 0}},
+    {"lost", 4, {"x", Key::TYPE_TEXT, 7, 0}},
+    {"limit", 5, {nullptr, Key::TYPE_INT, Key::COLUMN_IS_KEY, 0}},
+    {nullptr, 0, {nullptr, 0, 0, 0}}};
 
 Object object_of(std::string const& json) {
   Value value;
@@ -43,7 +49,7 @@ template <class Parameters>
 std::string parsed(Parameters const& params) {
   Select_SQL select;
   SQL_Filter_Parser parser(select, filters);
-  EXPECT_TRUE(parser.parse(params, 0));
+  EXPECT_TRUE(parser.parse(params, SQL_Filter_Parser::afresh));
   EXPECT_TRUE(parser.control(select));
   return render(select).substr(std::string("SELECT *").size());
 }
@@ -149,19 +155,19 @@ TEST(SQL_Filter_Parser, a_converted_request_means_the_same) {
 TEST(SQL_Filter_Parser, parses_start_afresh_or_add) {
   And_Filter_SQL filter;
   SQL_Filter_Parser parser(&filter, filters);
-  parser.parse(Params{{"size", "1"}, {"limit", "5"}}, 0);
-  parser.parse(Params{{"size", "1"}}, 1);
+  parser.parse(Params{{"size", "1"}, {"limit", "5"}}, SQL_Filter_Parser::afresh);
+  parser.parse(Params{{"size", "1"}}, SQL_Filter_Parser::accumulate);
   EXPECT_EQ(render(filter), "(`file_size`=:1) AND (`file_size`=:2) {:1=1 :2=1}");
   parser.parse(Params{}, 2);
   EXPECT_EQ(render(filter), "1");
   EXPECT_EQ(parser.controls().limit(), nullptr);
   SQL_Filter_Parser without_table(&filter, nullptr);
-  without_table.parse(Params{{"size", "1"}, {"sort", "size"}}, 0);
+  without_table.parse(Params{{"size", "1"}, {"sort", "size"}}, SQL_Filter_Parser::afresh);
   EXPECT_EQ(render(filter), "1");
   EXPECT_EQ(without_table.controls().sort(), nullptr);
   EXPECT_EQ(without_table.convert_qs_to_params({{"IN_size", "1,2"}, {"limit", "7"}}).at("IN_size"), Value("1,2"));
   SQL_Filter_Parser nothing;
-  nothing.parse(object_of(R"({"size":1,"AND":{}})"), 0);
+  nothing.parse(object_of(R"({"size":1,"AND":{}})"), SQL_Filter_Parser::afresh);
   EXPECT_TRUE(nothing.parse_filter_i("size", Value("1"), &filter));
   EXPECT_FALSE(nothing.parse_filter_i("AND", Value("1"), nullptr));
   EXPECT_EQ(render(filter), "1");

@@ -32,7 +32,7 @@ void expect_texts(Case const (&cases)[count], std::string (*rendered)(SQL const&
 TEST(Select_SQL, each_clause_is_written_as_set) {
   static SQL const raw_having("SUM(x)>:h", SQL::TYPE_RAW, true);
   static SQL const empty_having(nullptr, SQL::TYPE_RAW, true);
-  static Union_SQL const empty_union(0);
+  static Union_SQL const empty_union(Union_SQL::distinct);
   Case const cases[] = {
       {"SELECT * FROM `t` `x`,`u`", [](Select_SQL& s) { s.table("t", "x").table("u", ""); }},
       {"SELECT * FROM  `x`", [](Select_SQL& s) { s.table(nullptr, "x"); }},

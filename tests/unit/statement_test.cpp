@@ -153,16 +153,17 @@ TEST(SQL, numbering_goes_on_where_the_caller_is) {
 // Marks are written at once where that is exact, and come from names elsewhere: the same either way.
 TEST(SQL, marks_are_those_that_names_are_converted_to) {
   Own_SQL const own;
-  Union_SQL appending(0);
+  Union_SQL appending(Union_SQL::distinct);
   appending.add_select_sql()->table("u", nullptr);
   std::pair<char const*, std::function<void(Select_SQL&)>> const cases[] = {
       {"plain", [](Select_SQL&) {}},
       {"a colon in a literal",
        [](Select_SQL& s) {
-         s.and_filter()->add_in_item("l", {":1", ":x"}, 0);
+         s.and_filter()->add_in_item("l", {":1", ":x"}, Filter_SQL::no_flags);
        }},
       {"a colon at the end", [](Select_SQL& s) { s.order_by("a:"); }},
-      {"a question mark in a literal", [](Select_SQL& s) { s.and_filter()->add_in_item("l", {"?:"}, 0); }},
+      {"a question mark in a literal",
+       [](Select_SQL& s) { s.and_filter()->add_in_item("l", {"?:"}, Filter_SQL::no_flags); }},
       {"a name bound by hand", [](Select_SQL& s) { s.and_filter()->add_sql("y=:y", true).bind(":y", 7); }},
       {"a number bound by hand", [](Select_SQL& s) { s.bind(":1", 7).bind(":z", 8); }},
       {"a substring", [](Select_SQL& s) { s.and_filter()->add_substr_matching("n", "x"); }},
@@ -173,12 +174,14 @@ TEST(SQL, marks_are_those_that_names_are_converted_to) {
        [](Select_SQL& s) { s.and_filter()->add_sql_val_item(Item_SQL::OP_DEC, 5)->sql("n", true); }},
       {"an operator without text, behind its value",
        [](Select_SQL& s) { s.and_filter()->add_val_sql_item(Item_SQL::OP_NL, 5)->sql("n", true); }},
-      {"an item without text", [](Select_SQL& s) { s.and_filter()->add_kv_item(Item_SQL::OP_NONE, "n", 5, 0); }},
+      {"an item without text",
+       [](Select_SQL& s) { s.and_filter()->add_kv_item(Item_SQL::OP_NONE, "n", 5, Filter_SQL::no_flags); }},
   };
   for (auto const& [name, change] : cases) {
     SCOPED_TRACE(name);
     Select_SQL select("t", nullptr);
-    for (int i = 0; i < 12; ++i) select.and_filter()->add_kv_item(Item_SQL::OP_LK, "k", std::to_string(i), 1);
+    for (int i = 0; i < 12; ++i)
+      select.and_filter()->add_kv_item(Item_SQL::OP_LK, "k", std::to_string(i), Filter_SQL::lower_case);
     change(select);
     select.and_filter()->add_or_filter()->add_kv_eq_item("last", 1);
     Log_Capture log;

@@ -63,6 +63,13 @@ Filter_SQL& Filter_SQL::operator=(Filter_SQL const& other) {
 
 Filter_SQL::Filter_Type Filter_SQL::filter_type() const { return filter_type_; }
 
+std::optional<Filter_SQL::Filter_Type> Filter_SQL::type_of_name(std::string_view name) {
+  for (Filter_Type const type : {FILTER_AND, FILTER_OR}) {
+    if (name == type_names[type]) return type;
+  }
+  return std::nullopt;
+}
+
 void Filter_SQL::get_sql_i(Database_Type db, std::string& sql, Bindings& bindings, unsigned long long& index) const {
   SQL_Writer::render(*this, db, sql, bindings, index);
 }
@@ -184,6 +191,11 @@ SQL* Filter_SQL::add_holder(Arguments const&... arguments) {
 And_Filter_SQL* Filter_SQL::add_and_filter() { return add<And_Filter_SQL>(); }
 Or_Filter_SQL* Filter_SQL::add_or_filter() { return add<Or_Filter_SQL>(); }
 
+Filter_SQL* Filter_SQL::add_filter(Filter_Type type) {
+  if (type == FILTER_AND) return add_and_filter();
+  return add_or_filter();
+}
+
 Binary_Item_SQL* Filter_SQL::add_item(Item_SQL::Item_Op op, char const* left, char const* right) {
   if (!sql_log::check_argument({source_file}, left, "left")) return nullptr;
   if (!sql_log::check_argument({source_file}, right, "right")) return nullptr;
@@ -235,11 +247,11 @@ In_Item_SQL* Filter_SQL::add_not_in_item(std::string const& key, json_spirit::Ob
 }
 
 In_Item_SQL* Filter_SQL::add_in_uuid_item(std::string const& key, std::vector<json_spirit::Value> const& values) {
-  return add_in_item_i(key, values, true, true, 0U);
+  return add_in_item_i(key, values, true, true, no_flags);
 }
 
 In_Item_SQL* Filter_SQL::add_not_in_uuid_item(std::string const& key, std::vector<json_spirit::Value> const& values) {
-  return add_in_item_i(key, values, false, true, 0U);
+  return add_in_item_i(key, values, false, true, no_flags);
 }
 
 In_Item_SQL* Filter_SQL::add_in_item(std::string const& key, SQL const& sub) { return add_in_item_i(key, sub, true); }
@@ -269,7 +281,7 @@ KV_Item_SQL* Filter_SQL::add_kv_item_i(Item_SQL::Item_Op op, std::string const& 
 }
 
 KV_Item_SQL* Filter_SQL::add_kv_eq_item(std::string const& key, Binding_Value const& value) {
-  return add_kv_item(Item_SQL::OP_EQ, key, value, 0);
+  return add_kv_item(Item_SQL::OP_EQ, key, value, no_flags);
 }
 
 KV_Item_SQL* Filter_SQL::add_kv_eq_item(std::string const& key, Binding_Value&& value) {
@@ -277,7 +289,7 @@ KV_Item_SQL* Filter_SQL::add_kv_eq_item(std::string const& key, Binding_Value&& 
 }
 
 KV_Item_SQL* Filter_SQL::add_kv_ne_item(std::string const& key, Binding_Value const& value) {
-  return add_kv_item(Item_SQL::OP_NE, key, value, 0);
+  return add_kv_item(Item_SQL::OP_NE, key, value, no_flags);
 }
 
 KV_Item_SQL* Filter_SQL::add_kv_ne_item(std::string const& key, Binding_Value&& value) {
@@ -302,11 +314,11 @@ Key_UUID_Item_SQL* Filter_SQL::add_key_uuid_ne_item(std::string const& key, std:
 }
 
 KV_Item_SQL* Filter_SQL::add_key_int_item(Item_SQL::Item_Op op, std::string const& key, std::string const& text) {
-  return add_kv_item(op, key, static_cast<long long>(ACE_OS::strtoll(text.c_str(), nullptr, 10)), 0);
+  return add_kv_item(op, key, static_cast<long long>(ACE_OS::strtoll(text.c_str(), nullptr, 10)), no_flags);
 }
 
 KV_Item_SQL* Filter_SQL::add_key_bool_item(Item_SQL::Item_Op op, std::string const& key, std::string const& text) {
-  return add_kv_item(op, key, text != "0", 0);
+  return add_kv_item(op, key, text != "0", no_flags);
 }
 
 SQL* Filter_SQL::add_key_sql_item(Item_SQL::Item_Op op, std::string const& key) {

@@ -1,7 +1,9 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "backup/utils/sql/binding_value.h"
@@ -29,6 +31,11 @@ class Union_SQL;
 class BACKUP_SQL_API Filter_SQL : public SQL {
 public:
   enum Filter_Type : std::uint32_t { FILTER_AND = 0, FILTER_OR = 1 };
+  /// What requests and documents call the types, by number.
+  static constexpr char const* type_names[] = {"AND", "OR"};
+
+  /// For `add_kv_item`, `add_in_item` and `add_not_in_item`.
+  enum Flags : std::uint32_t { no_flags = Key_Item_SQL::no_flags, lower_case = Key_Item_SQL::lower_case };
 
   explicit Filter_SQL(Filter_Type type);
   /// Shares the other's entries.
@@ -43,9 +50,13 @@ public:
   Filter_SQL& operator=(Filter_SQL const& other);
 
   Filter_Type filter_type() const;
+  /// The type of exactly this name; none for any other text.
+  static std::optional<Filter_Type> type_of_name(std::string_view name);
 
   And_Filter_SQL* add_and_filter();
   Or_Filter_SQL* add_or_filter();
+  /// One of the two.
+  Filter_SQL* add_filter(Filter_Type type);
 
   /// Two texts that must outlive the filter; renders as "()". Null, reported, when either is null or empty.
   Binary_Item_SQL* add_item(Item_SQL::Item_Op op, char const* left, char const* right);
@@ -72,7 +83,7 @@ public:
   In_Item_SQL* add_in_item(std::string const& key, SQL const&& sub) = delete;
   In_Item_SQL* add_not_in_item(std::string const& key, SQL const&& sub) = delete;
 
-  /// Bit 0 of `flags` compares a text in lower case.
+  /// `lower_case` compares a text in lower case.
   KV_Item_SQL* add_kv_item(Item_SQL::Item_Op op, std::string const& key, Binding_Value const& value,
                            unsigned int flags);
   KV_Item_SQL* add_kv_item(Item_SQL::Item_Op op, std::string const& key, Binding_Value&& value, unsigned int flags);

@@ -21,7 +21,6 @@
 namespace {
 
 constexpr char const* source_file = "src/backup/utils/sql/item_sql";
-constexpr unsigned int lower_flag = 1;
 
 Key2_Value_T<Item_SQL::Item_Op> const op_names[] = {
     {"EQ", 2, Item_SQL::OP_EQ},     {"NE", 2, Item_SQL::OP_NE}, {"LT", 2, Item_SQL::OP_LT}, {"LE", 2, Item_SQL::OP_LE},
@@ -89,7 +88,7 @@ ACE_Intrusive_Auto_Ptr<SQL> new_sub_statement(SQL::Type type) {
       case SQL::TYPE_UPDATE: return new_sql<Update_SQL>(owner, nullptr);
       case SQL::TYPE_DELETE: return new_sql<Delete_SQL>(owner, nullptr);
       case SQL::TYPE_FILTER: return new_sql<And_Filter_SQL>(owner);
-      case SQL::TYPE_UNION: return new_sql<Union_SQL>(owner, 0U);
+      case SQL::TYPE_UNION: return new_sql<Union_SQL>(owner, Union_SQL::distinct);
       default: return new_sql<SQL>(owner, nullptr, type, true);
     }
   });
@@ -183,7 +182,7 @@ std::string Key_Item_SQL::quote_key(std::string const& key) {
 }
 
 Null_Item_SQL::Null_Item_SQL(std::string const& key, bool is_null)
-    : Key_Item_SQL(ITEM_NULL, is_null ? OP_NL : OP_NN, key, 0) {}
+    : Key_Item_SQL(ITEM_NULL, is_null ? OP_NL : OP_NN, key, no_flags) {}
 
 void Null_Item_SQL::get_sql_i(Database_Type db, std::string& sql, Bindings& bindings, unsigned long long& index) const {
   SQL_Writer::render(*this, db, sql, bindings, index);
@@ -204,13 +203,13 @@ In_Item_SQL::In_Item_SQL(std::string const& key, std::vector<json_spirit::Value>
     : Key_Item_SQL(ITEM_IN, in ? OP_IN : OP_NI, key, flags), values_(values), sub_statement_(nullptr), hex_(hex) {}
 
 In_Item_SQL::In_Item_SQL(std::string const& key, json_spirit::Object const& values, bool in, bool hex)
-    : Key_Item_SQL(ITEM_IN, in ? OP_IN : OP_NI, key, 0),
+    : Key_Item_SQL(ITEM_IN, in ? OP_IN : OP_NI, key, no_flags),
       values_(member_names(values)),
       sub_statement_(nullptr),
       hex_(hex) {}
 
 In_Item_SQL::In_Item_SQL(std::string const& key, SQL const& sub, bool in)
-    : Key_Item_SQL(ITEM_IN, in ? OP_IN : OP_NI, key, 0), sub_statement_(&sub), hex_(false) {}
+    : Key_Item_SQL(ITEM_IN, in ? OP_IN : OP_NI, key, no_flags), sub_statement_(&sub), hex_(false) {}
 
 void In_Item_SQL::get_sql_i(Database_Type db, std::string& sql, Bindings& bindings, unsigned long long& index) const {
   SQL_Writer::render(*this, db, sql, bindings, index);
@@ -269,7 +268,7 @@ bool KV_Item_SQL::is_own_class() const { return is_exactly<KV_Item_SQL>(*this); 
 
 // [LOWER(]`key`[)]<operator>:n
 void KV_Item_SQL::write_sql(SQL_Writer& out) const {
-  bool const lower = (flags() & lower_flag) != 0 &&
+  bool const lower = (flags() & lower_case) != 0 &&
                      (value_.type() == Binding_Value::str_type || value_.type() == Binding_Value::secure_str_type);
   if (!write_key_and_operator(out, op(), key(), lower)) return;
   if (lower) {
@@ -283,12 +282,12 @@ Binding_Value const& KV_Item_SQL::value() const { return value_; }
 void KV_Item_SQL::value(Binding_Value const& value) { value_ = value; }
 
 Key_UUID_Item_SQL::Key_UUID_Item_SQL(Item_Op op, std::string const& key, std::string const& uuid)
-    : KV_Item_SQL(op, key, Binding_Value(uuid_string_to_binary(uuid)), 0) {}
+    : KV_Item_SQL(op, key, Binding_Value(uuid_string_to_binary(uuid)), no_flags) {}
 
 bool Key_UUID_Item_SQL::is_own_class() const { return is_exactly<Key_UUID_Item_SQL>(*this); }
 
 Key_SQL_Item_SQL::Key_SQL_Item_SQL(SQL::Type type, Item_Op op, std::string const& key)
-    : Key_Item_SQL(ITEM_KEY_SQL, op, key, 0), sql_(new_sub_statement(type)) {}
+    : Key_Item_SQL(ITEM_KEY_SQL, op, key, no_flags), sql_(new_sub_statement(type)) {}
 
 void Key_SQL_Item_SQL::get_sql_i(Database_Type db, std::string& sql, Bindings& bindings,
                                  unsigned long long& index) const {

@@ -67,7 +67,9 @@ BACKUP_SQL_API char const* op_to_sql(Item_SQL::Item_Op op);
 /// Base of the conditions on a column.
 class BACKUP_SQL_API Key_Item_SQL : public Item_SQL {
 public:
-  /// Bit 0 of `flags` asks for a comparison in lower case; only `KV_Item_SQL` with a text value heeds it.
+  /// `lower_case` asks for a comparison in lower case; only `KV_Item_SQL` with a text value heeds it.
+  enum Flags : std::uint32_t { no_flags = 0, lower_case = 1 };
+
   Key_Item_SQL(Item_Type type, Item_Op op, std::string const& key, unsigned int flags);
 
   /// Quoted.
@@ -140,8 +142,8 @@ private:
 
 /// A column compared with a bound value: "`key`=:1".
 ///
-/// With bit 0 of the flags and a text value, "LOWER(`key`)=:1" bound to the text in lower case (the global locale's),
-/// as plain text even when it was secret.
+/// With the flag `lower_case` and a text value, "LOWER(`key`)=:1" bound to the text in lower case (the global
+/// locale's), as plain text even when it was secret.
 class BACKUP_SQL_API KV_Item_SQL : public Key_Item_SQL {
 public:
   KV_Item_SQL(Item_Op op, std::string const& key, Binding_Value const& value, unsigned int flags);

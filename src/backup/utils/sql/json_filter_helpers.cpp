@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <optional>
 #include <string_view>
 #include <utility>
 
@@ -17,6 +18,7 @@ using json_spirit::Value;
 namespace {
 
 constexpr char const* source_file = "src/backup/utils/sql/json_filter_helpers";
+constexpr char const* and_name = Filter_SQL::type_names[Filter_SQL::FILTER_AND];
 
 bool check(char const* text, char const* name, int line = __builtin_LINE()) {
   return sql_log::check_argument({source_file, line}, text, name);
@@ -133,24 +135,18 @@ bool generate_filter_of_members(Object& filter, char const* filter_op, char cons
   }
 }
 
-bool is_uuid_key(std::string const& key) {
-  static std::string const suffix = "_uuid";
-  if (key == "uuid" || key == "uid" || key == "incarnation") return true;
-  return key.size() >= suffix.size() && key.compare(key.size() - suffix.size(), suffix.size(), suffix) == 0;
-}
-
 // An item of a document as a condition; one without a key is left out.
 void add_condition(Filter_SQL& filter, Object const& item, std::string const& op_name, Value const& operand) {
   std::string const* const key = item_get_key(item);
   if (key == nullptr) return;
   Item_SQL::Item_Op const op = Item_SQL::op_name_to_value(op_name.c_str(), op_name.size());
-  bool const is_uuid = is_uuid_key(*key);
+  bool const is_uuid = backup::is_uuid_key(*key);
   if (operand.type() == json_spirit::array_type) {
-    add_set_condition(filter, *key, operand.get_array(), op_name == "EQ", is_uuid);
+    backup::add_set_condition(filter, *key, operand.get_array(), op_name == "EQ", is_uuid);
   } else if (is_uuid && operand.type() == json_spirit::str_type) {
     filter.add_key_uuid_item(op, *key, operand.get_str());
   } else {
-    filter.add_kv_item(op, *key, operand, 0);
+    filter.add_kv_item(op, *key, operand, Filter_SQL::no_flags);
   }
 }
 
@@ -166,8 +162,8 @@ bool convert_object(Object const& object, Filter_SQL& filter, backup::Block_Stac
   std::string const* const op = item_get_op(object);
   Value const* const operand = item_get_value(object);
   if (op == nullptr || operand == nullptr) return false;
-  bool const is_and = *op == "AND";
-  if (!is_and && *op != "OR") {
+  std::optional<Filter_SQL::Filter_Type> const type = Filter_SQL::type_of_name(*op);
+  if (!type) {
     add_condition(filter, object, *op, *operand);
     return true;
   }
@@ -177,11 +173,7 @@ bool convert_object(Object const& object, Filter_SQL& filter, backup::Block_Stac
   }
   groups.push({&operand->get_array(), 0, nullptr});  // first, for it may fail
   Filter_SQL*& sub_filter = groups.top().filter;
-  if (is_and) {
-    sub_filter = filter.add_and_filter();
-  } else {
-    sub_filter = filter.add_or_filter();
-  }
+  sub_filter = filter.add_filter(*type);
   if (sub_filter != nullptr) return true;
   groups.pop();
   sql_log::unexpected({source_file}, "Unexpected error in %N:%l, sub_filter_sql is NULL:\n%?\n");
@@ -379,12 +371,14 @@ bool generate_empty_filter(Object& filter, char const* op, char const* key) {
   });
 }
 
-bool generate_and_filter(Object& filter) { return generate_empty_filter(filter, "AND", nullptr); }
+bool generate_and_filter(Object& filter) { return generate_empty_filter(filter, and_name, nullptr); }
 
-bool generate_or_filter(Object& filter) { return generate_empty_filter(filter, "OR", nullptr); }
+bool generate_or_filter(Object& filter) {
+  return generate_empty_filter(filter, Filter_SQL::type_names[Filter_SQL::FILTER_OR], nullptr);
+}
 
 bool generate_eq_and_filter(Object& filter, Object const& obj, std::vector<Value> const& keys) {
-  return generate_filter_of_members(filter, "AND", "EQ", obj, keys);
+  return generate_filter_of_members(filter, and_name, "EQ", obj, keys);
 }
 
 bool generate_filter_from_obj(Object const& obj, Filter_SQL& filter) {
@@ -398,4 +392,10 @@ bool generate_filter_from_obj(Object const& obj, Filter_SQL& filter) {
   });
   if (!is_converted && added != nullptr) filter.remove_item(added);  // half of a group would choose more
   return is_converted;
+}
+
+bool backup::is_uuid_key(std::string_view key) {
+  constexpr std::string_view suffix = "_uuid";
+  if (key == "uuid" || key == "uid" || key == "incarnation") return true;
+  return key.size() >= suffix.size() && key.substr(key.size() - suffix.size()) == suffix;
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "backup/utils/sql/filter_sql.h"
@@ -101,8 +102,18 @@ BACKUP_SQL_API bool generate_eq_and_filter(json_spirit::Object& filter, json_spi
 /// memory for (logged).
 ///
 /// By the operand: an array becomes IN for "EQ" and NOT IN for any other operator name, deliberately; a text on a uuid
-/// key is compared as 16 bytes; everything else as it is. A uuid key is "uuid", "uid", "incarnation" or ends in
-/// "_uuid". An operator name that is not known makes a condition without SQL text, "()".
+/// key is compared as 16 bytes; everything else as it is. An operator name that is not known makes a condition without
+/// SQL text, "()".
 ///
 /// Lifetime: raw SQL strings are kept by pointer, so the document must outlive every rendering of `filter`, unchanged.
 BACKUP_SQL_API bool generate_filter_from_obj(json_spirit::Object const& obj, Filter_SQL& filter);
+
+namespace backup {
+
+/// True for the keys of a document whose texts are uuids: exactly "uuid", "uid" or "incarnation", or any that ends in
+/// "_uuid". A document names its columns itself, so only the name can tell; it is trusted, so its texts are not
+/// checked. A request's keys are uuids by `TYPE_UUID` in the table of `SQL_Filter_Parser`, whatever their names, and a
+/// text that is no uuid fails there.
+BACKUP_SQL_API bool is_uuid_key(std::string_view key);
+
+}  // namespace backup

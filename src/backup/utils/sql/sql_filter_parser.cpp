@@ -1,12 +1,9 @@
 #include "backup/utils/sql/sql_filter_parser.h"
 
 #include <algorithm>
-#include <boost/algorithm/string/join.hpp>
-#include <boost/bind/bind.hpp>
-#include <boost/function.hpp>
 #include <limits>
+#include <optional>
 #include <utility>
-#include <vector>
 
 #include "backup/runtime/detail/block_stack.h"
 #include "backup/runtime/uuid.h"
@@ -16,136 +13,159 @@
 #include "backup/utils/sql/select_sql.h"
 #include "backup/utils/sql/where_sql.h"
 
+using backup::request_text::read_boolean;
+using backup::request_text::read_integer;
+using backup::request_text::read_list;
 using json_spirit::Object;
 using json_spirit::Value;
 
 namespace {
 
 constexpr char const* source_file = "src/backup/utils/sql/sql_filter_parser";
-constexpr unsigned int accumulate_flag = 1;
-constexpr unsigned int lower_flag = 1;  // of Filter_SQL::add_kv_item
 
-using Filter = SQL_Filter_Parser::Filter;
-using Filters = SQL_Filter_Parser::Filters;
-using Controls = SQL_Filter_Parser::Controls;
-using Text_Setter = bool (Controls::*)(std::string const*);
-using Integer_Setter = bool (Controls::*)(long long const*);
+using Parser = SQL_Filter_Parser;
+using Filter = Parser::Filter;
+using Filters = Parser::Filters;
+using Controls = Parser::Controls;
+using Operand = backup::request_text::Operand;
 
-// A JSON integer as a signed one; an unsigned one beyond that saturates, as text does.
-long long to_signed(Value const& value) {
-  constexpr long long largest = std::numeric_limits<long long>::max();
-  if (!value.is_uint64()) return value.get_int64();
-  return value.get_uint64() > static_cast<unsigned long long>(largest) ? largest
-                                                                       : static_cast<long long>(value.get_uint64());
-}
-
-std::string column_of(Filter const& filter, std::string const& key) {
-  std::string name = filter.name == nullptr ? "" : filter.name;
-  switch (filter.name_mode) {
-    case Filter::COLUMN_IS_KEY: return key;
-    case Filter::COLUMN_IS_NAME: return name;
-    case Filter::COLUMN_IS_NAME_DOT_KEY: return name + '.' + key;
-    default: return {};
-  }
-}
-
-bool handle_text(Value const& value, Controls* controls, Text_Setter set) {
-  return value.type() == json_spirit::str_type && (controls->*set)(&value.get_str());
-}
-
-bool handle_integer(Value const& value, Controls* controls, Integer_Setter set) {
-  long long number = 0;
-  if (value.type() == json_spirit::str_type) {
-    number = request_text::read_integer(value.get_str());
-  } else if (value.type() == json_spirit::int_type) {
-    number = to_signed(value);
-  } else {
-    return false;
-  }
-  return (controls->*set)(&number);
+// `key` as a column, appended.
+void append_column(std::string& column, Filter const& filter, std::string_view key) {
+  bool const is_name = filter.name_mode == Filter::COLUMN_IS_NAME;
+  bool const is_name_dot_key = filter.name_mode == Filter::COLUMN_IS_NAME_DOT_KEY;
+  if ((is_name || is_name_dot_key) && filter.name != nullptr) column += filter.name;
+  if (is_name_dot_key) column += '.';
+  if (is_name_dot_key || filter.name_mode == Filter::COLUMN_IS_KEY) column += key;
 }
 
 // Maps the pieces to columns. Where none is renamed, the text is kept exactly as it came.
-bool handle_sort(Value const& value, Controls* controls, Filters const* filters, Text_Setter set) {
-  if (filters == nullptr || value.type() != json_spirit::str_type) return false;
+bool read_sort(Controls& controls, Operand const& value, Filters const* filters) {
+  if (filters == nullptr || value.text == nullptr) return false;
   bool is_renamed = false;
-  std::vector<std::string> columns;
-  for (std::string const& piece : request_text::read_list(value.get_str())) {
-    Filter const& filter = Filters::find(filters, piece.c_str(), piece.size()).value;
-    if (filter.type == 0) return false;
+  char const* comma = "";
+  std::string columns;
+  bool const is_allowed = read_list(*value.text, [&](std::string_view key) {
+    Filter const& filter = Filters::find(filters, key.data(), key.size()).value;
     is_renamed =
         is_renamed || filter.name_mode == Filter::COLUMN_IS_NAME || filter.name_mode == Filter::COLUMN_IS_NAME_DOT_KEY;
-    columns.push_back(column_of(filter, piece));
-  }
-  std::string const keys = is_renamed ? boost::algorithm::join(columns, ",") : value.get_str();
-  return (controls->*set)(&keys);
+    columns += comma;
+    comma = ",";
+    append_column(columns, filter, key);
+    return filter.type != 0;
+  });
+  return is_allowed && controls.sort(is_renamed ? &columns : value.text);
 }
 
-using Control_Handler = boost::function<bool(Value const&, Controls*, Filters const*)>;
-using namespace boost::placeholders;
+bool read_order(Controls& controls, Operand const& value, Filters const* /*filters*/) {
+  return value.text != nullptr && controls.order(value.text);
+}
 
-Key2_Value_T<Control_Handler> const control_handlers[] = {
-    {"sort", 4, boost::bind(&handle_sort, _1, _2, _3, static_cast<Text_Setter>(&Controls::sort))},
-    {"order", 5, boost::bind(&handle_text, _1, _2, static_cast<Text_Setter>(&Controls::order))},
-    {"offset", 6, boost::bind(&handle_integer, _1, _2, static_cast<Integer_Setter>(&Controls::offset))},
-    {"limit", 5, boost::bind(&handle_integer, _1, _2, static_cast<Integer_Setter>(&Controls::limit))},
-    {nullptr, 0, Control_Handler()}};
+// A number of rows. A JSON integer beyond the signed ones saturates, as text does.
+std::optional<long long> to_row_number(Operand const& value) {
+  constexpr long long largest = std::numeric_limits<long long>::max();
+  if (value.text != nullptr) return read_integer(*value.text);
+  if (value.json->type() != json_spirit::int_type) return std::nullopt;
+  bool const is_larger = value.json->is_uint64() && value.json->get_uint64() > largest;
+  return is_larger ? largest : value.json->get_int64();
+}
+
+// All there is to one control.
+struct Control {
+  Parser::Control_Kind kind;
+  bool (*read)(Controls& controls, Operand const& value, Filters const* filters);  // false, nothing stored: of no use
+  void (*apply)(Controls const& controls, Select_SQL& select);                     // nothing when it is not set
+  Value (*convert)(std::string const& text);                                       // null: as any other key
+};
+
+template <std::string const* (Controls::*get)() const, Select_SQL& (Select_SQL::*set)(char const*)>
+void apply_text(Controls const& controls, Select_SQL& select) {
+  if (std::string const* const text = (controls.*get)()) (select.*set)(text->c_str());
+}
+
+template <bool (Controls::*store)(long long const*), long long const* (Controls::*get)() const,
+          Select_SQL& (Select_SQL::*set)(long long)>
+constexpr Control row_number = {
+    Parser::ROW_NUMBER,
+    [](Controls& controls, Operand const& value, Filters const* /*filters*/) {
+      std::optional<long long> const number = to_row_number(value);
+      return number && (controls.*store)(&*number);
+    },
+    [](Controls const& controls, Select_SQL& select) {
+      if (long long const* const number = (controls.*get)()) (select.*set)(*number);
+    },
+    [](std::string const& text) { return Value(read_integer(text)); },
+};
+
+// In the order of application, for the sort orders need their keys.
+constexpr Key2_Value_T<Control> control_table[] = {
+    {"sort", 4, {Parser::SORT_KEYS, read_sort, apply_text<&Controls::sort, &Select_SQL::sort_keys>, nullptr}},
+    {"order", 5, {Parser::SORT_ORDERS, read_order, apply_text<&Controls::order, &Select_SQL::sort_orders>, nullptr}},
+    {"limit", 5, row_number<&Controls::limit, &Controls::limit, &Select_SQL::limit>},
+    {"offset", 6, row_number<&Controls::offset, &Controls::offset, &Select_SQL::offset>},
+    {nullptr, 0, {Parser::NO_CONTROL, nullptr, nullptr, nullptr}}};
+
+Control const& control_of(std::string_view key) {
+  return Key2_Value_T<Control>::find(control_table, key.data(), key.size()).value;
+}
 
 // A text as a value of the type, uuids as text.
-Value typed_value(std::string const& text, unsigned int type) {
-  if (type == Filter::TYPE_BOOL) return request_text::read_boolean(text);
-  if (type == Filter::TYPE_INT) return request_text::read_integer(text);
-  return text;
+Value typed_value(std::string_view text, unsigned int type) {
+  if (type == Filter::TYPE_BOOL) return read_boolean(text);
+  if (type == Filter::TYPE_INT) return read_integer(text);
+  return std::string(text);
 }
 
-json_spirit::Array typed_list(std::string const& text, unsigned int type) {
+json_spirit::Array typed_list(std::string_view text, unsigned int type) {
   json_spirit::Array list;
-  for (std::string const& piece : request_text::read_list(text)) list.push_back(typed_value(piece, type));
+  read_list(text, [&](std::string_view piece) {
+    list.push_back(typed_value(piece, type));
+    return true;
+  });
   return list;
 }
 
 bool is_uuid(Value const& value) { return value.type() == json_spirit::str_type && is_valid_uuid(value.get_str()); }
 
 // The value to compare a column of the type with; false when it cannot be one.
-bool to_binding(Value const& value, unsigned int type, Binding_Value& binding) {
-  bool const is_text = value.type() == json_spirit::str_type;
+bool to_binding(Operand const& value, unsigned int type, Binding_Value& binding) {
   switch (type) {
     case Filter::TYPE_BOOL:
     case Filter::TYPE_INT: {
       json_spirit::Value_type const kind = type == Filter::TYPE_BOOL ? json_spirit::bool_type : json_spirit::int_type;
-      if (!is_text && value.type() != kind) return false;
-      binding = is_text ? typed_value(value.get_str(), type) : value;
+      if (value.text == nullptr && value.json->type() != kind) return false;
+      binding = value.text != nullptr ? typed_value(*value.text, type) : *value.json;
       return true;
     }
     case Filter::TYPE_UUID:
-      if (!is_uuid(value)) return false;
-      binding = uuid_string_to_binary(value.get_str());
+      if (value.text == nullptr || !is_valid_uuid(*value.text)) return false;
+      binding = uuid_string_to_binary(*value.text);
       return true;
-    default: binding = value; return true;
+    default: binding = value.text != nullptr ? Binding_Value(*value.text) : Binding_Value(*value.json); return true;
   }
 }
 
 // IN and NOT IN.
-bool add_list_condition(Filter_SQL& target, std::string const& column, Value const& value, unsigned int type, bool in) {
+bool add_list_condition(Filter_SQL& target, std::string const& column, Operand const& value, unsigned int type,
+                        bool in) {
   json_spirit::Array pieces;
   json_spirit::Array const* list = &pieces;
-  if (value.type() == json_spirit::array_type) {
-    list = &value.get_array();
-  } else if (value.type() == json_spirit::str_type) {
-    pieces = typed_list(value.get_str(), type);
+  if (value.text != nullptr) {
+    pieces = typed_list(*value.text, type);
+  } else if (value.json->type() == json_spirit::array_type) {
+    list = &value.json->get_array();
   } else {
-    sql_log::report({source_file}, LM_ERROR, 0, "Invalid filter value type '%d'.\n", static_cast<int>(value.type()));
+    sql_log::report({source_file}, LM_ERROR, 0, "Invalid filter value type '%d'.\n",
+                    static_cast<int>(value.json->type()));
     return false;
   }
   bool const uuids = type == Filter::TYPE_UUID;
   if (uuids && !std::all_of(list->begin(), list->end(), is_uuid)) return false;
-  add_set_condition(target, column, *list, in, uuids);
+  backup::add_set_condition(target, column, *list, in, uuids);
   return true;
 }
 
 Filter_SQL* add_group(std::string const& key, Filter_SQL* target) {
-  if (key == "AND") return target->add_and_filter();
-  return target->add_or_filter();
+  return target->add_filter(*Filter_SQL::type_of_name(key));
 }
 
 void report_failure(std::string const& key, std::string const& value, int line = __builtin_LINE()) {
@@ -196,7 +216,7 @@ SQL_Filter_Parser::SQL_Filter_Parser(Filters const* filters) : filter_(nullptr),
 SQL_Filter_Parser::Controls const& SQL_Filter_Parser::controls() const { return controls_; }
 
 void SQL_Filter_Parser::start(unsigned int flags) {
-  if ((flags & accumulate_flag) != 0) return;
+  if ((flags & accumulate) != 0) return;
   if (filter_ != nullptr) filter_->clear();
   controls_.clear();
 }
@@ -205,7 +225,7 @@ bool SQL_Filter_Parser::parse(std::map<std::string, std::string> const& params, 
   start(flags);
   Read_Allowance allowance;
   for (auto const& [key, value] : params) {
-    if (!parse_pair(key, Value(value), allowance)) report_failure(key, value);
+    if (!parse_pair(key, value, allowance)) report_failure(key, value);
   }
   return true;
 }
@@ -220,14 +240,20 @@ bool SQL_Filter_Parser::parse(Object const& params, unsigned int flags) {
 }
 
 // A control, else a condition where there can be one; false for a condition that failed.
-bool SQL_Filter_Parser::parse_pair(std::string const& key, Value const& value, Read_Allowance& allowance) {
-  if (parse_control_i(key, value)) return true;
+bool SQL_Filter_Parser::parse_pair(std::string const& key, Operand const& value, Read_Allowance& allowance) {
+  if (parse_control(key, value)) return true;
   return filter_ == nullptr || filters_ == nullptr || parse_filter(key, value, filter_, allowance);
 }
 
+SQL_Filter_Parser::Control_Kind SQL_Filter_Parser::control_kind(std::string_view key) { return control_of(key).kind; }
+
 bool SQL_Filter_Parser::parse_control_i(std::string const& key, Value const& value) {
-  Control_Handler const& handler = Key2_Value_T<Control_Handler>::find(control_handlers, key.c_str(), key.size()).value;
-  return handler && handler(value, &controls_, filters_);
+  return parse_control(key, value);
+}
+
+bool SQL_Filter_Parser::parse_control(std::string const& key, Operand const& value) {
+  Control const& control = control_of(key);
+  return control.read != nullptr && control.read(controls_, value, filters_);
 }
 
 bool SQL_Filter_Parser::parse_filter_i(std::string const& key, Value const& value, Filter_SQL* target) {
@@ -235,7 +261,7 @@ bool SQL_Filter_Parser::parse_filter_i(std::string const& key, Value const& valu
   return parse_filter(key, value, target, allowance);
 }
 
-bool SQL_Filter_Parser::parse_filter(std::string const& key, Value const& value, Filter_SQL* target,
+bool SQL_Filter_Parser::parse_filter(std::string const& key, Operand const& value, Filter_SQL* target,
                                      Read_Allowance& allowance) {
   struct Level {
     Object::const_iterator next;
@@ -244,22 +270,22 @@ bool SQL_Filter_Parser::parse_filter(std::string const& key, Value const& value,
   };
   backup::Block_Stack<Level> levels;
   // Handles one pair; the members of an object are left to the loop below.
-  auto const handle = [&](std::string const& name, Value const& operand, Filter_SQL* filter) {
-    if (!request_text::is_group(name)) return parse_condition(name, operand, *filter);
+  auto const handle = [&](std::string const& name, Operand const& operand, Filter_SQL* filter) {
+    if (!backup::request_text::is_group(name)) return parse_condition(name, operand, *filter);
     Filter_SQL* const group = add_group(name, filter);
     if (group == nullptr) return false;
-    if (operand.type() == json_spirit::obj_type) {
-      levels.push({operand.get_obj().begin(), operand.get_obj().end(), group});
+    if (operand.text != nullptr) {
+      auto const add = [this](std::string const& k, std::string const& v, Filter_SQL* f) {
+        return parse_condition(k, v, *f);
+      };
+      return backup::request_text::walk_query_string(*operand.text, group, allowance, add, add_group);
+    }
+    if (operand.json->type() == json_spirit::obj_type) {
+      levels.push({operand.json->get_obj().begin(), operand.json->get_obj().end(), group});
       return true;
     }
-    if (operand.type() == json_spirit::str_type) {
-      auto const add = [this](std::string const& k, std::string const& v, Filter_SQL* f) {
-        return parse_condition(k, Value(v), *f);
-      };
-      return request_text::walk_query_string(operand.get_str(), group, allowance, add, add_group);
-    }
     sql_log::report({source_file}, LM_ERROR, 0, "Invalid AND/OR filter value type '%d'.\n",
-                    static_cast<int>(operand.type()));
+                    static_cast<int>(operand.json->type()));
     return false;
   };
   if (target == nullptr || !handle(key, value, target)) return false;
@@ -276,12 +302,11 @@ bool SQL_Filter_Parser::parse_filter(std::string const& key, Value const& value,
 }
 
 // One condition; true as well for a key that the table lacks, which is left out.
-bool SQL_Filter_Parser::parse_condition(std::string const& key, Value const& value, Filter_SQL& target) const {
-  Item_SQL::Item_Op op = Item_SQL::OP_NONE;
-  std::string plain_key;
-  Filter const& filter = allowed(key, op, plain_key);
+bool SQL_Filter_Parser::parse_condition(std::string const& key, Operand const& value, Filter_SQL& target) const {
+  auto const [op, plain_key, filter] = allowed(key);
   if (filter.type == 0) return true;
-  std::string const column = column_of(filter, plain_key);
+  std::string column;
+  append_column(column, filter, plain_key);
   switch (op) {
     case Item_SQL::OP_NL: target.add_null_item(column); return true;
     case Item_SQL::OP_NN: target.add_not_null_item(column); return true;
@@ -291,7 +316,8 @@ bool SQL_Filter_Parser::parse_condition(std::string const& key, Value const& val
   }
   Binding_Value binding;
   if (!to_binding(value, filter.type, binding)) return false;
-  target.add_kv_item(op, column, binding, (filter.flags & Filter::FLAG_LOWER_CASE) != 0 ? lower_flag : 0);
+  bool const lower = (filter.flags & Filter::FLAG_LOWER_CASE) != 0;
+  target.add_kv_item(op, column, binding, lower ? Filter_SQL::lower_case : Filter_SQL::no_flags);
   return true;
 }
 
@@ -303,21 +329,17 @@ Item_SQL::Item_Op SQL_Filter_Parser::parse_op_key(std::string const& key, unsign
   return op;
 }
 
-// Takes a key apart and looks it up; an entry of type 0 for one that is not allowed.
-Filter const& SQL_Filter_Parser::allowed(std::string const& key, Item_SQL::Item_Op& op, std::string& plain_key) const {
+SQL_Filter_Parser::Allowed_Key SQL_Filter_Parser::allowed(std::string const& key) const {
+  static constexpr Filters none[] = {{nullptr, 0, {nullptr, 0, 0, 0}}};
   unsigned long long prefix = 0;
-  op = parse_op_key(key, &prefix);
-  plain_key.assign(key, prefix, std::string::npos);
-  static Filter const none = {nullptr, 0, 0, 0};
-  if (filters_ == nullptr) return none;
-  return Filters::find(filters_, plain_key.c_str(), plain_key.size()).value;
+  Item_SQL::Item_Op const op = parse_op_key(key, &prefix);
+  std::string_view const plain_key = std::string_view(key).substr(prefix);
+  Filters const* const table = filters_ == nullptr ? none : filters_;
+  return {op, plain_key, Filters::find(table, plain_key.data(), plain_key.size()).value};
 }
 
 bool SQL_Filter_Parser::control(Select_SQL& select) const {
-  if (controls_.sort() != nullptr) select.sort_keys(controls_.sort()->c_str());
-  if (controls_.order() != nullptr) select.sort_orders(controls_.order()->c_str());
-  if (controls_.limit() != nullptr) select.limit(*controls_.limit());
-  if (controls_.offset() != nullptr) select.offset(*controls_.offset());
+  for (auto const* control = control_table; control->key != nullptr; ++control) control->value.apply(controls_, select);
   return true;
 }
 
@@ -325,8 +347,9 @@ Object SQL_Filter_Parser::convert_qs_to_params(std::map<std::string, std::string
   Object object;
   Read_Allowance allowance;
   for (auto const& [key, value] : params) {
-    if (key == "limit" || key == "offset") {
-      object[key] = request_text::read_integer(value);
+    Control const& control = control_of(key);
+    if (control.convert != nullptr) {
+      object[key] = control.convert(value);
     } else if (!convert_pair(key, value, object, allowance)) {
       report_failure(key, value);
     }
@@ -350,17 +373,17 @@ bool SQL_Filter_Parser::convert_pair(std::string const& key, std::string const& 
     group = Object();
     return &group.get_obj();
   };
-  if (!request_text::is_group(key)) return convert(key, value, &params);
+  if (!backup::request_text::is_group(key)) return convert(key, value, &params);
   // A copy, for `value` may be the text of the very member that becomes the group.
   std::string const members = value;  // NOLINT(performance-unnecessary-copy-initialization)
-  return request_text::walk_query_string(members, open(key, &params), allowance, convert, open);
+  return backup::request_text::walk_query_string(members, open(key, &params), allowance, convert, open);
 }
 
 // The JSON value of one pair, typed by the table.
 Value SQL_Filter_Parser::convert_value(std::string const& key, std::string const& text) const {
-  Item_SQL::Item_Op op = Item_SQL::OP_NONE;
-  std::string plain_key;
-  unsigned int const type = allowed(key, op, plain_key).type;
+  Allowed_Key const allowed_key = allowed(key);
+  Item_SQL::Item_Op const op = allowed_key.op;
+  unsigned int const type = allowed_key.filter.type;
   if (type == 0) return text;
   if (op == Item_SQL::OP_NL || op == Item_SQL::OP_NN) return {};
   if (op == Item_SQL::OP_IN || op == Item_SQL::OP_NI) return typed_list(text, type);

@@ -1,7 +1,9 @@
 #pragma once
 
+#include <cstdint>
 #include <map>
 #include <string>
+#include <string_view>
 
 #include "backup/utils/sql/filter_sql.h"
 #include "backup/utils/sql/item_sql.h"
@@ -11,9 +13,10 @@
 
 class Select_SQL;
 class Where_SQL;
-namespace request_text {
+namespace backup::request_text {
+struct Operand;
 class Read_Allowance;
-}
+}  // namespace backup::request_text
 
 /// Turns the parameters of a request into conditions of a filter and into sorting and paging for a SELECT. Safe for a
 /// stranger's input: only keys of the caller's table become conditions, under the columns that the table names, and
@@ -49,6 +52,19 @@ public:
     unsigned int flags;      ///< FLAG_LOWER_CASE compares texts in lower case
   };
   using Filters = Key2_Value_T<Filter>;
+
+  /// For `parse`.
+  enum Parse_Flags : std::uint32_t {
+    afresh = 0,     ///< the filter and the controls are cleared first
+    accumulate = 1  ///< conditions and controls are added to what is there
+  };
+
+  enum Control_Kind : std::uint32_t {
+    NO_CONTROL = 0,   ///< a condition, a group or nothing
+    SORT_KEYS = 1,    ///< a list of allowed keys
+    SORT_ORDERS = 2,  ///< a text
+    ROW_NUMBER = 3    ///< an integer
+  };
 
   /// The sorting and paging of a request.
   class BACKUP_SQL_API Controls {
@@ -92,9 +108,10 @@ public:
   explicit SQL_Filter_Parser(Filters const* filters);
 
   Controls const& controls() const;
+  /// The control that a key stands for, by the kind of its value.
+  static Control_Kind control_kind(std::string_view key);
 
-  /// Handle all pairs, in the order of the keys. Without bit 0 of `flags` the filter and the controls are cleared
-  /// first. Always true; pairs that failed are logged by key and value.
+  /// Handle all pairs, in the order of the keys. Always true; pairs that failed are logged by key and value.
   bool parse(std::map<std::string, std::string> const& params, unsigned int flags);
   bool parse(json_spirit::Object const& params, unsigned int flags);
 
@@ -117,16 +134,24 @@ public:
   bool convert_kv_to_params(std::string const& key, std::string const& value, json_spirit::Object& params) const;
 
 private:
-  using Read_Allowance = request_text::Read_Allowance;
+  using Operand = backup::request_text::Operand;
+  using Read_Allowance = backup::request_text::Read_Allowance;
+
+  // A key taken apart; `filter` has type 0 when it is not allowed.
+  struct Allowed_Key {
+    Item_SQL::Item_Op op;
+    std::string_view key;
+    Filter const& filter;
+  };
 
   void start(unsigned int flags);
-  bool parse_pair(std::string const& key, json_spirit::Value const& value, Read_Allowance& allowance);
-  bool parse_filter(std::string const& key, json_spirit::Value const& value, Filter_SQL* target,
-                    Read_Allowance& allowance);
+  bool parse_pair(std::string const& key, Operand const& value, Read_Allowance& allowance);
+  bool parse_control(std::string const& key, Operand const& value);
+  bool parse_filter(std::string const& key, Operand const& value, Filter_SQL* target, Read_Allowance& allowance);
   bool convert_pair(std::string const& key, std::string const& value, json_spirit::Object& params,
                     Read_Allowance& allowance) const;
-  bool parse_condition(std::string const& key, json_spirit::Value const& value, Filter_SQL& target) const;
-  Filter const& allowed(std::string const& key, Item_SQL::Item_Op& op, std::string& plain_key) const;
+  bool parse_condition(std::string const& key, Operand const& value, Filter_SQL& target) const;
+  Allowed_Key allowed(std::string const& key) const;
   json_spirit::Value convert_value(std::string const& key, std::string const& text) const;
 
   Filter_SQL* filter_;

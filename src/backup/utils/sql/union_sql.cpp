@@ -3,12 +3,6 @@
 #include "backup/utils/sql/detail/sql_new.h"
 #include "backup/utils/sql/detail/sql_writer.h"
 
-namespace {
-
-constexpr unsigned int all_flag = 1;
-
-}  // namespace
-
 Union_SQL::Union_SQL(unsigned int flags) : SQL(nullptr, TYPE_UNION, true), flags_(flags) {}
 
 Union_SQL::Union_SQL(Union_SQL const& other) = default;
@@ -38,7 +32,7 @@ bool Union_SQL::is_own_class() const { return is_exactly<Union_SQL>(*this); }
 
 // select[ UNION[ ALL] select]...
 void Union_SQL::write_sql(SQL_Writer& out) const {
-  char const* const keyword = (flags_ & all_flag) != 0 ? " UNION ALL " : " UNION ";
+  char const* const keyword = (flags_ & all) != 0 ? " UNION ALL " : " UNION ";
   char const* separator = "";
   for (ACE_Intrusive_Auto_Ptr<SQL> const& select : selects_) {
     out << separator;

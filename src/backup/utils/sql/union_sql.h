@@ -2,6 +2,7 @@
 
 #include <ace/Intrusive_Auto_Ptr.h>
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -15,7 +16,12 @@
 /// `empty()` is the base's: true whatever the members. The count query is the base's too and does not look at them.
 class BACKUP_SQL_API Union_SQL : public SQL {
 public:
-  /// Bit 0 of `flags`: UNION ALL. Other bits are not used.
+  enum Flags : std::uint32_t {
+    distinct = 0,  ///< UNION
+    all = 1        ///< UNION ALL
+  };
+
+  /// Other bits are not used.
   explicit Union_SQL(unsigned int flags);
   /// Copies share the members.
   Union_SQL(Union_SQL const& other);

@@ -3,14 +3,14 @@
 #include <ace/OS_NS_Thread.h>
 #include <ace/OS_NS_errno.h>
 
-#include <boost/tokenizer.hpp>
 #include <cerrno>
 #include <charconv>
 #include <limits>
+#include <system_error>
 
-namespace request_text {
+namespace backup::request_text {
 
-long long read_integer(std::string const& text) {
+long long read_integer(std::string_view text) {
   char const* const end = text.data() + text.size();
   bool const has_plus = !text.empty() && text[0] == '+';
   char const* const begin = text.data() + (has_plus ? 1 : 0);
@@ -22,12 +22,6 @@ long long read_integer(std::string const& text) {
   return error == std::errc::result_out_of_range ? std::numeric_limits<long long>::max() : number;
 }
 
-bool read_boolean(std::string const& text) { return text != "0"; }
+bool read_boolean(std::string_view text) { return text != "0"; }
 
-std::vector<std::string> read_list(std::string const& text) {
-  using Separator = boost::char_separator<char>;
-  boost::tokenizer<Separator> const pieces(text, Separator(","));
-  return std::vector<std::string>(pieces.begin(), pieces.end());
-}
-
-}  // namespace request_text
+}  // namespace backup::request_text

@@ -1,26 +1,53 @@
 #pragma once
 
 #include <algorithm>
+#include <boost/algorithm/string/find_iterator.hpp>
 #include <cstddef>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
 #include "backup/runtime/http_query_string.h"
+#include "backup/utils/sql/filter_sql.h"
+#include "json_spirit/json_spirit.h"
 
 /// The readers of request text, shared by both ways a request comes in.
-namespace request_text {
+namespace backup::request_text {
+
+/// The value of a pair. Neither is copied.
+struct Operand {
+  // NOLINTBEGIN(google-explicit-constructor): what a pair holds is its operand
+  Operand(std::string const& pair_text) : text(&pair_text), json(nullptr) {}
+  Operand(json_spirit::Value const& value)
+      : text(value.type() == json_spirit::str_type ? &value.get_str() : nullptr), json(&value) {}
+  // NOLINTEND(google-explicit-constructor)
+
+  std::string const* text;         ///< null for a JSON value that is no text
+  json_spirit::Value const* json;  ///< null for a text that is no JSON value
+};
 
 /// The integer at the start of a text: an optional sign and digits up to the first other character. Sets
 /// ACE_OS::last_error and never fails: without digits 0 (EINVAL); beyond 64 bits 2^63-1 (ERANGE), for a negative text
 /// too.
-long long read_integer(std::string const& text);
+long long read_integer(std::string_view text);
 
 /// True unless the text is exactly "0".
-bool read_boolean(std::string const& text);
+bool read_boolean(std::string_view text);
 
-/// The pieces between commas, empty ones dropped.
-std::vector<std::string> read_list(std::string const& text);
+/// Calls `use(piece)` for the pieces between commas, empty ones left out, until it gives false; false then.
+template <class Use>
+bool read_list(std::string_view text, Use use) {
+  using Pieces = boost::algorithm::split_iterator<char const*>;
+  auto const find_comma = [](char const* begin, char const* end) {
+    char const* const comma = std::find(begin, end, ',');
+    return boost::iterator_range<char const*>(comma, comma == end ? end : comma + 1);
+  };
+  for (Pieces piece(text.data(), text.data() + text.size(), find_comma); !piece.eof(); ++piece) {
+    if (!piece->empty() && !use(std::string_view(piece->begin(), piece->size()))) return false;
+  }
+  return true;
+}
 
 /// How much text of groups a request may have read: 16 MiB, and 256 times the text that it holds. Groups with escapes
 /// to take off are read again at each level, so without a bound a text that takes off a little at each of many levels
@@ -40,7 +67,7 @@ private:
   std::size_t left_ = std::size_t{16} << 20;
 };
 
-inline bool is_group(std::string const& key) { return key == "AND" || key == "OR"; }
+inline bool is_group(std::string_view key) { return Filter_SQL::type_of_name(key).has_value(); }
 
 /// True when `pair`, the first of `text`, is the whole text as it stands, nothing in it escaped. Then the same is true
 /// of its value, and so on inwards.
@@ -107,4 +134,4 @@ bool walk_query_string(std::string const& text, Target* target, Read_Allowance& 
   return true;
 }
 
-}  // namespace request_text
+}  // namespace backup::request_text

@@ -5,12 +5,17 @@
 #include "backup/utils/sql/filter_sql.h"
 #include "json_spirit/json_spirit.h"
 
+namespace backup {
+
 /// Adds IN or NOT IN a list to `filter`, the texts as uuids or as they are.
 inline void add_set_condition(Filter_SQL& filter, std::string const& column, json_spirit::Array const& list, bool in,
                               bool is_uuid) {
   if (is_uuid) {
     in ? filter.add_in_uuid_item(column, list) : filter.add_not_in_uuid_item(column, list);
   } else {
-    in ? filter.add_in_item(column, list, 0) : filter.add_not_in_item(column, list, 0);
+    in ? filter.add_in_item(column, list, Filter_SQL::no_flags)
+       : filter.add_not_in_item(column, list, Filter_SQL::no_flags);
   }
 }
+
+}  // namespace backup

@@ -140,9 +140,11 @@ TEST(Secrets, leave_no_copy_in_memory) {
        [](Secure_String const& secret) {
          AES_Encoder const encoder(secret.data(), secret.size(), key.data(), key.size(), false, nullptr, 0);
          std::vector<unsigned char> message(encoder.buffer(), encoder.buffer() + encoder.length());
-         EXPECT_NE(AES_Decoder(message.data(), message.size(), key.data(), key.size(), nullptr).buffer(), nullptr);
+         EXPECT_NE(backup::AES_Decoder(message.data(), message.size(), key.data(), key.size(), nullptr).buffer(),
+                   nullptr);
          message.back() ^= 1;  // refused, once it is decoded
-         EXPECT_EQ(AES_Decoder(message.data(), message.size(), key.data(), key.size(), nullptr).buffer(), nullptr);
+         EXPECT_EQ(backup::AES_Decoder(message.data(), message.size(), key.data(), key.size(), nullptr).buffer(),
+                   nullptr);
          Secure_Byte_String own_key(secret.begin(), secret.end());
          Secure_Wipe_Guard<Secure_Byte_String> const wipe(own_key);
          own_key.resize(32);

@@ -195,13 +195,13 @@ TEST(Secrets, leave_no_copy_in_memory) {
        }},
       {"a store that compares with it",
        [](Secure_String const& secret) {
-         SQLite_Store store(":memory:");
+         backup::SQLite_Store store(":memory:");
          store.run("CREATE TABLE t AS SELECT 'x' a");
          Select_SQL select("t", nullptr);
          select.and_filter()->add_kv_eq_item("a", secret);
          select.and_filter()->add_kv_eq_item("a", Object{{"b", secret}});
-         EXPECT_TRUE(store.rows(select).empty() && store.rows(select, Store::BY_POSITION).empty());
-         EXPECT_THROW(store.run(select.table("none", nullptr)), Store_Error);
+         EXPECT_TRUE(store.rows(select).empty() && store.rows(select, backup::Store::BY_POSITION).empty());
+         EXPECT_THROW(store.run(select.table("none", nullptr)), backup::Store_Error);
        }},
   };
   for (std::size_t const size : {12U, 32U}) {  // inside the string object; on the heap, a uuid

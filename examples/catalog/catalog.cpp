@@ -13,6 +13,9 @@
 #include "made.h"
 #include "text.h"
 
+using backup::Store;
+using backup::Store_Error;
+
 namespace {
 
 // One statement text serves all full inserts. More rows to a statement gain nothing, fewer cost time.

@@ -10,7 +10,9 @@
 
 class SQL;
 class Select_SQL;
+namespace backup {
 class Store;
+}
 
 /// A file that the database does not take.
 struct Refused_File {
@@ -23,7 +25,7 @@ struct Refused_File {
 class Catalog {
 public:
   /// `store` holds the schema and outlives this object.
-  explicit Catalog(Store& store);
+  explicit Catalog(backup::Store& store);
 
   /// Returns the new run's id. The host is added when it is new.
   Binding_Value start_run(std::string const& host, std::string const& directory, long long time);
@@ -46,6 +48,6 @@ private:
               std::vector<Refused_File>& refused);
   unsigned long long run_alone(SQL const& statement);
 
-  Store& store_;
+  backup::Store& store_;
   std::size_t const most_bytes_;  // to a statement
 };

@@ -58,7 +58,7 @@ std::string existing_directory(std::string const& directory) {
 class Recorder {
 public:
   // `refused` is called for each file that the store does not take; `totals` has what was left out, those among it.
-  Recorder(Store& store, Index_Options const& options, std::string const& directory, Tree_Walk::Report refused,
+  Recorder(backup::Store& store, Index_Options const& options, std::string const& directory, Tree_Walk::Report refused,
            Index_Totals const& totals)
       : catalog_(store),
         address_(options.store),

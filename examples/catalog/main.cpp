@@ -200,7 +200,7 @@ void add_help(CLI::App& app, Command& command) {
 Exit_Code perform(CLI::App const& app, Command const& command) {
   try {
     return command();
-  } catch (Store_Error const& error) {
+  } catch (backup::Store_Error const& error) {
     std::string const address = app.get_subcommands().front()->get_option("--store")->results().front();
     throw std::runtime_error(store_error_text(address, error));
   }

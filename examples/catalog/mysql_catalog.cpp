@@ -11,6 +11,9 @@
 #include "open_store.h"
 #include "schema.h"
 
+using backup::MySQL_Store;
+using backup::Store;
+
 namespace {
 
 // The table that tells whose database it is. It is made first, and has the schema's version once the schema is whole.

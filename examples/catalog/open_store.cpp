@@ -12,11 +12,12 @@ bool may_hold_password(std::string const& text) {
   bool const is_plain_path = text.empty() || text.front() == '/' || text.front() == '.';
   std::size_t const colon = text.find_first_of(":%");
   if (is_plain_path || colon == std::string::npos) return false;
-  return text.compare(colon, 3, "://") == 0 || text.find('@', colon) != std::string::npos || MySQL_Store::is_url(text);
+  return text.compare(colon, 3, "://") == 0 || text.find('@', colon) != std::string::npos ||
+         backup::MySQL_Store::is_url(text);
 }
 
-std::unique_ptr<Store> open_store(std::string const& address, Access access) {
-  if (MySQL_Store::is_url(address)) return open_mysql_catalog(address, access);
+std::unique_ptr<backup::Store> open_store(std::string const& address, Access access) {
+  if (backup::MySQL_Store::is_url(address)) return open_mysql_catalog(address, access);
   std::error_code ignored;
   if (may_hold_password(address) && !std::filesystem::exists(address, ignored)) {
     throw std::runtime_error("--store: neither a file nor a URL that begins with mysql:// or mariadb://");

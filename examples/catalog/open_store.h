@@ -3,7 +3,9 @@
 #include <memory>
 #include <string>
 
+namespace backup {
 class Store;
+}
 
 enum class Access {
   read,    ///< the catalogue must be there
@@ -15,7 +17,7 @@ enum class Access {
 /// "mariadb://", whose password is the environment's MYSQL_PWD. Throws std::runtime_error when it is missing, cannot be
 /// opened, or is no catalogue of this schema: with a text for the user, or a Store_Error for `store_error_text`. An
 /// address that is opened holds no password.
-std::unique_ptr<Store> open_store(std::string const& address, Access access);
+std::unique_ptr<backup::Store> open_store(std::string const& address, Access access);
 
 /// Throws the error that there is no catalogue at `address` for `reason`, which tells how to make one.
 [[noreturn]] void refuse_store(std::string const& address, std::string const& reason);

@@ -11,6 +11,8 @@
 #include "json_spirit/json_spirit.h"
 #include "text.h"
 
+using backup::Store;
+
 namespace {
 
 constexpr char const* time_pattern = "%Y-%m-%d %H:%M:%S";

@@ -32,7 +32,7 @@ class Page_Writer {
 public:
   virtual ~Page_Writer() = default;
   /// `values` in the order of the columns.
-  virtual void row(Store::Row const& values) = 0;
+  virtual void row(backup::Store::Row const& values) = 0;
   virtual void end() = 0;
 };
 

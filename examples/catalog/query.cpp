@@ -12,6 +12,8 @@
 #include "open_store.h"
 #include "standard_output.h"
 
+using backup::Store;
+
 namespace {
 
 Store::Row const& as_it_is(Store::Row const& row) { return row; }

@@ -153,7 +153,7 @@ Select_SQL file_totals() {
   return select;
 }
 
-Store::Row with_whole_sum(Store::Row row) {
+backup::Store::Row with_whole_sum(backup::Store::Row row) {
   Exact_Sum bytes;
   bytes.add(row[total_bytes].val().get_uint64(), 32);
   bytes.add(row.back().val().get_uint64());

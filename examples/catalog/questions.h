@@ -43,4 +43,4 @@ Select_SQL list_runs();
 /// bits: the bytes are a sum of their upper 32 bits, one more column has that of the lower ones, and `with_whole_sum`
 /// makes the two of a row one.
 Select_SQL file_totals();
-Store::Row with_whole_sum(Store::Row row);
+backup::Store::Row with_whole_sum(backup::Store::Row row);

@@ -6,6 +6,8 @@
 #include "backup/store/store.h"
 #include "backup/utils/sql/select_sql.h"
 
+using backup::Store;
+
 namespace {
 
 // The database's words. MySQL needs a length where a column has a key, and collates what is no bytes; but lower-casing,

@@ -2,7 +2,9 @@
 
 #include <string>
 
+namespace backup {
 class Store;
+}
 
 constexpr long long schema_version = 3;
 
@@ -13,7 +15,7 @@ void check_version(long long version, std::string const& address);
 bool is_older(long long version);
 /// Brings the tables of an older catalogue, or of one whose upgrade did not come to its end, to this version. Throws
 /// Store_Error.
-void upgrade_schema(Store& store);
+void upgrade_schema(backup::Store& store);
 
 /// Creates those of the catalogue's tables that are not there:
 ///
@@ -25,4 +27,4 @@ void upgrade_schema(Store& store);
 /// Keys are uuids of 16 bytes; a column that refers to one ends in "_uuid", by which filter documents know it. Times
 /// are POSIX seconds, `retired` the text YYYY-MM-DD hh:mm:ss in UTC, names and paths the bytes they are. Throws
 /// Store_Error.
-void create_schema(Store& store);
+void create_schema(backup::Store& store);

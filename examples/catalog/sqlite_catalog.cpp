@@ -8,6 +8,10 @@
 #include "open_store.h"
 #include "schema.h"
 
+using backup::SQLite_Store;
+using backup::Store;
+using backup::Store_Error;
+
 namespace {
 
 // SQLite keeps this number in the file's header, whose file it is, and beside it the version of the schema.

@@ -3,4 +3,4 @@
 #include "open_store.h"
 
 /// `open_store` for a file.
-std::unique_ptr<Store> open_sqlite_catalog(std::string const& file, Access access);
+std::unique_ptr<backup::Store> open_sqlite_catalog(std::string const& file, Access access);

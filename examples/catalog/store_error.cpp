@@ -50,10 +50,10 @@ char const* find(Table const& table, int code) {
 
 }  // namespace
 
-std::string store_error_text(std::string const& address, Store_Error const& error) {
+std::string store_error_text(std::string const& address, backup::Store_Error const& error) {
   // Without a statement it is about opening, and names the store itself, or does not on purpose.
   std::string text = error.statement().empty() ? error.message() : address + ": " + error.message();
-  bool const is_server = MySQL_Store::is_url(address);
+  bool const is_server = backup::MySQL_Store::is_url(address);
   char const* const advice = is_server ? find(mysql_advice, error.code()) : find(sqlite_advice, error.code() & 0xFF);
   return advice == nullptr ? text : text + "; " + advice;
 }

@@ -1,24 +1,46 @@
 // What the documents say of the databases themselves, whoever makes the statement.
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <iterator>
 #include <utility>
 
 #include "support/databases.h"
 #include "support/render.h"
 
+// Classes of this program's own, which share no more than their names with those of the library: all tests of this
+// program run beside them, and whatever takes one for the other ends here.
+struct __attribute__((visibility("default"))) Store {
+  Store();
+  virtual ~Store();
+};
+struct __attribute__((visibility("default"))) Transaction {
+  explicit Transaction(Store& store);
+  ~Transaction();
+};
+struct __attribute__((visibility("default"))) Store_Error {
+  Store_Error(std::string const& message, int code, std::string const& statement);
+  virtual ~Store_Error();
+};
+Store::Store() { std::abort(); }
+Store::~Store() { std::abort(); }
+Transaction::Transaction(Store& /*store*/) { std::abort(); }
+Transaction::~Transaction() { std::abort(); }
+Store_Error::Store_Error(std::string const&, int, std::string const&) { std::abort(); }
+Store_Error::~Store_Error() { std::abort(); }
+
 namespace {
 
 // The cells of all rows one after another, or "refused".
-std::string answer(Store& store, std::string const& text, Binding_Value const& value = Binding_Value()) try {
+std::string answer(backup::Store& store, std::string const& text, Binding_Value const& value = Binding_Value()) try {
   SQL statement(text.c_str(), SQL::TYPE_RAW, true);
   if (text.find(":v") != std::string::npos) statement.bind(":v", value);
   std::string cells;
-  for (Store::Row const& row : store.rows(statement)) {
+  for (backup::Store::Row const& row : store.rows(statement)) {
     for (Binding_Value const& cell : row) cells += value_text(cell);
   }
   return cells;
-} catch (Store_Error const&) {
+} catch (backup::Store_Error const&) {
   return "refused";
 }
 
@@ -32,13 +54,13 @@ std::string times(std::size_t count, std::string const& text) {
 
 TEST(Condition, chooses_rows_by_the_kind_of_its_column) {
   // SQLite's, the second one with texts in it, and MariaDB's.
-  std::string const kinds[] = {"TEXT",
-                               "BLOB",
-                               "TEXT COLLATE utf8mb4_general_ci",
-                               "VARCHAR(9) COLLATE utf8mb4_bin",
-                               "VARCHAR(9) CHARACTER SET latin1",
-                               "VARBINARY(9)",
-                               "LONGBLOB"};
+  static std::string const kinds[] = {"TEXT",
+                                      "BLOB",
+                                      "TEXT COLLATE utf8mb4_general_ci",
+                                      "VARCHAR(9) COLLATE utf8mb4_bin",
+                                      "VARCHAR(9) CHARACTER SET latin1",
+                                      "VARBINARY(9)",
+                                      "LONGBLOB"};
   struct {
     std::string text;
     Binding_Value value;
@@ -111,7 +133,7 @@ TEST(Statement, is_read_and_limited_by_its_database) {
 TEST(MySQL_Store, has_a_session_of_its_own_modes) {
   auto const store = open_empty(Database::mariadb);
   store->run("SET GLOBAL sql_mode=CONCAT(@@GLOBAL.sql_mode,',EMPTY_STRING_IS_NULL')");
-  MySQL_Store strict(mariadb_url(own_database()));
+  backup::MySQL_Store strict(mariadb_url(own_database()));
   store->run("SET GLOBAL sql_mode=DEFAULT");
   strict.run("CREATE TABLE t(a DECIMAL(5,2), b INT, c VARCHAR(3), d FLOAT, e DATE)");
   std::pair<char const*, char const*> const cases[] = {
@@ -132,10 +154,10 @@ TEST(MySQL_Store, has_a_session_of_its_own_modes) {
 
 TEST(Transaction, of_mariadb_does_not_keep_others_from_what_it_read) {
   auto const store = open_empty(Database::mariadb);
-  MySQL_Store other(mariadb_url(own_database()));
+  backup::MySQL_Store other(mariadb_url(own_database()));
   store->run("CREATE TABLE t AS SELECT 1 a");
   {
-    Transaction const transaction(*store);
+    backup::Transaction const transaction(*store);
     EXPECT_EQ(answer(*store, "SELECT a FROM t"), "1");
     other.run("UPDATE t SET a=10");
     store->run("UPDATE t SET a=a+1");

@@ -18,6 +18,9 @@
 
 namespace {
 
+using backup::Store;
+using backup::Store_Error;
+
 using json_spirit::Array;
 using json_spirit::Object;
 using json_spirit::Value;

@@ -24,6 +24,12 @@
 
 namespace {
 
+using backup::MySQL_Store;
+using backup::SQLite_Store;
+using backup::Store;
+using backup::Store_Error;
+using backup::Transaction;
+
 using json_spirit::Array;
 using json_spirit::Object;
 

@@ -140,9 +140,11 @@ TEST(Secrets, leave_no_copy_in_memory) {
        [](Secure_String const& secret) {
          AES_Encoder const encoder(secret.data(), secret.size(), key.data(), key.size(), false, nullptr, 0);
          std::vector<unsigned char> message(encoder.buffer(), encoder.buffer() + encoder.length());
-         EXPECT_NE(AES_Decoder(message.data(), message.size(), key.data(), key.size(), nullptr).buffer(), nullptr);
+         EXPECT_NE(backup::AES_Decoder(message.data(), message.size(), key.data(), key.size(), nullptr).buffer(),
+                   nullptr);
          message.back() ^= 1;  // refused, once it is decoded
-         EXPECT_EQ(AES_Decoder(message.data(), message.size(), key.data(), key.size(), nullptr).buffer(), nullptr);
+         EXPECT_EQ(backup::AES_Decoder(message.data(), message.size(), key.data(), key.size(), nullptr).buffer(),
+                   nullptr);
          Secure_Byte_String own_key(secret.begin(), secret.end());
          Secure_Wipe_Guard<Secure_Byte_String> const wipe(own_key);
          own_key.resize(32);
@@ -193,13 +195,13 @@ TEST(Secrets, leave_no_copy_in_memory) {
        }},
       {"a store that compares with it",
        [](Secure_String const& secret) {
-         SQLite_Store store(":memory:");
+         backup::SQLite_Store store(":memory:");
          store.run("CREATE TABLE t AS SELECT 'x' a");
          Select_SQL select("t", nullptr);
          select.and_filter()->add_kv_eq_item("a", secret);
          select.and_filter()->add_kv_eq_item("a", Object{{"b", secret}});
-         EXPECT_TRUE(store.rows(select).empty() && store.rows(select, Store::BY_POSITION).empty());
-         EXPECT_THROW(store.run(select.table("none", nullptr)), Store_Error);
+         EXPECT_TRUE(store.rows(select).empty() && store.rows(select, backup::Store::BY_POSITION).empty());
+         EXPECT_THROW(store.run(select.table("none", nullptr)), backup::Store_Error);
        }},
   };
   for (std::size_t const size : {12U, 32U}) {  // inside the string object; on the heap, a uuid

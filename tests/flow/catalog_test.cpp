@@ -28,6 +28,11 @@ namespace fs = std::filesystem;
 
 namespace {
 
+using backup::MySQL_Store;
+using backup::SQLite_Store;
+using backup::Store;
+using backup::Transaction;
+
 using Names = std::vector<std::string>;
 
 struct Outcome {

@@ -38,9 +38,9 @@ inline std::string mariadb_url(std::string const& database = "") {
 inline std::string own_database() { return "test_" + std::to_string(getpid()); }
 
 /// A store without tables, this process's own.
-inline std::unique_ptr<Store> open_empty(Database db) {
-  if (db == Database::sqlite) return std::make_unique<SQLite_Store>(":memory:");
-  auto store = std::make_unique<MySQL_Store>(mariadb_url());
+inline std::unique_ptr<backup::Store> open_empty(Database db) {
+  if (db == Database::sqlite) return std::make_unique<backup::SQLite_Store>(":memory:");
+  auto store = std::make_unique<backup::MySQL_Store>(mariadb_url());
   store->run("DROP DATABASE IF EXISTS " + own_database());
   store->run("CREATE DATABASE " + own_database() + " COLLATE utf8mb4_nopad_bin");
   store->run("USE " + own_database());

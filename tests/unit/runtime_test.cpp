@@ -36,7 +36,7 @@ std::string encode(std::string const& data, std::string const& key, char const* 
 }
 
 std::string decode(std::string const& data, std::string const& key, char const* text) {
-  return output_of(AES_Decoder(raw(data), data.size(), raw(key), key.size(), text));
+  return output_of(backup::AES_Decoder(raw(data), data.size(), raw(key), key.size(), text));
 }
 
 std::string const key_16(16, 'k');

@@ -161,7 +161,7 @@ TEST(Binding_Value_AES_Converter, encrypts_texts_bytes_and_arrays_and_refuses_th
     Binding_Value out;
     ASSERT_TRUE(aes.convert(in, out));
     Byte_String const coded = bytes(out.val().get_str());
-    AES_Decoder const decoder(coded.data(), coded.size(), key.data(), key.size(), "column");
+    backup::AES_Decoder const decoder(coded.data(), coded.size(), key.data(), key.size(), "column");
     ASSERT_NE(decoder.buffer(), nullptr);
     EXPECT_EQ(std::string(decoder.buffer(), decoder.buffer() + decoder.length()), plain);
   }

@@ -80,7 +80,7 @@ private:
     return EVP_CipherFinal_ex(context_, none, &written) == 1;
   }
 
-  OpenSSL_Errors errors_;
+  backup::OpenSSL_Errors errors_;
   EVP_CIPHER_CTX* context_;
 };
 
@@ -104,6 +104,8 @@ unsigned char const* AES_Encoder::buffer() const { return output_.empty() ? null
 
 unsigned long long AES_Encoder::length() const { return output_.size(); }
 
+namespace backup {
+
 AES_Decoder::AES_Decoder(unsigned char const* data, unsigned long long length, unsigned char const* key,
                          unsigned long long key_length, char const* text) {
   if (data == nullptr || length < overhead || length - overhead > max_data) return;
@@ -121,3 +123,5 @@ AES_Decoder::~AES_Decoder() { secure_wipe(output_); }
 unsigned char const* AES_Decoder::buffer() const { return decoded_ ? output_.data() : nullptr; }
 
 unsigned long long AES_Decoder::length() const { return output_.size(); }
+
+}  // namespace backup

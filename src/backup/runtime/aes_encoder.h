@@ -25,6 +25,8 @@ private:
   std::vector<unsigned char> output_;
 };
 
+namespace backup {
+
 /// Reads back what `AES_Encoder` wrote.
 class BACKUP_RUNTIME_API AES_Decoder {
 public:
@@ -45,3 +47,5 @@ private:
   Secure_Byte_String output_;
   bool decoded_ = false;
 };
+
+}  // namespace backup

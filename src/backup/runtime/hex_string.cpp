@@ -35,11 +35,11 @@ Hex_String_T<Allocator>::Hex_String_T(void const* bytes, unsigned long long coun
 template <template <class> class Allocator>
 Hex_String_T<Allocator>::Hex_String_T(char const* hex, unsigned long long length) {
   if (length % 2 != 0) return;
-  if (!std::all_of(hex, hex + length, [](char c) { return hex_value(c) != no_hex_digit; })) return;
+  if (!std::all_of(hex, hex + length, [](char c) { return backup::hex_value(c) != backup::no_hex_digit; })) return;
   hex_.resize(static_cast<std::size_t>(length));
   bytes_.resize(static_cast<std::size_t>(length / 2));
   for (unsigned char& byte : bytes_) {
-    byte = hex_byte(hex);
+    byte = backup::hex_byte(hex);
     hex += 2;
   }
   write_digits(bytes_, hex_);

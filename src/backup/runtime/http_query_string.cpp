@@ -14,10 +14,11 @@ void decode(std::string_view coded, std::string& text) {
     while (i < coded.size() && coded[i] != '+' && coded[i] != '%') ++i;
     text.append(coded, begin, i - begin);
     if (i == coded.size()) return;
-    bool const is_escape = coded[i] == '%' && i + 2 < coded.size() && hex_value(coded[i + 1]) != no_hex_digit &&
-                           hex_value(coded[i + 2]) != no_hex_digit;
+    bool const is_escape = coded[i] == '%' && i + 2 < coded.size() &&
+                           backup::hex_value(coded[i + 1]) != backup::no_hex_digit &&
+                           backup::hex_value(coded[i + 2]) != backup::no_hex_digit;
     if (is_escape) {
-      text += static_cast<char>(hex_byte(&coded[i + 1]));
+      text += static_cast<char>(backup::hex_byte(&coded[i + 1]));
       i += 3;
     } else {
       text += coded[i] == '+' ? ' ' : '%';

@@ -22,7 +22,7 @@ bool is_uuid(char const* text, std::size_t length) {
   if (length != digit_count && length != hyphenated_length) return false;
   for (std::size_t i = 0; i < length; ++i) {
     bool const hyphen = length == hyphenated_length && is_hyphen_place(i);
-    if (hyphen ? text[i] != '-' : hex_value(text[i]) == no_hex_digit) return false;
+    if (hyphen ? text[i] != '-' : backup::hex_value(text[i]) == backup::no_hex_digit) return false;
   }
   return true;
 }
@@ -35,7 +35,7 @@ Bytes to_binary(char const* text, std::size_t length) {
   bytes.resize(byte_count);
   for (unsigned char& byte : bytes) {
     if (*text == '-') ++text;  // stands only between two bytes
-    byte = hex_byte(text);
+    byte = backup::hex_byte(text);
     text += 2;
   }
   return bytes;
@@ -57,7 +57,7 @@ Secure_Byte_String uuid_string_to_binary_secure(Secure_String const& text) {
 
 bool uuid_binary(unsigned char* bytes) {
   unsigned char fresh[byte_count];
-  OpenSSL_Errors const errors;
+  backup::OpenSSL_Errors const errors;
   if (RAND_bytes(fresh, static_cast<int>(byte_count)) != 1) return false;
   fresh[6] = static_cast<unsigned char>((fresh[6] & 0x0F) | 0x40);  // version 4
   fresh[8] = static_cast<unsigned char>((fresh[8] & 0x3F) | 0x80);  // the variant of RFC 9562

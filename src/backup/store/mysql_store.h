@@ -2,11 +2,12 @@
 
 #include <memory>
 #include <string>
-#include <vector>
 
 #include "backup/runtime/secure_memory.h"
 #include "backup/store/store.h"
 #include "backup/store/store_export.h"
+
+namespace backup {
 
 /// A database on a MySQL or MariaDB server, through one connection. What is said of the server was measured on MariaDB
 /// 10.11; MySQL itself was not tried.
@@ -59,10 +60,10 @@ public:
 private:
   struct Connection;
 
-  unsigned long long execute(std::string const& text, Bindings const* bindings,
-                             std::vector<Binding_Value> const& values, Row_Callback const& callback,
-                             std::vector<std::string>* columns) override;
+  Result execute(Command const& command) override;
   bool in_transaction() const override;
 
   std::unique_ptr<Connection> connection_;
 };
+
+}  // namespace backup

@@ -15,8 +15,11 @@
 #include <utility>
 
 #include "backup/store/detail/backoff.h"
+#include "backup/store/detail/driver.h"
 #include "backup/store/detail/parameters.h"
 #include "backup/store/detail/statement_cache.h"
+
+namespace backup {
 
 namespace {
 
@@ -31,14 +34,12 @@ struct Finalize {
 };
 using Database = std::unique_ptr<sqlite3, Close>;
 using Handle = std::unique_ptr<sqlite3_stmt, Finalize>;
-
-std::string with_code(std::string const& message, int code) {
-  return message + " (SQLite error " + std::to_string(code) + ')';
-}
+using Cache = Statement_Cache<Handle>;
+using Prepared = Cache::Prepared;
 
 [[noreturn]] void fail(std::string const& message, int code, std::string const& text) {
   if ((code & 0xFF) == SQLITE_NOMEM) throw std::bad_alloc();
-  throw Store_Error(with_code(message, code), code, text);
+  throw Store_Error(with_code(message, "SQLite", code), code, text);
 }
 
 // Waits for a database that another connection holds.
@@ -147,23 +148,17 @@ public:
 private:
   static void check(int code) {
     if (code == SQLITE_NOMEM) throw std::bad_alloc();
-    if (code != SQLITE_OK) throw Unfit_Value(with_code(sqlite3_errstr(code), code), code);
+    if (code != SQLITE_OK) throw Unfit_Value(with_code(sqlite3_errstr(code), "SQLite", code), code);
   }
 
   sqlite3_stmt* statement_;
   int index_;
 };
 
-struct Prepared {
-  std::string text;
-  Handle handle;
-  // A copy: SQLite finds a name only by searching them all, and moves them when it compiles the text again after a
-  // schema change.
-  Parameters parameters;
-};
-
 Prepared prepare(Link const& link, std::string const& text, bool keep) {
   Prepared prepared{text, compile(link, text, keep), {}};
+  // A copy of the names: SQLite finds one only by searching them all, and moves them when it compiles the text again
+  // after a schema change.
   Parameters& parameters = prepared.parameters;
   parameters.places = static_cast<std::size_t>(sqlite3_bind_parameter_count(prepared.handle.get()));
   for (std::size_t place = 0; place < parameters.places; ++place) {
@@ -174,15 +169,13 @@ Prepared prepare(Link const& link, std::string const& text, bool keep) {
   return prepared;
 }
 
-using Cache = Statement_Cache<Prepared>;
-
 // A statement with the values of one run; ready for the next one when it goes back.
 class Running_Statement {
 public:
-  Running_Statement(Link const& link, Cache& cache, std::string const& text)
-      : link_(link), cache_(cache), text_(text), keep_(Cache::keeps(text)) {
-    if (keep_) node_ = cache_.take(text);
-    if (node_.empty()) node_.push_back(prepare(link_, text, keep_));
+  Running_Statement(Link const& link, Cache& cache, Store::Command const& command)
+      : link_(link), cache_(cache), command_(command), keep_(Cache::keeps(command.text)) {
+    if (keep_) node_ = cache_.take(command.text);
+    if (node_.empty()) node_.push_back(prepare(link_, command.text, keep_));
     statement_ = node_.front().handle.get();
   }
   Running_Statement(Running_Statement const&) = delete;
@@ -193,12 +186,11 @@ public:
     if (keep_) cache_.put_back(node_);
   }
 
-  void bind(Bindings const* bindings, std::vector<Binding_Value> const& values) {
-    auto const bind_one = [&](std::size_t place, Binding_Value const& value) {
+  void bind() {
+    bind_all(command_, node_.front().parameters, [this](std::size_t place, Binding_Value const& value) {
       Binder binder(statement_, place);
       hand_over(value, json_texts_, binder);
-    };
-    bind_all(text_, node_.front().parameters, bindings, values, bind_one);
+    });
   }
 
   // True when there is a row to read, false at the end.
@@ -233,12 +225,6 @@ public:
   }
 
 private:
-  template <class T>
-  static T const* or_no_memory(T const* result) {
-    if (result == nullptr) throw std::bad_alloc();
-    return result;
-  }
-
   void read(int column, Binding_Value& value) {
     switch (sqlite3_column_type(statement_, column)) {
       case SQLITE_INTEGER: value = static_cast<long long>(sqlite3_column_int64(statement_, column)); break;
@@ -264,14 +250,14 @@ private:
   // constraint is told, which names columns, or that of a text that does not compile any more, which knows no values.
   [[noreturn]] void fail_step(int code) {
     bool const may_quote = node_.front().parameters.places > 0 && (code & 0xFF) != SQLITE_CONSTRAINT;
-    if (!may_quote) fail(link_, sqlite3_errmsg(link_.db), code, text_);
-    compile(link_, text_, false);
-    fail(link_, sqlite3_errstr(code), code, text_);
+    if (!may_quote) fail(link_, sqlite3_errmsg(link_.db), code, command_.text);
+    compile(link_, command_.text, false);
+    fail(link_, sqlite3_errstr(code), code, command_.text);
   }
 
   Link link_;
   Cache& cache_;
-  std::string const& text_;
+  Store::Command const& command_;
   bool keep_;
   Cache::Node node_;
   sqlite3_stmt* statement_ = nullptr;
@@ -361,26 +347,28 @@ Store::Failure SQLite_Store::failure(Store_Error const& error) const {
 
 bool SQLite_Store::in_transaction() const { return sqlite3_get_autocommit(connection_->db.get()) == 0; }
 
-unsigned long long SQLite_Store::execute(std::string const& text, Bindings const* bindings,
-                                         std::vector<Binding_Value> const& values, Row_Callback const& callback,
-                                         std::vector<std::string>* columns) {
+Store::Result SQLite_Store::execute(Command const& command) {
   sqlite3* const db = connection_->db.get();
   sqlite3_int64 const changes_before = sqlite3_total_changes64(db);
   connection_->lock_wait.restart();
-  Running_Statement statement({db, connection_->lock_wait}, connection_->cache, text);
-  statement.bind(bindings, values);
+  Running_Statement statement({db, connection_->lock_wait}, connection_->cache, command);
+  statement.bind();
   bool more = statement.step();
-  if (columns != nullptr) *columns = statement.column_names();
+  Result result;
+  result.columns = statement.column_names();
   Row row;
   while (more) {
-    if (callback) {
+    if (command.on_row) {
       statement.read(row);
-      if (!callback(row)) break;
+      if (!command.on_row(row)) break;
     }
     more = statement.step();
   }
   statement.finish();
   // A statement that changes no row leaves the number of the one before.
   bool const changed = sqlite3_total_changes64(db) != changes_before;
-  return changed ? static_cast<unsigned long long>(sqlite3_changes64(db)) : 0;
+  if (changed) result.changed = static_cast<unsigned long long>(sqlite3_changes64(db));
+  return result;
 }
+
+}  // namespace backup

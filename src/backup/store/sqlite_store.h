@@ -3,10 +3,11 @@
 #include <chrono>
 #include <memory>
 #include <string>
-#include <vector>
 
 #include "backup/store/store.h"
 #include "backup/store/store_export.h"
+
+namespace backup {
 
 /// A database of the embedded SQLite library: a file, or ":memory:".
 ///
@@ -44,10 +45,10 @@ public:
 private:
   struct Connection;
 
-  unsigned long long execute(std::string const& text, Bindings const* bindings,
-                             std::vector<Binding_Value> const& values, Row_Callback const& callback,
-                             std::vector<std::string>* columns) override;
+  Result execute(Command const& command) override;
   bool in_transaction() const override;
 
   std::unique_ptr<Connection> connection_;
 };
+
+}  // namespace backup

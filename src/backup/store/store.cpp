@@ -4,6 +4,8 @@
 
 #include "backup/store/detail/backoff.h"
 
+namespace backup {
+
 namespace {
 
 constexpr std::size_t shown_characters = 500;
@@ -22,31 +24,21 @@ std::string error_text(std::string const& message, std::string const& statement)
   return statement.empty() ? shorten(message) : shorten(message) + " in: " + shorten(statement);
 }
 
-struct Rendered {
-  std::string text;
-  Bindings bindings;
-  std::vector<Binding_Value> values;
-};
-
-Rendered render(SQL const& statement, SQL::Database_Type db, Store::Binding_Mode mode, bool count) {
-  Rendered out;
+Store::Command render(SQL const& statement, SQL::Database_Type db, Store::Binding_Mode mode, bool count) {
+  Store::Command command;
   auto const write = [&](auto& values) {
-    count ? statement.get_count_sql(db, out.text, values) : statement.get_sql(db, out.text, values);
+    count ? statement.get_count_sql(db, command.text, values) : statement.get_sql(db, command.text, values);
   };
   try {
     if (mode == Store::BY_NAME) {
-      write(out.bindings);
+      write(command.values.emplace<Bindings>());
     } else {
-      write(out.values);
+      write(command.values.emplace<std::vector<Binding_Value>>());
     }
   } catch (std::length_error const&) {
-    throw Store_Error("more names are bound than the text can hold", 0, out.text);
+    throw Store_Error("more names are bound than the text can hold", 0, command.text);
   }
-  return out;
-}
-
-Bindings const* named(Rendered const& rendered, Store::Binding_Mode mode) {
-  return mode == Store::BY_NAME ? &rendered.bindings : nullptr;
+  return command;
 }
 
 bool is_count(Store::Row const& row) {
@@ -72,40 +64,34 @@ Store_Error::~Store_Error() = default;
 Store::Store() = default;
 Store::~Store() = default;
 
-unsigned long long Store::perform(std::string const& text, Bindings const* bindings,
-                                  std::vector<Binding_Value> const& values, Row_Callback const& callback,
-                                  std::vector<std::string>* columns) {
+Store::Result Store::perform(Command const& command) {
   if (has_transaction_ && !in_transaction()) {
     throw Store_Error("the transaction is over: rolled back by the database, or committed by a statement in it", 0,
-                      text);
+                      command.text);
   }
-  if (is_running_) throw Store_Error("the store is used from its own row callback", 0, text);
+  if (is_running_) throw Store_Error("the store is used from its own row callback", 0, command.text);
   struct Running {
     explicit Running(bool& is_running) : flag(is_running) { flag = true; }
     ~Running() { flag = false; }
     bool& flag;
   } const running(is_running_);
-  return execute(text, bindings, values, callback, columns);
+  return execute(command);
 }
 
 unsigned long long Store::run(SQL const& statement, Binding_Mode mode) {
-  Rendered const rendered = render(statement, dialect(), mode, false);
-  return perform(rendered.text, named(rendered, mode), rendered.values, nullptr, nullptr);
+  return perform(render(statement, dialect(), mode, false)).changed;
 }
 
-unsigned long long Store::run(std::string const& text) { return perform(text, nullptr, {}, nullptr, nullptr); }
+unsigned long long Store::run(std::string const& text) { return perform({text, {}, nullptr}).changed; }
 
 std::vector<std::string> Store::query(SQL const& statement, Row_Callback const& callback, Binding_Mode mode) {
-  Rendered const rendered = render(statement, dialect(), mode, false);
-  std::vector<std::string> columns;
-  perform(rendered.text, named(rendered, mode), rendered.values, callback, &columns);
-  return columns;
+  Command command = render(statement, dialect(), mode, false);
+  command.on_row = callback;
+  return perform(command).columns;
 }
 
 std::vector<std::string> Store::query(std::string const& text, Row_Callback const& callback) {
-  std::vector<std::string> columns;
-  perform(text, nullptr, {}, callback, &columns);
-  return columns;
+  return perform({text, {}, callback}).columns;
 }
 
 std::vector<Store::Row> Store::rows(SQL const& statement, Binding_Mode mode) {
@@ -119,14 +105,14 @@ std::vector<Store::Row> Store::rows(SQL const& statement, Binding_Mode mode) {
 }
 
 unsigned long long Store::count(SQL const& statement, Binding_Mode mode) {
-  Rendered const rendered = render(statement, dialect(), mode, true);
+  Command command = render(statement, dialect(), mode, true);
   Row number;
-  auto const keep = [&number](Row const& row) {
+  command.on_row = [&number](Row const& row) {
     number = row;
     return false;
   };
-  perform(rendered.text, named(rendered, mode), rendered.values, keep, nullptr);
-  if (!is_count(number)) throw Store_Error("the count query does not give one number", 0, rendered.text);
+  perform(command);
+  if (!is_count(number)) throw Store_Error("the count query does not give one number", 0, command.text);
   return number.front().val().get_uint64();
 }
 
@@ -164,3 +150,5 @@ void Transaction::commit() {
   store_.run("COMMIT");
   open_ = store_.has_transaction_ = false;
 }
+
+}  // namespace backup

@@ -4,11 +4,14 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <variant>
 #include <vector>
 
 #include "backup/store/store_export.h"
 #include "backup/utils/sql/binding_value.h"
 #include "backup/utils/sql/sql.h"
+
+namespace backup {
 
 /// What went wrong on the database. `what()` holds the driver's message, its code and the statement's text; a bound
 /// value never, so a message that might quote one is replaced by the driver's general words for the code.
@@ -36,6 +39,12 @@ private:
 };
 
 /// Runs rendered statements on one connection to a real database. Used by one thread at a time.
+///
+///     SQLite_Store store("shop.db");
+///     Select_SQL cheap("item", nullptr);
+///     cheap.add_key("name", nullptr).and_filter()->add_kv_item(Item_SQL::OP_LT, "price", 100, 0);
+///     for (Store::Row const& row : store.rows(cheap)) std::cout << row[0].val().get_str() << '\n';
+///     store.transact([&] { store.run("DELETE FROM item"); });
 ///
 /// Statements are rendered for the store's own dialect and their values are bound, by name or by position; prepared
 /// statements are kept where the driver allows it, and used again for the same text. A parameter without a value is
@@ -86,24 +95,34 @@ public:
   /// The number that the statement's count query gives.
   unsigned long long count(SQL const& statement, Binding_Mode mode = BY_NAME);
 
+  /// One run of one statement, as a database is asked for it.
+  struct Command {
+    std::string text;
+    /// The values of its parameters: a list gives them by position, a map by name.
+    std::variant<std::vector<Binding_Value>, Bindings> values;
+    /// Empty: nobody looks at the rows, so they are not even read from the driver.
+    Row_Callback on_row;
+  };
+  /// What came of it.
+  struct Result {
+    unsigned long long changed = 0;    ///< rows inserted, changed or deleted
+    std::vector<std::string> columns;  ///< names; none when the statement returns no rows
+  };
+
 protected:
   Store();
 
 private:
   friend class Transaction;
 
-  /// Runs `text` with its values: `bindings` when it is not null, else `values`. Calls `callback`, when set, for each
-  /// row. Returns the rows changed and, when `columns` is not null, the column names.
-  virtual unsigned long long execute(std::string const& text, Bindings const* bindings,
-                                     std::vector<Binding_Value> const& values, Row_Callback const& callback,
-                                     std::vector<std::string>* columns) = 0;
+  /// The one way to a database, which each store has its own of: all functions above make a command and come here.
+  /// `command` lives until it is through, so its values are bound where they are.
+  virtual Result execute(Command const& command) = 0;
   /// As the database itself last said.
   virtual bool in_transaction() const = 0;
 
-  /// `execute`, unless a Transaction is open here that the database has ended.
-  unsigned long long perform(std::string const& text, Bindings const* bindings,
-                             std::vector<Binding_Value> const& values, Row_Callback const& callback,
-                             std::vector<std::string>* columns);
+  /// `execute`, unless a Transaction is open here that the database has ended, or a row callback asks for it.
+  Result perform(Command const& command);
 
   bool has_transaction_ = false;
   bool is_running_ = false;
@@ -139,3 +158,5 @@ private:
   Store& store_;
   bool open_;
 };
+
+}  // namespace backup

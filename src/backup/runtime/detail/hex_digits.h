@@ -3,6 +3,8 @@
 #include <array>
 #include <cstddef>
 
+namespace backup {
+
 /// Value of a character that is no hexadecimal digit.
 constexpr unsigned char no_hex_digit = 0xFF;
 
@@ -26,3 +28,5 @@ inline unsigned char hex_value(char digit) { return hex_values[static_cast<unsig
 inline unsigned char hex_byte(char const* digits) {
   return static_cast<unsigned char>(hex_value(digits[0]) << 4 | hex_value(digits[1]));
 }
+
+}  // namespace backup

@@ -2,6 +2,8 @@
 
 #include <openssl/err.h>
 
+namespace backup {
+
 /// While one lives, OpenSSL's errors of this thread are this library's own; they go with it. An error left in the queue
 /// would be taken for one of the caller's next OpenSSL call.
 class OpenSSL_Errors {
@@ -11,3 +13,5 @@ public:
   OpenSSL_Errors& operator=(OpenSSL_Errors const&) = delete;
   ~OpenSSL_Errors() { ERR_pop_to_mark(); }
 };
+
+}  // namespace backup

@@ -5,6 +5,8 @@
 #include <random>
 #include <thread>
 
+namespace backup {
+
 /// Pauses between attempts at what others use too: each up to twice as long as the one before, and at random, so that
 /// those who wait do not come back together. They stay short enough for everyone's turn to come soon.
 class Backoff {
@@ -24,3 +26,5 @@ private:
   long longest_ = shortest;
   std::minstd_rand random_{std::random_device{}()};
 };
+
+}  // namespace backup

@@ -1,13 +1,15 @@
 #include "backup/store/detail/mysql_connection.h"
 
-#include <errmsg.h>
 #include <mysqld_error.h>
 
 #include <cstddef>
-#include <new>
+#include <stdexcept>
 #include <vector>
 
-#include "backup/store/store.h"
+#include "backup/store/detail/driver.h"
+#include "backup/store/detail/mysql_error.h"
+
+namespace backup {
 
 namespace {
 
@@ -88,11 +90,6 @@ MySQL_URL parse(std::string const& url) {
 
 }  // namespace
 
-void fail_mysql(std::string const& message, unsigned int code, std::string const& text) {
-  if (code == CR_OUT_OF_MEMORY) throw std::bad_alloc();
-  throw Store_Error(message + " (MySQL error " + std::to_string(code) + ')', static_cast<int>(code), text);
-}
-
 MySQL_Connection::MySQL_Connection(std::string const& url, Secure_String const& password) : url_(parse(url)) {
   try {
     db_ = connect(url_, password);
@@ -137,3 +134,5 @@ void MySQL_Connection::settle() const {
     mysql_query(db_.get(), "DO 0");
   }
 }
+
+}  // namespace backup

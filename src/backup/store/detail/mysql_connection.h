@@ -3,11 +3,12 @@
 #include <mysql.h>
 
 #include <memory>
-#include <stdexcept>
 #include <string>
 
 #include "backup/runtime/secure_memory.h"
 #include "backup/store/detail/mysql_url.h"
+
+namespace backup {
 
 struct Close_MySQL {
   void operator()(MYSQL* db) const noexcept { mysql_close(db); }
@@ -17,16 +18,6 @@ struct Free_MySQL_Result {
 };
 using MySQL_Handle = std::unique_ptr<MYSQL, Close_MySQL>;
 using MySQL_Result = std::unique_ptr<MYSQL_RES, Free_MySQL_Result>;
-
-/// Throws Store_Error with the message and its code, and std::bad_alloc for the client's code of short memory.
-[[noreturn]] void fail_mysql(std::string const& message, unsigned int code, std::string const& text);
-
-/// Throws std::bad_alloc for null, the client's sign of short memory.
-template <class T>
-T* or_no_memory(T* result) {
-  if (result == nullptr) throw std::bad_alloc();
-  return result;
-}
 
 /// A connection whose session is set as `MySQL_Store` says, and what a second one to the same server needs.
 class MySQL_Connection {
@@ -56,3 +47,5 @@ private:
   std::string server_;  ///< which one it is, for a name may stand for several
   std::string id_;      ///< of this connection; empty when there is a proxy between, which has numbers of its own
 };
+
+}  // namespace backup

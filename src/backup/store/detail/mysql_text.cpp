@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+namespace backup {
+
 namespace {
 
 // A blank or a control character.
@@ -70,3 +72,5 @@ MySQL_Text mark_names(std::string const& named) {
   std::sort(marked.parameters.names.begin(), marked.parameters.names.end());
   return marked;
 }
+
+}  // namespace backup

@@ -5,6 +5,8 @@
 
 #include "backup/store/detail/parameters.h"
 
+namespace backup {
+
 /// A statement with its named parameters for a database that knows only marks by place.
 struct MySQL_Text {
   std::string text;       ///< a "?" in place of each name
@@ -20,3 +22,5 @@ bool is_word(std::string_view text, std::string_view lower);
 
 /// True for a byte that may be part of a name: letters, digits, "_", "$" and bytes above 127.
 bool is_name_byte(char c);
+
+}  // namespace backup

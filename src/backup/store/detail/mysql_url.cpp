@@ -11,6 +11,8 @@
 
 #include "backup/store/detail/mysql_text.h"
 
+namespace backup {
+
 namespace {
 
 [[noreturn]] void refuse(std::string const& reason) { throw std::runtime_error(reason); }
@@ -112,3 +114,5 @@ MySQL_URL parse_mysql_url(std::string const& url) {
   if (parts.host.empty() && parts.socket.empty()) refuse("neither a host nor a socket");
   return parts;
 }
+
+}  // namespace backup

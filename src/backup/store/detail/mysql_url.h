@@ -2,6 +2,8 @@
 
 #include <string>
 
+namespace backup {
+
 /// True for a text that begins with "mysql:" or "mariadb:", in letters of any case.
 bool is_mysql_url(std::string const& text);
 
@@ -18,3 +20,5 @@ struct MySQL_URL {
 /// std::runtime_error with the reason for any other text, also when it holds a password: a URL is seen by others, in
 /// lists of processes, logs and messages. So a user's name with a colon is refused, escaped or not.
 MySQL_URL parse_mysql_url(std::string const& url);
+
+}  // namespace backup

@@ -6,9 +6,12 @@
 #include <stdexcept>
 #include <string>
 #include <utility>
+#include <variant>
 #include <vector>
 
 #include "backup/store/store.h"
+
+namespace backup {
 
 /// What a prepared statement wants values for.
 struct Parameters {
@@ -25,13 +28,11 @@ struct Unfit_Value : std::runtime_error {
   int code;
 };
 
-/// Calls `bind(place, value)` for each place: with the values of `bindings` when it is not null, else with `values` in
-/// their order. Throws Store_Error unless places and values match one by one, and when `bind` throws
-/// std::runtime_error, of which Unfit_Value is one.
+/// Calls `bind(place, value)` for each place with its value of `command`. Throws Store_Error unless places and values
+/// match one by one, and when `bind` throws std::runtime_error, of which Unfit_Value is one.
 template <class Bind>
-void bind_all(std::string const& text, Parameters const& parameters, Bindings const* bindings,
-              std::vector<Binding_Value> const& values, Bind bind) {
-  auto const refuse = [&](std::string const& reason, int code = 0) { throw Store_Error(reason, code, text); };
+void bind_all(Store::Command const& command, Parameters const& parameters, Bind bind) {
+  auto const refuse = [&](std::string const& reason, int code = 0) { throw Store_Error(reason, code, command.text); };
   auto const bind_one = [&](std::size_t place, std::string const& name, Binding_Value const& value) {
     try {
       bind(place, value);
@@ -42,13 +43,13 @@ void bind_all(std::string const& text, Parameters const& parameters, Bindings co
     }
   };
   auto const& names = parameters.names;
-  if (bindings == nullptr) {
+  if (auto const* const values = std::get_if<std::vector<Binding_Value>>(&command.values)) {
     if (!names.empty()) refuse("parameter " + names.front().first + " has a name, but values come by position");
-    if (parameters.places != values.size()) {
-      refuse(std::to_string(values.size()) + " values for " + std::to_string(parameters.places) + " parameters");
+    if (parameters.places != values->size()) {
+      refuse(std::to_string(values->size()) + " values for " + std::to_string(parameters.places) + " parameters");
     }
     std::size_t place = 0;
-    for (Binding_Value const& value : values) {
+    for (Binding_Value const& value : *values) {
       bind_one(place, std::to_string(place + 1), value);
       ++place;
     }
@@ -56,7 +57,7 @@ void bind_all(std::string const& text, Parameters const& parameters, Bindings co
   }
   if (names.size() != parameters.places) refuse("a parameter has no name, but values come by name");
   auto parameter = names.begin();  // both are in order of name
-  for (auto const& [name, value] : *bindings) {
+  for (auto const& [name, value] : std::get<Bindings>(command.values)) {
     if (parameter == names.end() || name < parameter->first) refuse("no parameter " + name + " for the value");
     for (; parameter != names.end() && parameter->first == name; ++parameter) {
       bind_one(parameter->second, name, value);
@@ -95,3 +96,5 @@ void hand_over(Binding_Value const& value, JSON_Texts& json_texts, Driver& drive
   }
   throw Unfit_Value("unknown kind of value");
 }
+
+}  // namespace backup

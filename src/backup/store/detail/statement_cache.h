@@ -5,11 +5,19 @@
 #include <list>
 #include <string>
 
-/// Prepared statements that wait for their next use, the last used first. `Prepared` has its statement's text as
-/// `text`.
-template <class Prepared>
+#include "backup/store/detail/parameters.h"
+
+namespace backup {
+
+/// Prepared statements that wait for their next use, the last used first. `Handle` owns what the driver has of one.
+template <class Handle>
 class Statement_Cache {
 public:
+  struct Prepared {
+    std::string text;
+    Handle handle;
+    Parameters parameters;
+  };
   using Node = std::list<Prepared>;  // of one statement
 
   /// A statement of this text is worth keeping.
@@ -44,3 +52,5 @@ private:
   Node kept_;
   std::size_t characters_ = 0;
 };
+
+}  // namespace backup

@@ -101,46 +101,47 @@ void empty_caches() {
   for (std::size_t i = 0; i < memory.size(); i += 64) ++memory[i];
 }
 
-// Keeps the best time of each step, in milliseconds. False, reported, when one gives a wrong result.
+struct Row {
+  std::string name;
+  bool wanted;
+  double best[std::size(sizes)];  // in milliseconds
+};
+
+// Keeps the best time of each step. False, reported, when one gives a wrong result.
 template <class State, class Steps>
-bool measure(Steps const& steps, std::size_t size, std::vector<double>& best) {
-  auto const state = std::make_unique<State>(size);
-  std::size_t i = 0;
-  for (auto const& step : steps) {
+bool measure(Steps const& steps, std::size_t size, std::vector<Row>& rows) {
+  auto const state = std::make_unique<State>(sizes[size]);
+  for (std::size_t i = 0; i < rows.size(); ++i) {
     empty_caches();
     std::clock_t const start = std::clock();
-    bool const right = step.run(*state);
+    bool const right = steps[i].run(*state);
     double const time = 1000.0 * static_cast<double>(std::clock() - start) / CLOCKS_PER_SEC;
-    best[i] = std::min(best[i], time);
-    ++i;
+    rows[i].best[size] = std::min(rows[i].best[size], time);
     if (right) continue;
-    std::fprintf(stderr, "%s, %zu: wrong result\n", step.name, size);
+    std::fprintf(stderr, "%s, %zu: wrong result\n", steps[i].name, sizes[size]);
     return false;
   }
   return true;
 }
 
-// Measures the steps in their order, as each may need those before it, and prints those that are wanted.
+// Measures all steps in their order, as each may need those before it, and prints those that are wanted.
 template <class State, class Steps>
 bool print_growth(Steps const& steps, std::string const& prefix, int argc, char** argv) {
-  std::vector<std::string> names;
-  std::vector<bool> wanted;
+  std::vector<Row> rows;
   for (auto const& step : steps) {
-    names.push_back(prefix + step.name);
-    wanted.push_back(figures::is_wanted(names.back().c_str(), argc, argv));
+    std::string const name = prefix + step.name;
+    rows.push_back({name, figures::is_wanted(name.c_str(), argc, argv), {1e9, 1e9, 1e9}});
   }
-  if (std::find(wanted.begin(), wanted.end(), true) == wanted.end()) return true;
-  std::vector<std::vector<double>> times(std::size(sizes));
-  for (std::size_t i = 0; i < std::size(sizes); ++i) {
-    times[i].assign(names.size(), std::numeric_limits<double>::max());
-    for (std::size_t n = 0; n < repetitions[i]; ++n) {
-      if (!measure<State>(steps, sizes[i], times[i])) return false;
+  if (std::none_of(rows.begin(), rows.end(), [](Row const& row) { return row.wanted; })) return true;
+  for (std::size_t size = 0; size < std::size(sizes); ++size) {
+    for (std::size_t n = 0; n < repetitions[size]; ++n) {
+      if (!measure<State>(steps, size, rows)) return false;
     }
   }
-  for (std::size_t i = 0; i < names.size(); ++i) {
-    if (!wanted[i]) continue;
-    std::printf("%s\t%.2f\t%.2f\t%.2f\t%.1f\t%.1f\t12\n", names[i].c_str(), times[0][i], times[1][i], times[2][i],
-                times[1][i] / times[0][i], times[2][i] / times[1][i]);
+  for (auto const& [name, wanted, best] : rows) {
+    if (!wanted) continue;
+    std::printf("%s\t%.2f\t%.2f\t%.2f\t%.1f\t%.1f\t12\n", name.c_str(), best[0], best[1], best[2], best[1] / best[0],
+                best[2] / best[1]);
   }
   std::fflush(stdout);
   return true;

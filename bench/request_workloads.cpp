@@ -1,5 +1,5 @@
 // One request, from its pairs or its JSON text to the text and the values of a SELECT. The code by hand reads just the
-// keys of this request, in any combination: same decoding, same numbers, same checks, no table, no objects.
+// keys of this request: same decoding, same numbers, same checks, no table, no objects.
 #include <rapidjson/document.h>
 
 #include <algorithm>
@@ -66,30 +66,28 @@ void library_json(Result& out) {
 
 // ---- by hand
 
-// Calls `use(piece)` for each piece that is not empty, until one gives false.
+// Calls `use(piece)` for each piece that is not empty.
 template <class Use>
-bool split(std::string_view text, char separator, Use use) {
+void split(std::string_view text, char separator, Use use) {
   while (!text.empty()) {
     std::size_t const end = std::min(text.find(separator), text.size());
-    if (end > 0 && !use(text.substr(0, end))) return false;
+    if (end > 0) use(text.substr(0, end));
     text.remove_prefix(std::min(end + 1, text.size()));
   }
-  return true;
 }
 
 // Takes percent-encoding off; a bad escape stays as it is.
 std::string decoded(std::string_view text) {
   std::string plain;
-  plain.reserve(text.size());
   for (std::size_t i = 0; i < text.size(); ++i) {
-    unsigned char byte = 0;
+    char byte = text[i] == '+' ? ' ' : text[i];
     char const* const digits = text.data() + i + 1;
-    if (text[i] == '%' && i + 2 < text.size() && std::from_chars(digits, digits + 2, byte, 16).ptr == digits + 2) {
-      plain += static_cast<char>(byte);
+    unsigned char escaped = 0;
+    if (byte == '%' && i + 2 < text.size() && std::from_chars(digits, digits + 2, escaped, 16).ptr == digits + 2) {
+      byte = static_cast<char>(escaped);
       i += 2;
-    } else {
-      plain += text[i] == '+' ? ' ' : text[i];
     }
+    plain += byte;
   }
   return plain;
 }
@@ -101,169 +99,132 @@ long long integer(std::string_view text) {
   return read.ec == std::errc::result_out_of_range ? std::numeric_limits<long long>::max() : number;
 }
 
+std::string lower(std::string_view text) {
+  std::string lowered(text);
+  for (char& c : lowered) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  return lowered;
+}
+
 bool is_uuid(std::string_view text) {
-  if (text.size() != 36 && text.size() != 32) return false;
   for (std::size_t i = 0; i < text.size(); ++i) {
-    bool const hyphen = text.size() == 36 && (i == 8 || i == 13 || i == 18 || i == 23);
+    bool const hyphen = i == 8 || i == 13 || i == 18 || i == 23;
     if (hyphen ? text[i] != '-' : std::isxdigit(static_cast<unsigned char>(text[i])) == 0) return false;
   }
-  return true;
+  return text.size() == 36;
 }
 
 // The SELECT, written as the request is read.
-class Files {
-public:
-  explicit Files(Result& out) : sql_(out.sql), bindings_(out.bindings) {
-    sql_.reserve(1024);
-    sql_ += "SELECT * FROM `file` `f` WHERE ";
+struct Files {
+  explicit Files(Result& out) : sql(out.sql), bindings(out.bindings) {
+    sql.reserve(1024);
+    sql += "SELECT * FROM `file` `f` WHERE ";
   }
 
-  void size(char const* condition, long long number) {
-    open(condition);
-    bind(number);
-    sql_ += ')';
-  }
-  void name(char const* condition, std::string_view text) {
-    std::string lower(text);
-    for (char& c : lower) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    open(condition);
-    bind(lower);
-    sql_ += ')';
-  }
-  void deleted() { open("(`deleted` IS NULL)"); }
-  void hosts(std::vector<std::string_view> const& uuids) {
-    if (!std::all_of(uuids.begin(), uuids.end(), is_uuid)) return;
-    open(uuids.empty() ? "(0" : "(`host_uuid` IN (");
-    char const* before = "x'";
-    for (std::string_view const uuid : uuids) {
-      sql_ += before;
-      sql_ += uuid;
-      before = "',x'";
-    }
-    sql_ += uuids.empty() ? ")" : "'))";
-  }
-  void begin_either() {
-    open("(");
-    joint_ = "";
-    join_ = " OR ";
-  }
-  void end_either() {
-    sql_ += *joint_ == '\0' ? "0)" : ")";
-    join_ = " AND ";
-    joint_ = join_;
-  }
-
-  void sort(std::string_view keys) { sort_ = keys; }
-  void order(std::string_view words) { order_ = words; }
-  void limit(long long rows) { limit_ = rows; }
-  void offset(long long rows) { offset_ = rows; }
-
-  void end() {
-    if (*joint_ == '\0') sql_ += '1';
-    write_order();
-    if (limit_ >= 0 || offset_ > 0) sql_ += " LIMIT ";
-    if (limit_ >= 0) {
-      by_hand::append_number(sql_, static_cast<unsigned long long>(limit_));
-    } else if (offset_ > 0) {
-      sql_ += "9223372036854775807";
-    }
-    if (offset_ <= 0) return;
-    sql_ += " OFFSET ";
-    by_hand::append_number(sql_, static_cast<unsigned long long>(offset_));
-  }
-
-private:
   void open(char const* condition) {
-    sql_ += joint_;
-    sql_ += condition;
-    joint_ = join_;
+    sql += joint;
+    sql += condition;
+    joint = join;
   }
-  template <class Value>
-  void bind(Value const& value) {
+  void compare(char const* condition, Binding_Value const& value) {
+    open(condition);
     std::string parameter = ":";
-    by_hand::append_number(parameter, ++number_);
-    sql_ += parameter;
-    bindings_.emplace_hint(bindings_.end(), std::move(parameter), value);
+    by_hand::append_number(parameter, ++number);
+    sql += parameter;
+    sql += ')';
+    bindings.emplace_hint(bindings.end(), std::move(parameter), value);
   }
-  static char const* column(std::string_view key) {
-    if (key == "name") return "f.name";
-    if (key == "size") return "file_size";
-    if (key == "host_uuid") return "host_uuid";
-    return key == "deleted" ? "deleted" : nullptr;
+  void size_at_least(long long size) { compare("(`file_size`>=", size); }
+  void size_other(long long size) { compare("(`file_size`!=", size); }
+  void name_equal(std::string_view text) { compare("(LOWER(`f`.`name`)=", lower(text)); }
+  void name_like(std::string_view pattern) { compare("(LOWER(`f`.`name`) LIKE ", lower(pattern)); }
+  void not_deleted() { open("(`deleted` IS NULL)"); }
+  void hosts(std::vector<std::string_view> const& uuids) {
+    if (uuids.empty()) return open("(0)");
+    if (!std::all_of(uuids.begin(), uuids.end(), is_uuid)) return;
+    open("(`host_uuid` IN (");
+    for (std::string_view const& uuid : uuids) {
+      sql += &uuid == &uuids[0] ? "x'" : ",x'";
+      sql += uuid;
+      sql += '\'';
+    }
+    sql += "))";
   }
+  // What `add` adds is joined by OR.
+  template <class Add>
+  void either(Add add) {
+    open("(");
+    joint = "";
+    join = " OR ";
+    add();
+    sql += *joint == '\0' ? "0)" : ")";
+    joint = join = " AND ";
+  }
+  void end() {
+    if (*joint == '\0') sql += '1';
+    write_order();
+    if (limit < 0 && offset > 0) limit = std::numeric_limits<long long>::max();
+    if (limit >= 0) by_hand::append_number(sql += " LIMIT ", static_cast<unsigned long long>(limit));
+    if (offset > 0) by_hand::append_number(sql += " OFFSET ", static_cast<unsigned long long>(offset));
+  }
+  // Without an order when a key has no column. One word of direction, for the first key.
   void write_order() {
-    if (!split(sort_, ',', [](std::string_view key) { return column(key) != nullptr; })) return;
-    char const* before = " ORDER BY ";
-    std::string_view words = order_;
-    split(sort_, ',', [&](std::string_view key) {
-      sql_ += before;
-      sql_ += column(key);
-      std::size_t const end = std::min(words.find(','), words.size());
-      sql_ += words.substr(0, end) == "desc" ? " DESC" : " ASC";
-      words.remove_prefix(std::min(end + 1, words.size()));
-      before = ",";
-      return true;
+    std::size_t const begin = sql.size();
+    bool known = true;
+    split(sort, ',', [&](std::string_view key) {
+      bool const first = sql.size() == begin;
+      sql += first ? " ORDER BY " : ",";
+      sql += key == "name" ? "f.name" : "file_size";
+      sql += first && order == "desc" ? " DESC" : " ASC";
+      known = known && (key == "name" || key == "size");
     });
+    if (!known) sql.resize(begin);
   }
 
-  std::string& sql_;
-  Bindings& bindings_;
-  unsigned long long number_ = 0;
-  char const* joint_ = "";
-  char const* join_ = " AND ";
-  std::string_view sort_;
-  std::string_view order_;
-  long long limit_ = -1;
-  long long offset_ = 0;
+  std::string& sql;
+  Bindings& bindings;
+  unsigned long long number = 0;
+  char const* joint = "";
+  char const* join = " AND ";
+  std::string_view sort;
+  std::string_view order;
+  long long limit = -1;
+  long long offset = 0;
 };
 
-constexpr char const* size_at_least = "(`file_size`>=";
-constexpr char const* size_other = "(`file_size`!=";
-constexpr char const* name_equal = "(LOWER(`f`.`name`)=";
-constexpr char const* name_like = "(LOWER(`f`.`name`) LIKE ";
-
-void hand_either(Files& files, std::string const& text) {
-  files.begin_either();
+void read_either(Files& files, std::string_view text) {
   split(text, '&', [&](std::string_view pair) {
     std::size_t const equals = std::min(pair.find('='), pair.size());
     std::string const key = decoded(pair.substr(0, equals));
     std::string const value = decoded(pair.substr(std::min(equals + 1, pair.size())));
-    if (key == "NE_size") {
-      files.size(size_other, integer(value));
-    } else if (key == "LK_name") {
-      files.name(name_like, value);
-    }
-    return true;
+    if (key == "NE_size") files.size_other(integer(value));
+    if (key == "LK_name") files.name_like(value);
   });
-  files.end_either();
 }
 
 void hand_pairs(Result& out) {
   Files files(out);
-  for (auto const& [key, value] : pairs) {
+  for (auto const& [key, text] : pairs) {
+    std::string const& value = text;
     if (key == "GE_size") {
-      files.size(size_at_least, integer(value));
+      files.size_at_least(integer(value));
     } else if (key == "IN_host_uuid") {
       std::vector<std::string_view> uuids;
-      split(value, ',', [&](std::string_view uuid) {
-        uuids.push_back(uuid);
-        return true;
-      });
+      split(value, ',', [&](std::string_view uuid) { uuids.push_back(uuid); });
       files.hosts(uuids);
     } else if (key == "NL_deleted") {
-      files.deleted();
+      files.not_deleted();
     } else if (key == "OR") {
-      hand_either(files, value);
+      files.either([&] { read_either(files, value); });
     } else if (key == "name") {
-      files.name(name_equal, value);
+      files.name_equal(value);
     } else if (key == "sort") {
-      files.sort(value);
+      files.sort = value;
     } else if (key == "order") {
-      files.order(value);
+      files.order = value;
     } else if (key == "limit") {
-      files.limit(integer(value));
+      files.limit = integer(value);
     } else if (key == "offset") {
-      files.offset(integer(value));
+      files.offset = integer(value);
     }
   }
   files.end();
@@ -285,25 +246,24 @@ void hand_json(Result& out) {
   request.Parse<rapidjson::kParseFullPrecisionFlag | rapidjson::kParseValidateEncodingFlag>(json.data(), json.size());
   if (request.HasParseError() || !request.IsObject()) return;
   Files files(out);
-  with(request, "GE_size", &JSON::IsInt64, [&](JSON const& v) { files.size(size_at_least, v.GetInt64()); });
+  with(request, "GE_size", &JSON::IsInt64, [&](JSON const& v) { files.size_at_least(v.GetInt64()); });
   with(request, "IN_host_uuid", &JSON::IsArray, [&](JSON const& list) {
     std::vector<std::string_view> uuids;
-    uuids.reserve(list.Size());
     for (JSON const& uuid : list.GetArray()) uuids.push_back(uuid.IsString() ? text_of(uuid) : "");
     files.hosts(uuids);
   });
-  if (request.HasMember("NL_deleted")) files.deleted();
-  with(request, "OR", &JSON::IsObject, [&](JSON const& either) {
-    files.begin_either();
-    with(either, "LK_name", &JSON::IsString, [&](JSON const& v) { files.name(name_like, text_of(v)); });
-    with(either, "NE_size", &JSON::IsInt64, [&](JSON const& v) { files.size(size_other, v.GetInt64()); });
-    files.end_either();
+  if (request.HasMember("NL_deleted")) files.not_deleted();
+  with(request, "OR", &JSON::IsObject, [&](JSON const& members) {
+    files.either([&] {
+      with(members, "LK_name", &JSON::IsString, [&](JSON const& v) { files.name_like(text_of(v)); });
+      with(members, "NE_size", &JSON::IsInt64, [&](JSON const& v) { files.size_other(v.GetInt64()); });
+    });
   });
-  with(request, "name", &JSON::IsString, [&](JSON const& v) { files.name(name_equal, text_of(v)); });
-  with(request, "sort", &JSON::IsString, [&](JSON const& v) { files.sort(text_of(v)); });
-  with(request, "order", &JSON::IsString, [&](JSON const& v) { files.order(text_of(v)); });
-  with(request, "limit", &JSON::IsInt64, [&](JSON const& v) { files.limit(v.GetInt64()); });
-  with(request, "offset", &JSON::IsInt64, [&](JSON const& v) { files.offset(v.GetInt64()); });
+  with(request, "name", &JSON::IsString, [&](JSON const& v) { files.name_equal(text_of(v)); });
+  with(request, "sort", &JSON::IsString, [&](JSON const& v) { files.sort = text_of(v); });
+  with(request, "order", &JSON::IsString, [&](JSON const& v) { files.order = text_of(v); });
+  with(request, "limit", &JSON::IsInt64, [&](JSON const& v) { files.limit = v.GetInt64(); });
+  with(request, "offset", &JSON::IsInt64, [&](JSON const& v) { files.offset = v.GetInt64(); });
   files.end();
 }
 

@@ -1,33 +1,69 @@
 // What the library costs beside code written by hand, in instructions and in time.
 //
-//   floor_bench                 the whole table; instructions only where valgrind is installed
-//   floor_bench INDEX library   one operation after two warm ones, for valgrind
-//   floor_bench INDEX by_hand
+//   floor_bench [TEXT]...             rows whose name has one of the texts; instructions where valgrind is installed
+//   floor_bench --one INDEX library   one operation after two warm ones, for valgrind
+//   floor_bench --one INDEX by_hand
+#include <malloc.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
-#include <new>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "bench/figures.h"
 #include "bench/workloads.h"
 
 namespace {
 
-unsigned long long allocations = 0;
+// What the program takes of the heap while `counts`.
+struct Heap {
+  bool counts = false;
+  unsigned long long allocations = 0;
+  long long bytes = 0;  // held now; falls below 0 when older memory is released
+  long long peak = 0;
+} heap;
+
+long long bytes_of(void* memory) { return static_cast<long long>(malloc_usable_size(memory)); }
+
+void* taken(void* memory) {
+  if (!heap.counts) return memory;
+  ++heap.allocations;
+  heap.bytes += bytes_of(memory);
+  heap.peak = std::max(heap.peak, heap.bytes);
+  return memory;
+}
+
+void given_back(void* memory) {
+  if (heap.counts) heap.bytes -= bytes_of(memory);
+}
 
 }  // namespace
 
-[[gnu::noinline]] void* operator new(std::size_t size) {
-  ++allocations;
-  if (void* const memory = std::malloc(size)) return memory;
-  throw std::bad_alloc();
+// glibc's own, behind the functions that all code here calls instead.
+extern "C" {
+// NOLINTBEGIN(bugprone-reserved-identifier)
+void* __libc_malloc(std::size_t size);
+void* __libc_calloc(std::size_t count, std::size_t size);
+void* __libc_realloc(void* memory, std::size_t size);
+void __libc_free(void* memory);
+// NOLINTEND(bugprone-reserved-identifier)
+
+void* malloc(std::size_t size) noexcept { return taken(__libc_malloc(size)); }
+void* calloc(std::size_t count, std::size_t size) noexcept { return taken(__libc_calloc(count, size)); }
+void* realloc(void* memory, std::size_t size) noexcept {
+  given_back(memory);
+  return taken(__libc_realloc(memory, size));
 }
-[[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
-void operator delete(void* memory, std::size_t /*size*/) noexcept { operator delete(memory); }
+void free(void* memory) noexcept {
+  given_back(memory);
+  __libc_free(memory);
+}
+}
 
 // valgrind counts while this runs.
 extern "C" [[gnu::noinline]] void measured_operation(void (*operation)(workloads::Result&)) {
@@ -57,7 +93,7 @@ bool same_result(Workload const& workload) {
 }
 
 void run_one(Workload const& workload, Operation operation) {
-  workload.prepare();
+  if (workload.prepare != nullptr) workload.prepare();
   for (int warm = 0; warm < 2; ++warm) {
     workloads::Result result;
     operation(result);
@@ -68,8 +104,8 @@ void run_one(Workload const& workload, Operation operation) {
 // Of one operation, by valgrind; none where it is not installed.
 std::optional<double> instructions(std::string const& program, std::size_t index, char const* side) {
   std::string const count =
-      "valgrind --tool=callgrind --callgrind-out-file=/dev/null --toggle-collect=measured_operation " + program + ' ' +
-      std::to_string(index) + ' ' + side + " 2>&1";
+      "valgrind --tool=callgrind --callgrind-out-file=/dev/null --toggle-collect=measured_operation " + program +
+      " --one " + std::to_string(index) + ' ' + side + " 2>&1";
   FILE* const out = popen(count.c_str(), "r");
   if (out == nullptr) return std::nullopt;
   char line[512];
@@ -88,65 +124,77 @@ double seconds_of(Operation operation, unsigned int times) {
   return static_cast<double>(std::clock() - start) / CLOCKS_PER_SEC;
 }
 
-// How much more CPU time the library takes, and its own in microseconds: medians of samples that take turns.
+// Of one operation, in microseconds, and how much more the library takes: medians of samples that take turns.
 struct Times {
-  double ratio;
-  double microseconds;
+  double library;
+  double by_hand;
 };
 
+double median(std::vector<double>& samples) {
+  auto const middle = samples.begin() + static_cast<std::ptrdiff_t>(samples.size() / 2);
+  std::nth_element(samples.begin(), middle, samples.end());
+  return *middle;
+}
+
 Times times_of(Workload const& workload) {
-  constexpr std::size_t samples = 21;
   unsigned int times = 1;
   while (seconds_of(workload.by_hand, times) < 0.002) times *= 2;
   std::vector<double> library;
   std::vector<double> hand;
-  for (std::size_t i = 0; i < samples; ++i) {
-    library.push_back(seconds_of(workload.library, times) / times);
-    hand.push_back(seconds_of(workload.by_hand, times) / times);
+  for (int i = 0; i < 21; ++i) {
+    library.push_back(1e6 * seconds_of(workload.library, times) / times);
+    hand.push_back(1e6 * seconds_of(workload.by_hand, times) / times);
   }
-  std::sort(library.begin(), library.end());
-  std::sort(hand.begin(), hand.end());
-  return {library[samples / 2] / hand[samples / 2], 1e6 * library[samples / 2]};
+  return {median(library), median(hand)};
+}
+
+Heap heap_of(Operation operation) {
+  heap = {true};
+  measured_operation(operation);
+  return std::exchange(heap, {});
 }
 
 void print_row(std::string const& program, std::size_t index, Workload const& workload) {
   std::optional<double> const library = instructions(program, index, "library");
   std::optional<double> const hand = instructions(program, index, "by_hand");
-  auto const allocations_of = [](Operation operation) {
-    unsigned long long const before = allocations;
-    measured_operation(operation);
-    return allocations - before;
-  };
   Times const times = times_of(workload);
-  std::printf("%-44s", workload.name);
+  Heap const heap_library = heap_of(workload.library);
+  Heap const heap_hand = heap_of(workload.by_hand);
+  std::printf("%s\t%s", workload.name, workload.floor);
   if (library && hand) {
-    std::printf(" %12.0f %7.2f", *library, *library / *hand);
+    std::printf("\t%.0f\t%.0f\t%.2f", *library, *hand, *library / *hand);
   } else {
-    std::printf(" %12s %7s", "-", "-");
+    std::printf("\t-\t-\t-");
   }
-  std::printf(" %5.2f %10.1f %7.2f %8llu %8llu\n", workload.bar, times.microseconds, times.ratio,
-              allocations_of(workload.library), allocations_of(workload.by_hand));
+  std::printf("\t%.2f\t%.1f\t%.1f\t%.2f\t%llu\t%llu\t%lld\t%lld\n", workload.bar, times.library, times.by_hand,
+              times.library / times.by_hand, heap_library.allocations, heap_hand.allocations, heap_library.peak,
+              heap_hand.peak);
   std::fflush(stdout);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  std::vector<Workload> const& workloads = workloads::all();
-  if (argc == 3) {
-    Workload const& workload = workloads.at(std::strtoul(argv[1], nullptr, 10));
-    run_one(workload, std::strcmp(argv[2], "library") == 0 ? workload.library : workload.by_hand);
+  std::vector<Workload> workloads = workloads::statements();
+  for (auto const& more : {workloads::requests(), workloads::documents()})
+    workloads.insert(workloads.end(), more.begin(), more.end());
+  if (argc == 4 && std::strcmp(argv[1], "--one") == 0) {
+    Workload const& workload = workloads.at(std::strtoul(argv[2], nullptr, 10));
+    run_one(workload, std::strcmp(argv[3], "library") == 0 ? workload.library : workload.by_hand);
     return 0;
   }
-  std::printf("%-44s %12s %7s %5s %10s %7s %8s %8s\n", "", "instructions", "ratio", "bar", "CPU us", "ratio", "allocs",
-              "by hand");
+  std::printf(
+      "#operations\toperation\tfloor\tinstructions\tinstructions by hand\tratio\tbar\tCPU us\tCPU us by hand\t"
+      "ratio of times\tallocations\tallocations by hand\tbytes\tbytes by hand\n");
   for (std::size_t i = 0; i < workloads.size(); ++i) {
-    workloads[i].prepare();
-    if (!same_result(workloads[i])) {
-      std::fprintf(stderr, "%s: library and hand-written code differ\n", workloads[i].name);
+    Workload const& workload = workloads[i];
+    if (!figures::is_wanted(workload.name, argc, argv)) continue;
+    if (workload.prepare != nullptr) workload.prepare();
+    if (!same_result(workload)) {
+      std::fprintf(stderr, "%s: library and hand-written code differ\n", workload.name);
       return 1;
     }
-    print_row(argv[0], i, workloads[i]);
+    print_row(argv[0], i, workload);
   }
   return 0;
 }

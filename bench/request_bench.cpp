@@ -10,6 +10,7 @@
 #include <string>
 
 #include "bench/depth_steps.h"
+#include "bench/figures.h"
 
 namespace {
 
@@ -127,13 +128,14 @@ Cost worst_cost(Input const& input) {
 
 }  // namespace
 
-int main() {
+int main(int argc, char** argv) {
   ACE_Log_Msg::instance()->priority_mask(0, ACE_Log_Msg::PROCESS);  // what fails is not written
-  std::printf("%-40s %20s %20s\n", "worst of 2 to 4 MB", "bytes for a byte", "CPU ms for 1 MB");
+  std::puts("#hostile requests\toperation\tbytes for a byte\tCPU ms for 1 MB");
   for (Input const& input : inputs) {
+    if (!figures::is_wanted(input.name, argc, argv)) continue;
     std::fflush(stdout);
     Cost const worst = worst_cost(input);
-    std::printf("%-40s %20.1f %20.1f\n", input.name, worst.bytes, worst.milliseconds);
+    std::printf("%s\t%.1f\t%.1f\n", input.name, worst.bytes, worst.milliseconds);
   }
   return 0;
 }

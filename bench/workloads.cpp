@@ -1,47 +1,18 @@
 #include "bench/workloads.h"
 
 #include <algorithm>
-#include <array>
-#include <charconv>
 #include <memory>
-#include <utility>
 
 #include "backup/utils/sql/insert_sql.h"
 #include "backup/utils/sql/question_mask_sql_converter.h"
 #include "backup/utils/sql/select_sql.h"
+#include "bench/by_hand.h"
 
 namespace workloads {
 
 namespace {
 
-// ---- by hand
-
-void append_number(std::string& sql, unsigned long long number) {
-  std::array<char, 20> digits;
-  sql.append(digits.data(), std::to_chars(digits.data(), digits.data() + digits.size(), number).ptr);
-}
-
-// The cheapest way into the map: a name after the other as the map orders them.
-template <class Value_Of>
-void fill(Bindings& bindings, unsigned long long count, Value_Of value_of) {
-  unsigned long long number = 1;
-  for (unsigned long long i = 0; i < count; ++i) {
-    std::string name = ":";
-    append_number(name, number);
-    bindings.emplace_hint(bindings.end(), std::move(name), value_of(number));
-    if (number * 10 <= count) {
-      number *= 10;
-    } else {
-      if (number >= count) number /= 10;
-      for (++number; number % 10 == 0;) number /= 10;
-    }
-  }
-}
-
-void append_name(std::string& sql, unsigned long long number) {
-  sql += ':';
-  append_number(sql, number);
-}
+using namespace by_hand;
 
 // ---- a SELECT
 
@@ -349,48 +320,42 @@ void hold_insert() {
   row_values<rows>();
 }
 
-void nothing() {}
-
 }  // namespace
 
-std::vector<Workload> const& all() {
-  static std::vector<Workload> const workloads = {
-      {"SELECT: build, render, free", Floor::map, 2.5, nothing, build_map<make_select>, hand_select_map},
-      {"SELECT: render", Floor::map, 1.1, hold_select, render_map<select_held>, hand_select_map},
-      {"SELECT: render with marks", Floor::list, 1.7, hold_select, render_list<select_held>, hand_select_list},
-      {"AND of 100: render", Floor::map, 0.9, hold_filter<make_and>, render_map<filter_held>, hand_and},
-      {"AND of 100: build and render", Floor::map, 1.5, nothing, build_map<make_and>, hand_and},
-      {"IN of 1,000 integers: render", Floor::list, 1.1, hold_filter<make_integers>, render_list<filter_held>,
-       hand_integers},
-      {"IN of 1,000 texts: render", Floor::list, 1.2, hold_filter<make_texts>, render_list<filter_held>, hand_texts},
-      {"IN of 1,000 texts: build and render", Floor::list, 3, nothing, build_list<make_texts>, hand_texts},
-      {"INSERT of 1,000 x 8: render", Floor::map, 0.9, hold_insert<1000>, render_map<insert_held>,
+std::vector<Workload> statements() {
+  return {
+      {"SELECT: build, render, free", "C", 2.5, nullptr, build_map<make_select>, hand_select_map},
+      {"SELECT: render", "C", 1.1, hold_select, render_map<select_held>, hand_select_map},
+      {"SELECT: render with marks", "V", 1.7, hold_select, render_list<select_held>, hand_select_list},
+      {"AND of 100: render", "C", 0.9, hold_filter<make_and>, render_map<filter_held>, hand_and},
+      {"AND of 100: build and render", "C", 1.5, nullptr, build_map<make_and>, hand_and},
+      {"IN of 1,000 integers: render", "V", 1.1, hold_filter<make_integers>, render_list<filter_held>, hand_integers},
+      {"IN of 1,000 texts: render", "V", 1.2, hold_filter<make_texts>, render_list<filter_held>, hand_texts},
+      {"IN of 1,000 texts: build and render", "V", 3, nullptr, build_list<make_texts>, hand_texts},
+      {"INSERT of 1,000 x 8: render", "C", 0.9, hold_insert<1000>, render_map<insert_held>, hand_insert_map<1000>},
+      {"INSERT of 1,000 x 8: build and render", "C", 1.5, hold_insert<1000>, build_map<make_insert<1000>>,
        hand_insert_map<1000>},
-      {"INSERT of 1,000 x 8: build and render", Floor::map, 1.5, hold_insert<1000>, build_map<make_insert<1000>>,
-       hand_insert_map<1000>},
-      {"INSERT of 100 x 8: render", Floor::map, 0.9, hold_insert<100>, render_map<insert_held>, hand_insert_map<100>},
-      {"INSERT of 100 x 8: build and render", Floor::map, 1.5, hold_insert<100>, build_map<make_insert<100>>,
+      {"INSERT of 100 x 8: render", "C", 0.9, hold_insert<100>, render_map<insert_held>, hand_insert_map<100>},
+      {"INSERT of 100 x 8: build and render", "C", 1.5, hold_insert<100>, build_map<make_insert<100>>,
        hand_insert_map<100>},
-      {"INSERT of 1,000 x 8: render with marks", Floor::list, 1.3, hold_insert<1000>, render_list<insert_held>,
+      {"INSERT of 1,000 x 8: render with marks", "V", 1.3, hold_insert<1000>, render_list<insert_held>,
        hand_insert_list<1000>},
-      {"INSERT of 1,000 x 8: build, with marks", Floor::list, 4, hold_insert<1000>, build_list<make_insert<1000>>,
+      {"INSERT of 1,000 x 8: build, with marks", "V", 4, hold_insert<1000>, build_list<make_insert<1000>>,
        hand_insert_list<1000>},
-      {"1,000 levels of groups: render", Floor::list, 4, hold_filter<make_deep<1000>>, render_list<filter_held>,
+      {"1,000 levels of groups: render", "V", 4, hold_filter<make_deep<1000>>, render_list<filter_held>,
        hand_deep<1000>},
-      {"1,000 levels of groups: build, render, free", Floor::list, 18, nothing, build_list<make_deep<1000>>,
-       hand_deep<1000>},
-      {"10,000 levels of groups: render", Floor::list, 4, hold_filter<make_deep<10000>>, render_list<filter_held>,
+      {"1,000 levels of groups: build, render, free", "V", 18, nullptr, build_list<make_deep<1000>>, hand_deep<1000>},
+      {"10,000 levels of groups: render", "V", 4, hold_filter<make_deep<10000>>, render_list<filter_held>,
        hand_deep<10000>},
-      {"10,000 levels of groups: build, render, free", Floor::list, 18, nothing, build_list<make_deep<10000>>,
+      {"10,000 levels of groups: build, render, free", "V", 18, nullptr, build_list<make_deep<10000>>,
        hand_deep<10000>},
-      {"20 names to marks, text order", Floor::other, 0.6, make_named<20, false>, library_marks, hand_marks},
-      {"20 names to marks, map order", Floor::other, 0.6, make_named<20, true>, library_marks, hand_marks},
-      {"2,000 names to marks, text order", Floor::other, 0.6, make_named<2000, false>, library_marks, hand_marks},
-      {"2,000 names to marks, map order", Floor::other, 0.6, make_named<2000, true>, library_marks, hand_marks},
-      {"20,000 names to marks, text order", Floor::other, 0.6, make_named<20000, false>, library_marks, hand_marks},
-      {"20,000 names to marks, map order", Floor::other, 0.6, make_named<20000, true>, library_marks, hand_marks},
+      {"20 names to marks, text order", "loop", 0.6, make_named<20, false>, library_marks, hand_marks},
+      {"20 names to marks, map order", "loop", 0.6, make_named<20, true>, library_marks, hand_marks},
+      {"2,000 names to marks, text order", "loop", 0.6, make_named<2000, false>, library_marks, hand_marks},
+      {"2,000 names to marks, map order", "loop", 0.6, make_named<2000, true>, library_marks, hand_marks},
+      {"20,000 names to marks, text order", "loop", 0.6, make_named<20000, false>, library_marks, hand_marks},
+      {"20,000 names to marks, map order", "loop", 0.6, make_named<20000, true>, library_marks, hand_marks},
   };
-  return workloads;
 }
 
 }  // namespace workloads

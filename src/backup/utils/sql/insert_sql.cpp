@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "backup/utils/sql/detail/column_value.h"
+#include "backup/utils/sql/detail/reserve_more.h"
 #include "backup/utils/sql/detail/sql_new.h"
 #include "backup/utils/sql/detail/sql_writer.h"
 #include "backup/utils/sql/select_sql.h"
@@ -76,15 +77,12 @@ Insert_SQL& Insert_SQL::or_expr(Or_Expr expression) {
 }
 
 Insert_SQL& Insert_SQL::new_entry() {
-  rows_.emplace_back();
-  if (std::vector<Entry>* const entries = entries_.load()) {
-    try {
-      entries->emplace_back();
-    } catch (std::bad_alloc const&) {
-      rows_.pop_back();
-      throw;
-    }
-  }
+  Row row;
+  row.reserve(columns_.size());
+  std::vector<Entry>* const entries = entries_.load();
+  if (entries != nullptr) reserve_more(*entries, 1);
+  rows_.push_back(std::move(row));
+  if (entries != nullptr) entries->emplace_back();
   return *this;
 }
 
@@ -120,38 +118,38 @@ Insert_SQL& Insert_SQL::value_i(std::string const& column, SQL_Value const& valu
   return store(column, SQL_Value(value));
 }
 
-// Changes nothing when memory runs short.
+// Rows are mostly filled in the order of the columns.
 Insert_SQL& Insert_SQL::store(std::string const& column, SQL_Value&& value) {
-  std::size_t const listed = columns_.size();
-  std::size_t const place = place_of(column);
-  try {
-    Row& row = rows_.back();
-    if (row.capacity() <= place) row.reserve(columns_.size());
-    if (std::vector<Entry>* const entries = entries_.load()) entries->back().insert_or_assign(column, value);
-    if (row.size() == place) {
-      row.emplace_back(std::move(value));
-    } else {
-      if (row.size() < place) row.resize(place + 1);
-      row[place] = std::move(value);
-    }
-  } catch (std::bad_alloc const&) {
-    columns_.resize(listed);
-    throw;
+  Row& row = rows_.back();
+  std::size_t const next = row.size();
+  if (next < columns_.size() && columns_[next] == column && entries_.load() == nullptr) {
+    row.emplace_back(std::move(value));
+  } else {
+    store_anywhere(row, column, std::move(value));
   }
   return *this;
 }
 
-// Where the column is listed, or the end, where it is now. Rows are mostly filled in the order of the columns, so the
-// one after the row's last is looked at before the others.
-std::size_t Insert_SQL::place_of(std::string const& column) {
-  std::size_t const next = rows_.back().size();
-  if (next < columns_.size() && columns_[next] == column) return next;
-  auto const listed = std::find(columns_.begin(), columns_.end(), column);
-  if (listed == columns_.end()) {
-    columns_.push_back(column);
-    return columns_.size() - 1;
+// Changes nothing when memory runs short.
+void Insert_SQL::store_anywhere(Row& row, std::string const& column, SQL_Value&& value) {
+  std::size_t const listed = columns_.size();
+  std::size_t const place = place_of(column);
+  try {
+    if (row.size() <= place) row.resize(place + 1);
+    if (std::vector<Entry>* const entries = entries_.load()) entries->back().insert_or_assign(column, value);
+    row[place] = std::move(value);
+  } catch (std::bad_alloc const&) {
+    columns_.resize(listed);
+    throw;
   }
-  return static_cast<std::size_t>(listed - columns_.begin());
+}
+
+// Where the column is listed, at the end when it was not.
+std::size_t Insert_SQL::place_of(std::string const& column) {
+  auto const listed = std::find(columns_.begin(), columns_.end(), column);
+  auto const place = static_cast<std::size_t>(listed - columns_.begin());
+  if (listed == columns_.end()) columns_.push_back(column);
+  return place;
 }
 
 Insert_SQL& Insert_SQL::value(std::string const& column, Binding_Value const& value,

@@ -109,6 +109,7 @@ private:
   std::vector<Entry> made_entries() const;
   std::size_t place_of(std::string const& column);
   Insert_SQL& store(std::string const& column, SQL_Value&& value);
+  void store_anywhere(Row& row, std::string const& column, SQL_Value&& value);
   template <class T, class... Arguments>
   T* store_new(std::string const& column, Arguments... arguments);
   bool is_own_class() const override;

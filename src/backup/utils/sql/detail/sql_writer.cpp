@@ -5,24 +5,19 @@
 #include <string_view>
 #include <utility>
 
+#include "backup/utils/sql/detail/reserve_more.h"
 #include "backup/utils/sql/detail/sql_text.h"
 #include "backup/utils/sql/question_mask_sql_converter.h"
 
 void SQL_Writer::open(std::size_t room) {
   constexpr std::size_t step = 1000;
   std::size_t const size = sql_.size();
-  reserve(room);
+  reserve_more(sql_, room);
   sql_.resize(std::max(size + room, std::min(size + step, sql_.capacity())));
   begin_ = sql_.data();
   at_ = begin_ + size;
   end_ = begin_ + sql_.size();
   is_open_ = true;
-}
-
-// Between `close` and `open`.
-void SQL_Writer::reserve(std::size_t room) {
-  std::size_t const size = sql_.size();
-  if (sql_.capacity() - size < room) sql_.reserve(std::max(size + room, 2 * size));
 }
 
 void SQL_Writer::close() noexcept {
@@ -42,7 +37,7 @@ void SQL_Writer::grow(std::size_t length) {
 void SQL_Writer::expect(std::size_t count) {
   constexpr std::size_t length = 6;  // of a parameter and a comma, about
   close();
-  reserve(count * (has_marks_ ? 2 : length));
+  reserve_more(sql_, count * (has_marks_ ? 2 : length));
   open(1);
   gathered_.reserve(gathered_.size() + count);
   if (has_marks_) marks_.reserve(marks_.size() + count);
@@ -114,8 +109,7 @@ void SQL_Writer::bind_gathered() {
 
 void SQL_Writer::list_gathered(std::vector<Binding_Value>& values) {
   std::size_t const size = values.size();
-  std::size_t const needed = size + gathered_.size();
-  if (needed > values.capacity()) values.reserve(std::max(needed, 2 * size));
+  reserve_more(values, gathered_.size());
   try {
     for (Binding_Value const* const value : gathered_) values.push_back(*value);
   } catch (std::bad_alloc const&) {

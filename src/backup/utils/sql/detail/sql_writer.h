@@ -217,7 +217,6 @@ private:
   // A short text stands in `first_` until it is done. A longer one stands in the string, which is longer than the text
   // then: by the room that comes next, which it fills with zeros, so not by all that it has.
   void open(std::size_t room);
-  void reserve(std::size_t room);
   void close() noexcept;
   std::size_t size() const { return static_cast<std::size_t>(at_ - begin_); }
   void make_room(std::size_t length) {

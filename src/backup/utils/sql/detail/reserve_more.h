@@ -1,0 +1,11 @@
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+
+/// Makes room for `count` more elements. What is filled bit by bit still grows by doubling.
+template <class Container>
+void reserve_more(Container& container, std::size_t count) {
+  std::size_t const size = container.size();
+  if (container.capacity() - size < count) container.reserve(std::max(size + count, 2 * size));
+}

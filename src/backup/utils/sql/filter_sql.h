@@ -32,7 +32,7 @@ class BACKUP_SQL_API Filter_SQL : public SQL {
 public:
   enum Filter_Type : std::uint32_t { FILTER_AND = 0, FILTER_OR = 1 };
   /// What requests and documents call the types, by number.
-  static constexpr char const* type_names[] = {"AND", "OR"};
+  static constexpr std::string_view type_names[] = {"AND", "OR"};
 
   /// For `add_kv_item`, `add_in_item` and `add_not_in_item`.
   enum Flags : std::uint32_t { no_flags = Key_Item_SQL::no_flags, lower_case = Key_Item_SQL::lower_case };

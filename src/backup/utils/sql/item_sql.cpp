@@ -1,8 +1,8 @@
 #include "backup/utils/sql/item_sql.h"
 
 #include <algorithm>
-#include <boost/algorithm/string/case_conv.hpp>
 #include <cstring>
+#include <locale>
 
 #include "backup/runtime/uuid.h"
 #include "backup/utils/sql/delete_sql.h"
@@ -71,10 +71,15 @@ bool write_key_and_operator(SQL_Writer& out, Item_SQL::Item_Op op, std::string c
 
 // The text of a text value in lower case; secret text becomes plain text here.
 std::string lower_text(Binding_Value const& value) {
-  if (value.type() == Binding_Value::str_type) return boost::algorithm::to_lower_copy(value.val().get_str());
-  Secure_String const& secret = value.val().get_secure_str();
-  std::string text(secret.begin(), secret.end());
-  boost::algorithm::to_lower(text);
+  std::string text;
+  if (value.type() == Binding_Value::str_type) {
+    text = value.val().get_str();
+  } else {
+    Secure_String const& secret = value.val().get_secure_str();
+    text.assign(secret.begin(), secret.end());
+  }
+  std::locale const locale;
+  std::use_facet<std::ctype<char>>(locale).tolower(text.data(), text.data() + text.size());
   return text;
 }
 

@@ -18,7 +18,7 @@ using json_spirit::Value;
 namespace {
 
 constexpr char const* source_file = "src/backup/utils/sql/json_filter_helpers";
-constexpr char const* and_name = Filter_SQL::type_names[Filter_SQL::FILTER_AND];
+constexpr char const* and_name = Filter_SQL::type_names[Filter_SQL::FILTER_AND].data();
 
 bool check(char const* text, char const* name, int line = __builtin_LINE()) {
   return sql_log::check_argument({source_file, line}, text, name);
@@ -135,9 +135,28 @@ bool generate_filter_of_members(Object& filter, char const* filter_op, char cons
   }
 }
 
+// What the members of an item or a group say; null for what is missing or, of the texts, of another kind.
+struct Members {
+  // In one pass: objects of documents have hardly a member more.
+  explicit Members(Object const& object) {
+    for (auto const& [member, value] : object) {
+      std::string_view const name = member;
+      if (name == "v") {
+        operand = &value;
+      } else if (value.type() == json_spirit::str_type) {
+        if (name == "op") op = &value.get_str();
+        if (name == "k") key = &value.get_str();
+      }
+    }
+  }
+
+  std::string const* op = nullptr;
+  std::string const* key = nullptr;
+  Value const* operand = nullptr;
+};
+
 // An item of a document as a condition; one without a key is left out.
-void add_condition(Filter_SQL& filter, Object const& item, std::string const& op_name, Value const& operand) {
-  std::string const* const key = item_get_key(item);
+void add_condition(Filter_SQL& filter, std::string const* key, std::string const& op_name, Value const& operand) {
   if (key == nullptr) return;
   Item_SQL::Item_Op const op = Item_SQL::op_name_to_value(op_name.c_str(), op_name.size());
   bool const is_uuid = backup::is_uuid_key(*key);
@@ -159,12 +178,11 @@ struct Group {
 
 // Converts one object: an item at once; a group only so far as to add its filter and push it on `groups`.
 bool convert_object(Object const& object, Filter_SQL& filter, backup::Block_Stack<Group>& groups) {
-  std::string const* const op = item_get_op(object);
-  Value const* const operand = item_get_value(object);
+  auto const [op, key, operand] = Members(object);
   if (op == nullptr || operand == nullptr) return false;
   std::optional<Filter_SQL::Filter_Type> const type = Filter_SQL::type_of_name(*op);
   if (!type) {
-    add_condition(filter, object, *op, *operand);
+    add_condition(filter, key, *op, *operand);
     return true;
   }
   if (operand->type() != json_spirit::array_type) {
@@ -374,7 +392,7 @@ bool generate_empty_filter(Object& filter, char const* op, char const* key) {
 bool generate_and_filter(Object& filter) { return generate_empty_filter(filter, and_name, nullptr); }
 
 bool generate_or_filter(Object& filter) {
-  return generate_empty_filter(filter, Filter_SQL::type_names[Filter_SQL::FILTER_OR], nullptr);
+  return generate_empty_filter(filter, Filter_SQL::type_names[Filter_SQL::FILTER_OR].data(), nullptr);
 }
 
 bool generate_eq_and_filter(Object& filter, Object const& obj, std::vector<Value> const& keys) {

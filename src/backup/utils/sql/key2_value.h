@@ -12,8 +12,13 @@ struct Key2_Value_T {
 
   /// The first entry of `table` with exactly this text (case-sensitive), or the closing one. Linear in the table.
   static Key2_Value_T const& find(Key2_Value_T const* table, char const* text, unsigned long long length) {
-    while (table->key != nullptr && (table->key_length != length || std::strncmp(table->key, text, length) != 0))
-      ++table;
+    while (table->key != nullptr && !table->is(text, length)) ++table;
     return *table;
+  }
+
+private:
+  // The first character alone rules out most.
+  bool is(char const* text, unsigned long long length) const {
+    return key_length == length && (length == 0 || (*key == *text && std::strncmp(key, text, length) == 0));
   }
 };

@@ -1,10 +1,10 @@
 #include "backup/utils/sql/select_sql.h"
 
 #include <algorithm>
-#include <boost/algorithm/string/classification.hpp>
 #include <boost/algorithm/string/split.hpp>
 #include <boost/algorithm/string/trim.hpp>
 #include <limits>
+#include <locale>
 #include <utility>
 
 #include "backup/utils/sql/detail/sql_log.h"
@@ -36,8 +36,12 @@ char const* join_keyword(Select_SQL::Join_Mode mode) {
 std::vector<std::string> split_list(char const* list) {
   std::string const text = list == nullptr ? "" : list;
   std::vector<std::string> pieces;
-  boost::algorithm::split(pieces, text, boost::algorithm::is_any_of(","), boost::algorithm::token_compress_off);
-  for (std::string& piece : pieces) boost::algorithm::trim(piece);
+  auto const is_comma = [](char c) { return c == ','; };
+  boost::algorithm::split(pieces, text, is_comma, boost::algorithm::token_compress_off);
+  std::locale const locale;
+  auto const& types = std::use_facet<std::ctype<char>>(locale);  // once: looking it up is dear
+  auto const is_space = [&types](char c) { return types.is(std::ctype_base::space, c); };
+  for (std::string& piece : pieces) boost::algorithm::trim_if(piece, is_space);
   return pieces;
 }
 

@@ -1,8 +1,9 @@
 #include "backup/utils/sql/sql_filter_parser.h"
 
 #include <algorithm>
+#include <boost/bind/bind.hpp>
+#include <boost/function.hpp>
 #include <limits>
-#include <optional>
 #include <utility>
 
 #include "backup/runtime/detail/block_stack.h"
@@ -38,8 +39,11 @@ void append_column(std::string& column, Filter const& filter, std::string_view k
   if (is_name_dot_key || filter.name_mode == Filter::COLUMN_IS_KEY) column += key;
 }
 
+using Text_Setter = bool (Controls::*)(std::string const*);
+using Number_Setter = bool (Controls::*)(long long const*);
+
 // Maps the pieces to columns. Where none is renamed, the text is kept exactly as it came.
-bool read_sort(Controls& controls, Operand const& value, Filters const* filters) {
+bool read_sort(Operand const& value, Controls* controls, Filters const* filters, Text_Setter set) {
   if (filters == nullptr || value.text == nullptr) return false;
   bool is_renamed = false;
   char const* comma = "";
@@ -53,56 +57,69 @@ bool read_sort(Controls& controls, Operand const& value, Filters const* filters)
     append_column(columns, filter, key);
     return filter.type != 0;
   });
-  return is_allowed && controls.sort(is_renamed ? &columns : value.text);
+  return is_allowed && (controls->*set)(is_renamed ? &columns : value.text);
 }
 
-bool read_order(Controls& controls, Operand const& value, Filters const* /*filters*/) {
-  return value.text != nullptr && controls.order(value.text);
+bool read_text(Operand const& value, Controls* controls, Text_Setter set) {
+  return value.text != nullptr && (controls->*set)(value.text);
 }
 
-// A number of rows. A JSON integer beyond the signed ones saturates, as text does.
-std::optional<long long> to_row_number(Operand const& value) {
+// A JSON integer beyond the signed ones saturates, as text does.
+bool read_number(Operand const& value, Controls* controls, Number_Setter set) {
   constexpr long long largest = std::numeric_limits<long long>::max();
-  if (value.text != nullptr) return read_integer(*value.text);
-  if (value.json->type() != json_spirit::int_type) return std::nullopt;
-  bool const is_larger = value.json->is_uint64() && value.json->get_uint64() > largest;
-  return is_larger ? largest : value.json->get_int64();
+  long long number = 0;
+  if (value.text != nullptr) {
+    number = read_integer(*value.text);
+  } else if (value.json->type() == json_spirit::int_type) {
+    bool const is_larger = value.json->is_uint64() && value.json->get_uint64() > largest;
+    number = is_larger ? largest : value.json->get_int64();
+  } else {
+    return false;
+  }
+  return (controls->*set)(&number);
 }
-
-// All there is to one control.
-struct Control {
-  Parser::Control_Kind kind;
-  bool (*read)(Controls& controls, Operand const& value, Filters const* filters);  // false, nothing stored: of no use
-  void (*apply)(Controls const& controls, Select_SQL& select);                     // nothing when it is not set
-  Value (*convert)(std::string const& text);                                       // null: as any other key
-};
 
 template <std::string const* (Controls::*get)() const, Select_SQL& (Select_SQL::*set)(char const*)>
 void apply_text(Controls const& controls, Select_SQL& select) {
   if (std::string const* const text = (controls.*get)()) (select.*set)(text->c_str());
 }
 
-template <bool (Controls::*store)(long long const*), long long const* (Controls::*get)() const,
-          Select_SQL& (Select_SQL::*set)(long long)>
-constexpr Control row_number = {
-    Parser::ROW_NUMBER,
-    [](Controls& controls, Operand const& value, Filters const* /*filters*/) {
-      std::optional<long long> const number = to_row_number(value);
-      return number && (controls.*store)(&*number);
-    },
-    [](Controls const& controls, Select_SQL& select) {
-      if (long long const* const number = (controls.*get)()) (select.*set)(*number);
-    },
-    [](std::string const& text) { return Value(read_integer(text)); },
+template <long long const* (Controls::*get)() const, Select_SQL& (Select_SQL::*set)(long long)>
+void apply_number(Controls const& controls, Select_SQL& select) {
+  if (long long const* const number = (controls.*get)()) (select.*set)(*number);
+}
+
+Value convert_number(std::string const& text) { return read_integer(text); }
+
+// All there is to one control.
+struct Control {
+  Parser::Control_Kind kind;
+  boost::function<bool(Operand const&, Controls*, Filters const*)> read;  // false, nothing stored: of no use
+  void (*apply)(Controls const& controls, Select_SQL& select);            // nothing when it is not set
+  Value (*convert)(std::string const& text);                              // null: as any other key
 };
 
-// In the order of application, for the sort orders need their keys.
-constexpr Key2_Value_T<Control> control_table[] = {
-    {"sort", 4, {Parser::SORT_KEYS, read_sort, apply_text<&Controls::sort, &Select_SQL::sort_keys>, nullptr}},
-    {"order", 5, {Parser::SORT_ORDERS, read_order, apply_text<&Controls::order, &Select_SQL::sort_orders>, nullptr}},
-    {"limit", 5, row_number<&Controls::limit, &Controls::limit, &Select_SQL::limit>},
-    {"offset", 6, row_number<&Controls::offset, &Controls::offset, &Select_SQL::offset>},
-    {nullptr, 0, {Parser::NO_CONTROL, nullptr, nullptr, nullptr}}};
+using namespace boost::placeholders;
+
+// In the order of application: the sort orders need their keys.
+Key2_Value_T<Control> const control_table[] = {
+    {"sort",
+     4,
+     {Parser::SORT_KEYS, boost::bind(&read_sort, _1, _2, _3, static_cast<Text_Setter>(&Controls::sort)),
+      apply_text<&Controls::sort, &Select_SQL::sort_keys>, nullptr}},
+    {"order",
+     5,
+     {Parser::SORT_ORDERS, boost::bind(&read_text, _1, _2, static_cast<Text_Setter>(&Controls::order)),
+      apply_text<&Controls::order, &Select_SQL::sort_orders>, nullptr}},
+    {"offset",
+     6,
+     {Parser::ROW_NUMBER, boost::bind(&read_number, _1, _2, static_cast<Number_Setter>(&Controls::offset)),
+      apply_number<&Controls::offset, &Select_SQL::offset>, convert_number}},
+    {"limit",
+     5,
+     {Parser::ROW_NUMBER, boost::bind(&read_number, _1, _2, static_cast<Number_Setter>(&Controls::limit)),
+      apply_number<&Controls::limit, &Select_SQL::limit>, convert_number}},
+    {nullptr, 0, {Parser::NO_CONTROL, {}, nullptr, nullptr}}};
 
 Control const& control_of(std::string_view key) {
   return Key2_Value_T<Control>::find(control_table, key.data(), key.size()).value;
@@ -253,7 +270,7 @@ bool SQL_Filter_Parser::parse_control_i(std::string const& key, Value const& val
 
 bool SQL_Filter_Parser::parse_control(std::string const& key, Operand const& value) {
   Control const& control = control_of(key);
-  return control.read != nullptr && control.read(controls_, value, filters_);
+  return control.read && control.read(value, &controls_, filters_);
 }
 
 bool SQL_Filter_Parser::parse_filter_i(std::string const& key, Value const& value, Filter_SQL* target) {
@@ -317,7 +334,7 @@ bool SQL_Filter_Parser::parse_condition(std::string const& key, Operand const& v
   Binding_Value binding;
   if (!to_binding(value, filter.type, binding)) return false;
   bool const lower = (filter.flags & Filter::FLAG_LOWER_CASE) != 0;
-  target.add_kv_item(op, column, binding, lower ? Filter_SQL::lower_case : Filter_SQL::no_flags);
+  target.add_kv_item(op, column, std::move(binding), lower ? Filter_SQL::lower_case : Filter_SQL::no_flags);
   return true;
 }
 

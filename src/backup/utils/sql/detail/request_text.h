@@ -1,7 +1,7 @@
 #pragma once
 
 #include <algorithm>
-#include <boost/algorithm/string/find_iterator.hpp>
+#include <boost/tokenizer.hpp>
 #include <cstddef>
 #include <string>
 #include <string_view>
@@ -35,16 +35,23 @@ long long read_integer(std::string_view text);
 /// True unless the text is exactly "0".
 bool read_boolean(std::string_view text);
 
+/// For Boost's tokenizer: the pieces between commas where they stand, empty ones left out.
+struct Comma_Separator {
+  void reset() {}
+  bool operator()(char const*& next, char const* end, std::string_view& piece) const {
+    next = std::find_if(next, end, [](char c) { return c != ','; });
+    char const* const begin = std::exchange(next, std::find(next, end, ','));
+    piece = {begin, static_cast<std::size_t>(next - begin)};
+    return !piece.empty();
+  }
+};
+
 /// Calls `use(piece)` for the pieces between commas, empty ones left out, until it gives false; false then.
 template <class Use>
 bool read_list(std::string_view text, Use use) {
-  using Pieces = boost::algorithm::split_iterator<char const*>;
-  auto const find_comma = [](char const* begin, char const* end) {
-    char const* const comma = std::find(begin, end, ',');
-    return boost::iterator_range<char const*>(comma, comma == end ? end : comma + 1);
-  };
-  for (Pieces piece(text.data(), text.data() + text.size(), find_comma); !piece.eof(); ++piece) {
-    if (!piece->empty() && !use(std::string_view(piece->begin(), piece->size()))) return false;
+  using Pieces = boost::token_iterator<Comma_Separator, char const*, std::string_view>;
+  for (Pieces piece({}, text.data(), text.data() + text.size()); !piece.at_end(); ++piece) {
+    if (!use(*piece)) return false;
   }
   return true;
 }

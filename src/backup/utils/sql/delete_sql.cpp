@@ -1,7 +1,9 @@
 #include "backup/utils/sql/delete_sql.h"
 
-#include "backup/utils/sql/detail/sql_text.h"
 #include "backup/utils/sql/detail/sql_writer.h"
+
+using backup::is_set;
+using backup::SQL_Writer;
 
 Delete_SQL::Delete_SQL(char const* table) : Where_SQL(nullptr, TYPE_DELETE), table_(table) {}
 
@@ -30,7 +32,7 @@ void Delete_SQL::get_sql_i(Database_Type db, std::string& sql, Bindings& binding
   SQL_Writer::render(*this, db, sql, bindings, index);
 }
 
-bool Delete_SQL::is_own_class() const { return is_exactly<Delete_SQL>(*this); }
+bool Delete_SQL::is_own_class() const { return backup::is_exactly<Delete_SQL>(*this); }
 
 // DELETE FROM `table`[ WHERE ...]
 void Delete_SQL::write_sql(SQL_Writer& out) const {

@@ -27,7 +27,7 @@ public:
 
 private:
   bool is_own_class() const override;
-  void write_sql(SQL_Writer& out) const override;
+  void write_sql(backup::SQL_Writer& out) const override;
 
   char const* table_;
 };

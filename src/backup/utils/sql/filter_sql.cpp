@@ -13,6 +13,8 @@
 #include "backup/utils/sql/select_sql.h"
 #include "backup/utils/sql/union_sql.h"
 
+using backup::SQL_Writer;
+
 namespace {
 
 constexpr char const* source_file = "src/backup/utils/sql/filter_sql";
@@ -35,15 +37,15 @@ Filter_SQL::~Filter_SQL() {
   if (!items_.empty()) release(items_);
 }
 
-bool Filter_SQL::is_own_class() const { return is_exactly<Filter_SQL>(*this); }
+bool Filter_SQL::is_own_class() const { return backup::is_exactly<Filter_SQL>(*this); }
 
 And_Filter_SQL::And_Filter_SQL() : Filter_SQL(FILTER_AND) {}
 
-bool And_Filter_SQL::is_own_class() const { return is_exactly<And_Filter_SQL>(*this); }
+bool And_Filter_SQL::is_own_class() const { return backup::is_exactly<And_Filter_SQL>(*this); }
 
 Or_Filter_SQL::Or_Filter_SQL() : Filter_SQL(FILTER_OR) {}
 
-bool Or_Filter_SQL::is_own_class() const { return is_exactly<Or_Filter_SQL>(*this); }
+bool Or_Filter_SQL::is_own_class() const { return backup::is_exactly<Or_Filter_SQL>(*this); }
 
 void Filter_SQL::clear() {
   release(items_);
@@ -131,9 +133,9 @@ void Filter_SQL::report_unknown_type() const {
 
 // `entry` as a filter that renders as this file has it; null for a caller's subclass too.
 Filter_SQL const* Filter_SQL::plain_filter(SQL const& entry) {
-  bool const is_plain =
-      entry.type() == TYPE_FILTER &&
-      (is_exactly<And_Filter_SQL>(entry) || is_exactly<Or_Filter_SQL>(entry) || is_exactly<Filter_SQL>(entry));
+  bool const is_plain = entry.type() == TYPE_FILTER &&
+                        (backup::is_exactly<And_Filter_SQL>(entry) || backup::is_exactly<Or_Filter_SQL>(entry) ||
+                         backup::is_exactly<Filter_SQL>(entry));
   return is_plain ? static_cast<Filter_SQL const*>(&entry) : nullptr;
 }
 

@@ -138,9 +138,9 @@ private:
   template <class List, class... Rest>
   In_Item_SQL* add_in_item_i(std::string const& key, List const& values, bool in, Rest... rest);
   bool is_own_class() const override;
-  void write_sql(SQL_Writer& out) const override;
+  void write_sql(backup::SQL_Writer& out) const override;
   struct Frame;
-  Frame open(SQL_Writer& out) const;
+  Frame open(backup::SQL_Writer& out) const;
   void report_unknown_type() const;
   static Filter_SQL const* plain_filter(SQL const& entry);
   static void release(backup::SQL_List& items) noexcept;

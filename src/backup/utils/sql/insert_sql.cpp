@@ -12,6 +12,8 @@
 #include "backup/utils/sql/detail/sql_writer.h"
 #include "backup/utils/sql/select_sql.h"
 
+using backup::SQL_Writer;
+
 namespace {
 
 constexpr char const* source_file = "src/backup/utils/sql/insert_sql";
@@ -80,7 +82,7 @@ Insert_SQL& Insert_SQL::new_entry() {
   Row row;
   row.reserve(columns_.size());
   std::vector<Entry>* const entries = entries_.load();
-  if (entries != nullptr) reserve_more(*entries, 1);
+  if (entries != nullptr) backup::reserve_more(*entries, 1);
   rows_.push_back(std::move(row));
   if (entries != nullptr) entries->emplace_back();
   return *this;
@@ -257,7 +259,7 @@ void Insert_SQL::get_sql_i(Database_Type db, std::string& sql, Bindings& binding
   SQL_Writer::append(*this, db, sql, bindings, index);
 }
 
-bool Insert_SQL::is_own_class() const { return is_exactly<Insert_SQL>(*this); }
+bool Insert_SQL::is_own_class() const { return backup::is_exactly<Insert_SQL>(*this); }
 
 // <verb> INTO `table`[(`column`,...)] <select | VALUES(value,...),...>
 void Insert_SQL::write_sql(SQL_Writer& out) const {

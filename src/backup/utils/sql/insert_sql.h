@@ -113,8 +113,8 @@ private:
   template <class T, class... Arguments>
   T* store_new(std::string const& column, Arguments... arguments);
   bool is_own_class() const override;
-  void write_sql(SQL_Writer& out) const override;
-  void write_row(SQL_Writer& out, Row const& row) const;
+  void write_sql(backup::SQL_Writer& out) const override;
+  void write_row(backup::SQL_Writer& out, Row const& row) const;
 
   char const* table_;
   Or_Expr or_expr_;

@@ -18,6 +18,8 @@
 #include "backup/utils/sql/union_sql.h"
 #include "backup/utils/sql/update_sql.h"
 
+using backup::SQL_Writer;
+
 namespace {
 
 constexpr char const* source_file = "src/backup/utils/sql/item_sql";
@@ -105,7 +107,7 @@ void write_literal(SQL_Writer& out, json_spirit::Value const& value, bool hex) {
   switch (value.type()) {
     case json_spirit::str_type:
       if (hex) out << 'x';
-      append_quoted(out, value.get_str());
+      backup::append_quoted(out, value.get_str());
       break;
     case json_spirit::bool_type: out << (value.get_bool() ? '1' : '0'); break;
     case json_spirit::int_type:
@@ -119,7 +121,7 @@ void write_literal(SQL_Writer& out, json_spirit::Value const& value, bool hex) {
     case json_spirit::null_type: out << "NULL"; break;
     default: {
       json_spirit::JSON_Dump const json(value, false);
-      append_quoted(out, {json.c_str(), json.size()});
+      backup::append_quoted(out, {json.c_str(), json.size()});
     }
   }
 }
@@ -193,7 +195,7 @@ void Null_Item_SQL::get_sql_i(Database_Type db, std::string& sql, Bindings& bind
   SQL_Writer::render(*this, db, sql, bindings, index);
 }
 
-bool Null_Item_SQL::is_own_class() const { return is_exactly<Null_Item_SQL>(*this); }
+bool Null_Item_SQL::is_own_class() const { return backup::is_exactly<Null_Item_SQL>(*this); }
 
 void Null_Item_SQL::write_sql(SQL_Writer& out) const {
   if (op() == OP_NN) {
@@ -220,7 +222,7 @@ void In_Item_SQL::get_sql_i(Database_Type db, std::string& sql, Bindings& bindin
   SQL_Writer::render(*this, db, sql, bindings, index);
 }
 
-bool In_Item_SQL::is_own_class() const { return is_exactly<In_Item_SQL>(*this); }
+bool In_Item_SQL::is_own_class() const { return backup::is_exactly<In_Item_SQL>(*this); }
 
 // `key`[ NOT] IN (<literal>,... | statement), or 0 or 1 for an empty list
 void In_Item_SQL::write_sql(SQL_Writer& out) const {
@@ -269,7 +271,7 @@ void KV_Item_SQL::get_sql_i(Database_Type db, std::string& sql, Bindings& bindin
   SQL_Writer::render(*this, db, sql, bindings, index);
 }
 
-bool KV_Item_SQL::is_own_class() const { return is_exactly<KV_Item_SQL>(*this); }
+bool KV_Item_SQL::is_own_class() const { return backup::is_exactly<KV_Item_SQL>(*this); }
 
 // [LOWER(]`key`[)]<operator>:n
 void KV_Item_SQL::write_sql(SQL_Writer& out) const {
@@ -289,7 +291,7 @@ void KV_Item_SQL::value(Binding_Value const& value) { value_ = value; }
 Key_UUID_Item_SQL::Key_UUID_Item_SQL(Item_Op op, std::string const& key, std::string const& uuid)
     : KV_Item_SQL(op, key, Binding_Value(uuid_string_to_binary(uuid)), no_flags) {}
 
-bool Key_UUID_Item_SQL::is_own_class() const { return is_exactly<Key_UUID_Item_SQL>(*this); }
+bool Key_UUID_Item_SQL::is_own_class() const { return backup::is_exactly<Key_UUID_Item_SQL>(*this); }
 
 Key_SQL_Item_SQL::Key_SQL_Item_SQL(SQL::Type type, Item_Op op, std::string const& key)
     : Key_Item_SQL(ITEM_KEY_SQL, op, key, no_flags), sql_(new_sub_statement(type)) {}
@@ -299,7 +301,7 @@ void Key_SQL_Item_SQL::get_sql_i(Database_Type db, std::string& sql, Bindings& b
   SQL_Writer::render(*this, db, sql, bindings, index);
 }
 
-bool Key_SQL_Item_SQL::is_own_class() const { return is_exactly<Key_SQL_Item_SQL>(*this); }
+bool Key_SQL_Item_SQL::is_own_class() const { return backup::is_exactly<Key_SQL_Item_SQL>(*this); }
 
 // `key`<operator>(statement)
 void Key_SQL_Item_SQL::write_sql(SQL_Writer& out) const {
@@ -317,7 +319,7 @@ void Val_SQL_Item_SQL::get_sql_i(Database_Type db, std::string& sql, Bindings& b
   SQL_Writer::render(*this, db, sql, bindings, index);
 }
 
-bool Val_SQL_Item_SQL::is_own_class() const { return is_exactly<Val_SQL_Item_SQL>(*this); }
+bool Val_SQL_Item_SQL::is_own_class() const { return backup::is_exactly<Val_SQL_Item_SQL>(*this); }
 
 // (statement)<operator>:n | :n<operator>(statement)
 void Val_SQL_Item_SQL::write_sql(SQL_Writer& out) const {

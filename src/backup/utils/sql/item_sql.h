@@ -94,7 +94,7 @@ public:
 
 private:
   bool is_own_class() const override;
-  void write_sql(SQL_Writer& out) const override;
+  void write_sql(backup::SQL_Writer& out) const override;
 };
 
 /// "`key` IN (...)" or "`key` NOT IN (...)", of a list or a statement.
@@ -122,8 +122,8 @@ public:
 
 private:
   bool is_own_class() const override;
-  void write_sql(SQL_Writer& out) const override;
-  void write_list(SQL_Writer& out) const;
+  void write_sql(backup::SQL_Writer& out) const override;
+  void write_list(backup::SQL_Writer& out) const;
 
   std::vector<json_spirit::Value> values_;
   SQL const* sub_statement_;
@@ -156,7 +156,7 @@ public:
 
 private:
   bool is_own_class() const override;
-  void write_sql(SQL_Writer& out) const override;
+  void write_sql(backup::SQL_Writer& out) const override;
 
   Binding_Value value_;
 };
@@ -182,7 +182,7 @@ public:
 
 private:
   bool is_own_class() const override;
-  void write_sql(SQL_Writer& out) const override;
+  void write_sql(backup::SQL_Writer& out) const override;
 
   ACE_Intrusive_Auto_Ptr<SQL> sql_;
 };
@@ -199,7 +199,7 @@ public:
 
 private:
   bool is_own_class() const override;
-  void write_sql(SQL_Writer& out) const override;
+  void write_sql(backup::SQL_Writer& out) const override;
 
   Binding_Value value_;
   ACE_Intrusive_Auto_Ptr<SQL> sql_;

@@ -67,7 +67,7 @@ bool Question_Mask_SQL_Converter::convert(std::string& sql, Bindings const& bind
   }
   std::string out;
   out.reserve(sql.size() - bindings.size());  // unsigned: more bindings than characters is a length error, deliberately
-  reserve_more(values, std::min(bindings.size(), sql.size() / 2));
+  backup::reserve_more(values, std::min(bindings.size(), sql.size() / 2));
   Lookup lookup(bindings);
   std::size_t position = 0;
   for (;;) {

@@ -25,7 +25,7 @@ void Quote::init(char const* text) {
 
 void Quote::append(std::string_view text) {
   str_.reserve(str_.size() + 2 * text.size() + 3);
-  append_quoted(str_, text);
+  backup::append_quoted(str_, text);
 }
 
 std::string const& Quote::str() const { return str_; }

@@ -9,8 +9,10 @@
 
 #include "backup/utils/sql/detail/sql_log.h"
 #include "backup/utils/sql/detail/sql_new.h"
-#include "backup/utils/sql/detail/sql_text.h"
 #include "backup/utils/sql/detail/sql_writer.h"
+
+using backup::is_set;
+using backup::SQL_Writer;
 
 namespace {
 
@@ -227,7 +229,7 @@ void Select_SQL::get_sql_i(Database_Type db, std::string& sql, Bindings& binding
   SQL_Writer::render(*this, db, sql, bindings, index);
 }
 
-bool Select_SQL::is_own_class() const { return is_exactly<Select_SQL>(*this); }
+bool Select_SQL::is_own_class() const { return backup::is_exactly<Select_SQL>(*this); }
 
 // SELECT [DISTINCT ]<text | key,... | *><tail><order, limit, offset>
 void Select_SQL::write_sql(SQL_Writer& out) const {

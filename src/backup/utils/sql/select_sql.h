@@ -139,14 +139,14 @@ private:
   };
 
   bool is_own_class() const override;
-  void write_sql(SQL_Writer& out) const override;
-  void write_tail(SQL_Writer& out, std::string& scratch) const;
-  void write_key(SQL_Writer& out, Key const& key) const;
-  void write_from(SQL_Writer& out) const;
-  void write_join(SQL_Writer& out, Join const& join) const;
-  void write_having(SQL_Writer& out, std::string& scratch) const;
-  void write_order(SQL_Writer& out) const;
-  void write_guessed_count_key(SQL_Writer& out) const;
+  void write_sql(backup::SQL_Writer& out) const override;
+  void write_tail(backup::SQL_Writer& out, std::string& scratch) const;
+  void write_key(backup::SQL_Writer& out, Key const& key) const;
+  void write_from(backup::SQL_Writer& out) const;
+  void write_join(backup::SQL_Writer& out, Join const& join) const;
+  void write_having(backup::SQL_Writer& out, std::string& scratch) const;
+  void write_order(backup::SQL_Writer& out) const;
+  void write_guessed_count_key(backup::SQL_Writer& out) const;
 
   // All that a statement has beside its WHERE clause.
   struct Clauses {
@@ -156,9 +156,9 @@ private:
     std::vector<Source> tables;
     char const* from = nullptr;
     std::vector<Join> joins;
-    SQL_Text group_by;
+    backup::SQL_Text group_by;
     SQL const* having_sql = nullptr;
-    SQL_Text having;
+    backup::SQL_Text having;
     std::vector<Sort> sorts;
     char const* order_by = nullptr;
     long long limit = -1;

@@ -12,9 +12,11 @@
 #include "backup/runtime/uuid.h"
 #include "backup/utils/sql/detail/column_value.h"
 #include "backup/utils/sql/detail/sql_log.h"
-#include "backup/utils/sql/detail/sql_text.h"
 #include "backup/utils/sql/detail/sql_writer.h"
 #include "backup/utils/sql/question_mask_sql_converter.h"
+
+using backup::is_set;
+using backup::SQL_Writer;
 
 namespace {
 
@@ -45,30 +47,6 @@ void log_value(std::string const& name, Binding_Value const& value) {
 
 }  // namespace
 
-SQL_Text::SQL_Text(SQL_Text const& other) { *this = other; }
-
-SQL_Text& SQL_Text::operator=(SQL_Text const& other) {
-  if (this != &other) set(other.text_, other.text_ == other.copy_.get());
-  return *this;
-}
-
-void SQL_Text::set(char const* text, bool copy) {
-  if (!copy || text == nullptr) {
-    text_ = text;
-    return;
-  }
-  std::size_t const size = std::strlen(text) + 1;
-  std::unique_ptr<char[]> own(new char[size]);
-  std::copy_n(text, size, own.get());
-  text_ = own.get();
-  copy_ = std::move(own);
-}
-
-void SQL_Text::clear() noexcept {
-  text_ = nullptr;
-  copy_.reset();
-}
-
 SQL::SQL(char const* sql, Type type, bool is_static) : sql_(sql), ref_count_(0), type_(type) {
   if (!is_static) this->sql(sql, false);
 }
@@ -93,7 +71,7 @@ void SQL::get_sql_i(Database_Type db, std::string& sql, Bindings& bindings, unsi
   SQL_Writer::render(*this, db, sql, bindings, index);
 }
 
-bool SQL::is_own_class() const { return is_exactly<SQL>(*this); }
+bool SQL::is_own_class() const { return backup::is_exactly<SQL>(*this); }
 
 void SQL::write_sql(SQL_Writer& out) const {
   if (sql_ != nullptr) out << sql_;

@@ -12,29 +12,12 @@
 #include "backup/runtime/secure_memory.h"
 #include "backup/utils/sql/binding_value.h"
 #include "backup/utils/sql/sql_export.h"
+#include "backup/utils/sql/sql_text.h"
 #include "json_spirit/json_spirit.h"
 
+namespace backup {
 class SQL_Writer;
-
-/// A text kept by pointer, the caller's or an own copy. Copying copies an own text and shares a caller's.
-class BACKUP_SQL_API SQL_Text {
-public:
-  SQL_Text() noexcept = default;
-  SQL_Text(SQL_Text const& other);
-  SQL_Text& operator=(SQL_Text const& other);
-  ~SQL_Text() = default;
-
-  /// With `copy` keeps a copy, without it the pointer, whose text must outlive every use. Null is kept as null.
-  void set(char const* text, bool copy);
-  void clear() noexcept;
-  char const* get() const noexcept { return text_; }
-  /// True when null or "".
-  bool empty() const noexcept { return text_ == nullptr || *text_ == '\0'; }
-
-private:
-  char const* text_ = nullptr;
-  std::unique_ptr<char[]> copy_;
-};
+}
 
 /// Base of everything that renders itself as SQL text, and by itself a plain text fragment.
 ///
@@ -141,19 +124,19 @@ protected:
   static bool is_sole_reference(SQL const& sql);
 
 private:
-  friend class SQL_Writer;
+  friend class backup::SQL_Writer;
 
   // How a class of the library is written where it stands: both for the same class, one line and one renderer. What a
   // program derives from it has them too, and is told apart by the first: it is written by its own get_sql_i.
   virtual bool is_own_class() const;
-  virtual void write_sql(SQL_Writer& out) const;
+  virtual void write_sql(backup::SQL_Writer& out) const;
   bool has_bindings() const { return extras_ != nullptr && !extras_->bindings.empty(); }
   void merge_bindings(Bindings& bindings, bool without_paging) const;
 
   // What few objects have: most are parts of a filter, of which a request may ask for many.
   struct Extras {
-    SQL_Text sql;  // an own copy
-    SQL_Text count_sql;
+    backup::SQL_Text sql;  // an own copy
+    backup::SQL_Text count_sql;
     Bindings bindings;
   };
   Extras& extras();

@@ -3,6 +3,8 @@
 #include "backup/utils/sql/detail/sql_new.h"
 #include "backup/utils/sql/detail/sql_writer.h"
 
+using backup::SQL_Writer;
+
 Union_SQL::Union_SQL(unsigned int flags) : SQL(nullptr, TYPE_UNION, true), flags_(flags) {}
 
 Union_SQL::Union_SQL(Union_SQL const& other) = default;
@@ -28,7 +30,7 @@ void Union_SQL::get_sql_i(Database_Type db, std::string& sql, Bindings& bindings
   SQL_Writer::append(*this, db, sql, bindings, index);
 }
 
-bool Union_SQL::is_own_class() const { return is_exactly<Union_SQL>(*this); }
+bool Union_SQL::is_own_class() const { return backup::is_exactly<Union_SQL>(*this); }
 
 // select[ UNION[ ALL] select]...
 void Union_SQL::write_sql(SQL_Writer& out) const {

@@ -38,7 +38,7 @@ public:
 
 private:
   bool is_own_class() const override;
-  void write_sql(SQL_Writer& out) const override;
+  void write_sql(backup::SQL_Writer& out) const override;
 
   unsigned int flags_;
   std::vector<ACE_Intrusive_Auto_Ptr<SQL>> selects_;

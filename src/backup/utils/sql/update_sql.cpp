@@ -8,6 +8,8 @@
 #include "backup/utils/sql/detail/sql_writer.h"
 #include "backup/utils/sql/select_sql.h"
 
+using backup::SQL_Writer;
+
 namespace {
 
 constexpr char const* source_file = "src/backup/utils/sql/update_sql";
@@ -119,7 +121,7 @@ void Update_SQL::get_sql_i(Database_Type db, std::string& sql, Bindings& binding
   SQL_Writer::render(*this, db, sql, bindings, index);
 }
 
-bool Update_SQL::is_own_class() const { return is_exactly<Update_SQL>(*this); }
+bool Update_SQL::is_own_class() const { return backup::is_exactly<Update_SQL>(*this); }
 
 // UPDATE `table` SET `column`=<:n | (statement)>,...[ WHERE ...]
 void Update_SQL::write_sql(SQL_Writer& out) const {

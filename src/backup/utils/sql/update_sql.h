@@ -72,7 +72,7 @@ private:
   template <class T, class... Arguments>
   T* store_new(std::string const& column, Arguments... arguments);
   bool is_own_class() const override;
-  void write_sql(SQL_Writer& out) const override;
+  void write_sql(backup::SQL_Writer& out) const override;
 
   char const* table_;
   std::map<std::string, SQL_Value> assignments_;

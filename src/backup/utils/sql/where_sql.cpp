@@ -5,6 +5,8 @@
 #include "backup/utils/sql/detail/sql_new.h"
 #include "backup/utils/sql/detail/sql_writer.h"
 
+using backup::SQL_Writer;
+
 Where_SQL::Where_SQL(char const* text, Type type) : SQL(text, type, true) {}
 
 Where_SQL::Where_SQL(Where_SQL const& other) = default;

@@ -36,12 +36,12 @@ public:
   std::string& get_where_sql(Database_Type db, std::string& sql, Bindings& bindings, unsigned long long& index) const;
 
 protected:
-  void write_where(SQL_Writer& out) const;
+  void write_where(backup::SQL_Writer& out) const;
 
 private:
   template <class T>
   Filter_SQL* filter_of_type(Filter_SQL::Filter_Type type);
 
-  SQL_Text where_;
+  backup::SQL_Text where_;
   ACE_Intrusive_Auto_Ptr<SQL> filter_;
 };

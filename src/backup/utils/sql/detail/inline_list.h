@@ -5,6 +5,8 @@
 #include <memory>
 #include <type_traits>
 
+namespace backup {
+
 /// A list of small things, the first of which take no allocation.
 template <class T>
 class Inline_List {
@@ -46,3 +48,5 @@ private:
   std::size_t size_ = 0;
   std::size_t capacity_ = inline_capacity;
 };
+
+}  // namespace backup

@@ -2,6 +2,8 @@
 
 #include <string_view>
 
+namespace backup {
+
 /// Appends a text between single quotes, those in it doubled and nothing else changed. `Out` is a std::string or what
 /// has an `append` like it.
 template <class Out>
@@ -17,3 +19,5 @@ void append_quoted(Out& out, std::string_view text) {
   }
   out.append("'", 1);
 }
+
+}  // namespace backup

@@ -3,9 +3,13 @@
 #include <algorithm>
 #include <cstddef>
 
+namespace backup {
+
 /// Makes room for `count` more elements. What is filled bit by bit still grows by doubling.
 template <class Container>
 void reserve_more(Container& container, std::size_t count) {
   std::size_t const size = container.size();
   if (container.capacity() - size < count) container.reserve(std::max(size + count, 2 * size));
 }
+
+}  // namespace backup

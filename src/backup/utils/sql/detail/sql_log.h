@@ -7,7 +7,7 @@
 #include <string_view>
 #include <variant>
 
-#include "backup/utils/sql/detail/sql_text.h"
+#include "backup/utils/sql/sql_text.h"
 
 /// The one way into the log.
 namespace sql_log {
@@ -48,7 +48,7 @@ void unexpected(Source source, char const* format, Arguments const&... arguments
 
 /// True for a text; a null pointer or the empty text is reported as argument `name` and gives false.
 inline bool check_argument(Source source, char const* text, char const* name) {
-  if (is_set(text)) return true;
+  if (backup::is_set(text)) return true;
   unexpected(source, "Unexpected error in %N:%l, %s is NULL or \"\":\n%?\n", name);
   return false;
 }

@@ -6,8 +6,10 @@
 #include <utility>
 
 #include "backup/utils/sql/detail/reserve_more.h"
-#include "backup/utils/sql/detail/sql_text.h"
 #include "backup/utils/sql/question_mask_sql_converter.h"
+#include "backup/utils/sql/sql_text.h"
+
+namespace backup {
 
 void SQL_Writer::open(std::size_t room) {
   constexpr std::size_t step = 1000;
@@ -161,3 +163,5 @@ bool SQL_Writer::render_marks(SQL const& part, SQL::Database_Type db, std::strin
   out.finish();
   return Question_Mask_SQL_Converter().convert(sql, bindings, values);
 }
+
+}  // namespace backup

@@ -10,9 +10,11 @@
 #include <vector>
 
 #include "backup/utils/sql/detail/inline_list.h"
-#include "backup/utils/sql/detail/sql_text.h"
 #include "backup/utils/sql/sql.h"
+#include "backup/utils/sql/sql_text.h"
 #include "backup/utils/sql/sql_value.h"
+
+namespace backup {
 
 /// The name of a generated parameter, a colon and its number: counted on in its own text.
 class Parameter_Name {
@@ -258,3 +260,5 @@ template <class T>
 bool is_exactly(SQL const& object) {
   return &typeid(object) == &typeid(T);
 }
+
+}  // namespace backup

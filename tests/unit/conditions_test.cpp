@@ -1,4 +1,4 @@
-// Condition items, filters, the WHERE clause and DELETE.
+// Condition items and filters.
 #include <gtest/gtest.h>
 
 #include <functional>
@@ -169,31 +169,4 @@ TEST(Filter_SQL, clear_makes_an_and_filter_and_copies_share_entries) {
   assigned = copy;
   assigned = static_cast<Filter_SQL const&>(assigned);
   EXPECT_EQ(render(filter), "(copied) OR (static) {:b=1}");
-}
-
-TEST(Where_SQL, raw_text_wins_over_the_filter) {
-  Delete_SQL statement("t");
-  Filter_SQL* const filter = statement.and_filter();
-  EXPECT_EQ(render(statement), "DELETE FROM `t` WHERE 1");
-  filter->add_kv_eq_item("a", 1);
-  EXPECT_EQ(statement.and_filter(), filter);
-  statement.where("b=2");
-  EXPECT_EQ(render(statement), "DELETE FROM `t` WHERE b=2");
-  statement.where("");
-  EXPECT_EQ(render(statement), "DELETE FROM `t` WHERE (`a`=:1) {:1=1}");
-  Delete_SQL const copy(statement);
-  EXPECT_EQ(statement.or_filter()->filter_type(), Filter_SQL::FILTER_OR);
-  EXPECT_EQ(render(statement), "DELETE FROM `t` WHERE 0") << "the AND filter is gone with its conditions";
-  EXPECT_EQ(render(copy), "DELETE FROM `t` WHERE (`a`=:1) {:1=1}");
-  std::string own = "c=3";
-  static_cast<Where_SQL&>(statement).where(own.c_str(), true);
-  own = "x";
-  EXPECT_EQ(render(Delete_SQL(statement)), "DELETE FROM `t` WHERE c=3");
-  std::string where = "replaced";
-  Bindings bindings;
-  unsigned long long index = 6;
-  EXPECT_EQ(copy.get_where_sql(SQL::DB_MYSQL, where, bindings, index), " WHERE (`a`=:7)");
-  statement.clear();
-  EXPECT_EQ(render(statement), "DELETE FROM `t`") << "a cleared DELETE keeps its target";
-  EXPECT_EQ(render(Delete_SQL(nullptr)), "DELETE FROM ``");
 }

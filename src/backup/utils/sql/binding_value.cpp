@@ -59,7 +59,7 @@ Binding_Value::Binding_Value(Binding_Value&& other) noexcept : Value(std::move(o
 }
 
 Binding_Value& Binding_Value::operator=(Binding_Value const& other) {
-  Binding_Value copy(other);  // what may throw is done before anything changes
+  Binding_Value copy(other);  // may throw, so it comes first
   return *this = std::move(copy);
 }
 

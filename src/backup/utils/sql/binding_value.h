@@ -11,7 +11,7 @@
 /// The value bound to one parameter of a statement: a type tag and a JSON value. Copying copies both.
 ///
 /// Integers keep the signedness of the C++ type they came from. Secret kinds are held in secure strings and wiped with
-/// the value. Nothing here fails but for want of memory (std::bad_alloc).
+/// the value. The only failure is missing memory (std::bad_alloc).
 class BACKUP_SQL_API Binding_Value : json_spirit::Value {
 public:
   /// 0 to 7 are the numbers of `json_spirit::Value_type`.
@@ -21,7 +21,7 @@ public:
     str_type = 2,
     secure_str_type = 3,
     bool_type = 4,
-    int_type = 5,  ///< signed or unsigned 64-bit, as `val().is_uint64()` tells
+    int_type = 5,  ///< 64-bit, signed or unsigned: see `val().is_uint64()`
     real_type = 6,
     null_type = 7,       ///< SQL NULL
     bin_type = 8,        ///< raw bytes, held as the characters of a std::string
@@ -71,11 +71,11 @@ public:
   void val(json_spirit::Value const& value);
 
   /// Replaces `out` by the text for diagnostics: x"01AB" for bytes, compact JSON for everything else. Secret text is
-  /// written in clear. Throws what the JSON value throws when tag and value were set apart.
+  /// written in clear. When tag and value do not match, throws what the JSON value throws.
   void to_str(std::string& out) const;
 
 private:
-  Type type_;  // in the same words as the value, which is the base for that
+  Type type_;  // in the base's free bytes: why the value is a base and no member
 };
 
 /// The values of a statement by parameter name, each name with its leading colon.

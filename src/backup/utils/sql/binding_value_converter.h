@@ -4,9 +4,8 @@
 #include "backup/utils/sql/binding_value.h"
 #include "backup/utils/sql/sql_export.h"
 
-/// Turns a caller's value into the form in which a column stores it. On true the caller stores `out`, on false the
-/// input as it came, whatever `out` holds then. Converters log nothing, change nothing of their own and may be shared
-/// by threads.
+/// Turns a caller's value into the form that a column stores. After true the caller stores `out`; after false it stores
+/// the input and ignores `out`. Converters log nothing and never change, so threads may share one.
 class BACKUP_SQL_API Binding_Value_Converter {
 public:
   Binding_Value_Converter();
@@ -15,32 +14,33 @@ public:
   virtual bool convert(Binding_Value const& in, Binding_Value& out) const = 0;
 };
 
-/// Uuid text to its 16 bytes, plain or secret like the text. The empty text becomes no bytes and is accepted. False for
-/// a text that gives any other number of bytes (`out` is overwritten all the same) and for other kinds (`out`
-/// untouched).
+/// Turns uuid text into its 16 bytes, plain or secret like the text. The empty text becomes no bytes and is accepted.
+/// False for a text that gives any other number of bytes (`out` is overwritten) and for other kinds of value (`out` is
+/// unchanged).
 class BACKUP_SQL_API Binding_Value_UUID_Converter : public Binding_Value_Converter {
 public:
   bool convert(Binding_Value const& in, Binding_Value& out) const override;
 };
 
-/// Hexadecimal text, up to its first zero byte, to bytes; accepts what the uuid converter accepts: exactly 16 bytes or
-/// the empty text. Hexadecimal text of any other length is refused, deliberately.
+/// Turns hexadecimal text, up to its first zero byte, into bytes. Like the uuid converter it accepts exactly 16 bytes
+/// or the empty text; any other length is deliberately refused.
 class BACKUP_SQL_API Binding_Value_Hex_Converter : public Binding_Value_Converter {
 public:
   bool convert(Binding_Value const& in, Binding_Value& out) const override;
 };
 
 /// Encrypts texts, bytes and (as compact JSON) arrays with AES under the caller's key, see `AES_Encoder`. The result is
-/// `bin_type`, also for secret input. Objects and scalars are refused, `out` untouched; arrays are not: deliberate.
+/// `bin_type`, also for secret input. Objects and scalars are refused and leave `out` unchanged; arrays are
+/// deliberately accepted.
 class BACKUP_SQL_API Binding_Value_AES_Converter : public Binding_Value_Converter {
 public:
-  /// Keeps the addresses: `key` (16, 24 or 32 bytes) and `param`, the text authenticated with each value or null, must
-  /// outlive the converter. The key is never logged.
+  /// Keeps the addresses of `key` (16, 24 or 32 bytes) and `param` (a text authenticated with each value, or null):
+  /// both must outlive the converter. The key is never logged.
   Binding_Value_AES_Converter(Secure_Byte_String const& key, char const* param);
   Binding_Value_AES_Converter(Secure_Byte_String&& key, char const* param) = delete;
 
   bool convert(Binding_Value const& in, Binding_Value& out) const override;
-  /// Encrypts one range. False, with `out` holding no bytes, when the encoder gives no output.
+  /// Encrypts one range. False, and no bytes in `out`, when the encoder gives no output.
   bool convert_i(char const* data, unsigned long long length, Binding_Value& out) const;
 
 private:

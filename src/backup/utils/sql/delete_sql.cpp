@@ -10,7 +10,7 @@ Delete_SQL::Delete_SQL(char const* table) : Where_SQL(nullptr, TYPE_DELETE), tab
 Delete_SQL::Delete_SQL(Delete_SQL const& other) = default;
 
 Delete_SQL& Delete_SQL::operator=(Delete_SQL const& other) {
-  Delete_SQL const replaced(*this);  // `other` may be a part of it
+  Delete_SQL const replaced(*this);  // keeps `other` alive when it is a part of this
   Where_SQL::operator=(other);
   table_ = other.table_;
   return *this;

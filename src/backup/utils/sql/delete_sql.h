@@ -15,11 +15,11 @@ public:
   Delete_SQL(Delete_SQL const& other);
   Delete_SQL& operator=(Delete_SQL const& other);
 
-  /// True without a table text; conditions are not looked at.
+  /// True without a table text, whatever the conditions.
   bool empty() const override;
   void get_sql_i(Database_Type db, std::string& sql, Bindings& bindings, unsigned long long& index) const override;
 
-  /// Survives `clear()`, which is `Where_SQL`'s: a cleared DELETE keeps its target.
+  /// `clear()` keeps the table: it is `Where_SQL`'s.
   Delete_SQL& table(char const* name);
   using Where_SQL::where;
   /// A raw WHERE text, kept by pointer.

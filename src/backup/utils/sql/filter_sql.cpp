@@ -21,7 +21,7 @@ constexpr char const* source_file = "src/backup/utils/sql/filter_sql";
 
 char const* not_text(bool negated) { return negated ? "not " : ""; }
 
-// `statement` as its class when it is of that type, else null.
+// `statement` as its class, or null when it has another type.
 template <class T>
 T* statement_as(SQL* statement, SQL::Type type) {
   return statement != nullptr && statement->type() == type ? static_cast<T*>(statement) : nullptr;
@@ -85,7 +85,7 @@ struct Filter_SQL::Frame {
 
 // (entry) AND (entry)... | (entry) OR (entry)... | 1 | 0
 //
-// A nested filter is written where it stands, with a stack of the filters around it: no recursion, no copy of its text.
+// Nested filters are written in place. A stack holds the filters around them: no recursion, no copy of their texts.
 void Filter_SQL::write_sql(SQL_Writer& out) const {
   backup::Block_Stack<Frame> around;
   Frame frame = open(out);
@@ -113,7 +113,7 @@ void Filter_SQL::write_sql(SQL_Writer& out) const {
   }
 }
 
-// Begins the first entry, where there is one to be written.
+// Writes what comes before the first entry; "1" or "0" without entries.
 Filter_SQL::Frame Filter_SQL::open(SQL_Writer& out) const {
   if (filter_type_ != FILTER_AND && filter_type_ != FILTER_OR) {
     report_unknown_type();
@@ -131,7 +131,7 @@ void Filter_SQL::report_unknown_type() const {
   sql_log::report({source_file}, LM_ERROR, 0, "Unknown filter type: %d\n", static_cast<int>(filter_type_));
 }
 
-// `entry` as a filter that renders as this file has it; null for a caller's subclass too.
+// `entry` as a filter of the library's own classes, or null: a caller's subclass renders itself.
 Filter_SQL const* Filter_SQL::plain_filter(SQL const& entry) {
   bool const is_plain = entry.type() == TYPE_FILTER &&
                         (backup::is_exactly<And_Filter_SQL>(entry) || backup::is_exactly<Or_Filter_SQL>(entry) ||
@@ -139,8 +139,8 @@ Filter_SQL const* Filter_SQL::plain_filter(SQL const& entry) {
   return is_plain ? static_cast<Filter_SQL const*>(&entry) : nullptr;
 }
 
-// Drops entries, nested filters flat: whatever the depth, no recursion and no allocation. While a filter's entries are
-// worked off, the entries of the one around it wait in its place, the filter around that one at their end.
+// Drops entries. Nested filters of any depth take neither recursion nor allocation: while a filter is emptied, its own
+// list holds the entries of the filter around it, and behind them a pointer to the filter whose entries they are.
 void Filter_SQL::release(backup::SQL_List& items) noexcept {
   backup::SQL_List current;
   current.swap(items);
@@ -164,7 +164,6 @@ void Filter_SQL::release(backup::SQL_List& items) noexcept {
   }
 }
 
-// For one more entry.
 void Filter_SQL::make_room() { items_.reserve(items_.size() + 1); }
 
 // Appends a new T. Null with errno ENOMEM and nothing added when memory is short.
@@ -178,7 +177,7 @@ T* Filter_SQL::add(Arguments&&... arguments) {
   });
 }
 
-// Appends a new condition that holds a statement, and returns that statement; null like `add`.
+// Appends a new condition that holds a statement, and returns the statement. Null as for `add`.
 template <class T, class... Arguments>
 SQL* Filter_SQL::add_holder(Arguments const&... arguments) {
   return without_throwing([&]() -> SQL* {

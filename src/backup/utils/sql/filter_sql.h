@@ -19,19 +19,19 @@ class Select_SQL;
 class Union_SQL;
 
 /// Conditions and nested filters, all joined by AND or all by OR. Shape: "(`a`=:1) AND ((`b` IS NULL) OR (`c` IN
-/// (1,2)))"; each entry in parentheses, also one whose text is empty. An empty AND filter is "1", an empty OR filter
-/// "0".
+/// (1,2)))". Each entry stands in parentheses, even when its text is empty. An empty AND filter is "1", an empty OR
+/// filter "0".
 ///
-/// The filter owns what its adders make; the pointers they return are borrowed and die with the entry. An adder that
-/// runs out of memory sets errno to ENOMEM, returns null (or the filter unchanged) and adds nothing; those that name a
-/// column or hold a statement say so in the log. Nested filters of any depth are rendered, copied, cleared and
-/// destroyed in constant stack.
+/// The filter owns what its adders make; the pointers they return are borrowed and die with the entry. When memory is
+/// short, an adder sets errno to ENOMEM, returns null (or the unchanged filter) and adds nothing. Adders that name a
+/// column or hold a statement also log it. Nested filters of any depth are rendered, copied, cleared and destroyed in
+/// constant stack.
 ///
-/// `empty()` is the base's and looks at a text that a filter never has: always true.
+/// `empty()` is the base's. A filter has no text of its own, so it is always true.
 class BACKUP_SQL_API Filter_SQL : public SQL {
 public:
   enum Filter_Type : std::uint32_t { FILTER_AND = 0, FILTER_OR = 1 };
-  /// What requests and documents call the types, by number.
+  /// The types' names in requests and documents, indexed by type.
   static constexpr std::string_view type_names[] = {"AND", "OR"};
 
   /// For `add_kv_item`, `add_in_item` and `add_not_in_item`.
@@ -42,7 +42,7 @@ public:
   Filter_SQL(Filter_SQL const& other);
   ~Filter_SQL() override;
 
-  /// Drops all entries and makes this an AND filter, also when it was an OR filter: deliberate.
+  /// Drops all entries and makes this an AND filter, even when it was an OR filter: deliberate.
   void clear() override;
   void get_sql_i(Database_Type db, std::string& sql, Bindings& bindings, unsigned long long& index) const override;
 
@@ -55,15 +55,16 @@ public:
 
   And_Filter_SQL* add_and_filter();
   Or_Filter_SQL* add_or_filter();
-  /// One of the two.
+  /// Calls the adder of `type`.
   Filter_SQL* add_filter(Filter_Type type);
 
-  /// Two texts that must outlive the filter; renders as "()". Null, reported, when either is null or empty.
+  /// Keeps two texts by pointer: they must outlive the filter. Renders as "()". Null, and logged, when a text is null
+  /// or empty.
   Binary_Item_SQL* add_item(Item_SQL::Item_Op op, char const* left, char const* right);
 
-  /// Adds a condition as it stands; with `is_static` it is kept by pointer. A null text adds nothing.
+  /// Adds a condition's text unchanged; with `is_static` it is kept by pointer. A null text adds nothing.
   Filter_SQL& add_sql(char const* text, bool is_static);
-  /// The same, returning the fragment to bind its parameters on.
+  /// The same, but returns the fragment, for `bind`.
   SQL* add_sql_ex(char const* text, bool is_static);
 
   Null_Item_SQL* add_null_item(std::string const& key);
@@ -72,9 +73,10 @@ public:
   In_Item_SQL* add_in_item(std::string const& key, std::vector<json_spirit::Value> const& values, unsigned int flags);
   In_Item_SQL* add_not_in_item(std::string const& key, std::vector<json_spirit::Value> const& values,
                                unsigned int flags);
-  /// Not among the member names of `values`.
+  /// The list is the member names of `values`.
   In_Item_SQL* add_not_in_item(std::string const& key, json_spirit::Object const& values);
-  /// Texts become hexadecimal literals as they stand: send 32 digits without hyphens if the statement is to run.
+  /// Texts become hexadecimal literals unchanged. Give 32 digits without hyphens: no database runs a literal with
+  /// hyphens.
   In_Item_SQL* add_in_uuid_item(std::string const& key, std::vector<json_spirit::Value> const& values);
   In_Item_SQL* add_not_in_uuid_item(std::string const& key, std::vector<json_spirit::Value> const& values);
   /// `sub` is kept by address and must outlive every rendering.
@@ -99,7 +101,7 @@ public:
   /// Compares with false for exactly "0" and with true for any other text, "" and "false" included: deliberate.
   KV_Item_SQL* add_key_bool_item(Item_SQL::Item_Op op, std::string const& key, std::string const& text);
 
-  /// Return the statement that the new condition holds, for the caller to fill.
+  /// Return the new condition's statement, which the caller fills.
   SQL* add_key_sql_item(Item_SQL::Item_Op op, std::string const& key);
   SQL* add_key_sql_eq_item(std::string const& key);
   Select_SQL* add_key_select_sql_in_item(std::string const& key);
@@ -109,20 +111,20 @@ public:
   SQL* add_val_sql_item(Item_SQL::Item_Op op, Binding_Value const& value);
   SQL* add_sql_val_item(Item_SQL::Item_Op op, Binding_Value const& value);
 
-  /// "key LIKE :__search_n ESCAPE '|'" for rows that hold `text`, "%" and "_" in it taken literally. The key is written
-  /// as it stands, not quoted; n is the number of entries of this filter before it. The name is not unique in a
-  /// statement: of two searches that are first in their filters, both find what the later one looks for, so keep
-  /// searches in one filter or bind names of your own with `add_sql_ex`.
+  /// Adds "key LIKE :__search_n ESCAPE '|'", which finds rows that contain `text`; "%" and "_" in it are ordinary
+  /// characters. The key is not quoted; n is the number of entries before this one. The name is not unique in a
+  /// statement: when two filters have a search at the same place, both find what the later one looks for. Keep searches
+  /// in one filter, or bind your own names with `add_sql_ex`.
   Filter_SQL& add_substr_matching(std::string const& key, std::string const& text);
 
   /// The first condition on the column `key`, quoted or not; null without one. Nested filters are not searched. Linear.
   Key_Item_SQL* find_key_item(std::string const& key) const;
-  /// The same when that condition compares with a value; null when it does not, whatever follows it.
+  /// That condition if it compares with a value, else null; later conditions are not looked at.
   KV_Item_SQL* find_kv_item(std::string const& key) const;
   /// Removes the first entry that is this object; false when none is. Linear.
   bool remove_item(SQL const* item);
 
-  /// The workers behind the adders of statement conditions. Return the condition's statement.
+  /// The adders of statement conditions call these. Return the condition's statement.
   SQL* add_key_sql_item_i(SQL::Type type, Item_SQL::Item_Op op, std::string const& key);
   SQL* add_val_sql_item_i(SQL::Type type, Item_SQL::Item_Op op, Binding_Value const& value, bool sql_first);
 

@@ -22,11 +22,12 @@ class Select_SQL;
 /// VALUES(:1,:2),(:3,NULL)". The verb is the dialect's: "INSERT IGNORE" and "REPLACE" for MySQL, "INSERT OR IGNORE" and
 /// "INSERT OR REPLACE" for SQLite.
 ///
-/// Columns are listed in the order of their first use in any row; a row without a value for one gets the word NULL
-/// there, while `value_null` binds a null value. A new statement has one empty row; value setters fill the last one.
+/// Columns are listed in the order of their first use in any row. A row without a value for a column gets the word
+/// NULL; `value_null` binds a null value instead. A new statement has one empty row. Value setters fill the last row.
 ///
-/// Lifetime: the table is kept by pointer and must outlive every rendering; statements returned for filling belong to
-/// this one. Errors: a value that cannot be had changes nothing; a converter that refuses leaves the value unconverted.
+/// Lifetime: the table is kept by pointer and must outlive every rendering; this statement owns the statements that it
+/// returns for filling. Errors: without a value nothing changes; when a converter refuses a value, it is stored
+/// unconverted.
 class BACKUP_SQL_API Insert_SQL : public SQL {
 public:
   enum Or_Expr : std::uint32_t { OR_NONE = 1, OR_IGNORE = 2, OR_REPLACE = 3 };
@@ -34,7 +35,7 @@ public:
   using Entry = std::map<std::string, SQL_Value>;
 
   explicit Insert_SQL(char const* table);
-  /// Copies share the statements that stand for values or rows.
+  /// Copies share the statements used as values or rows.
   Insert_SQL(Insert_SQL const& other);
   ~Insert_SQL() override;
   Insert_SQL& operator=(Insert_SQL const& other);
@@ -42,8 +43,8 @@ public:
   void clear() override;
   /// True without columns and without a SELECT.
   bool empty() const override;
-  /// For a dialect that is neither MySQL nor SQLite no verb is written and `sql` is not reset: " INTO `t`..." is
-  /// appended to what it holds. Deliberate.
+  /// For a dialect other than MySQL and SQLite, writes no verb and appends " INTO `t`..." to what `sql` holds:
+  /// deliberate.
   void get_sql_i(Database_Type db, std::string& sql, Bindings& bindings, unsigned long long& index) const override;
 
   Insert_SQL& table(char const* name);
@@ -51,14 +52,14 @@ public:
 
   /// Starts the next row.
   Insert_SQL& new_entry();
-  /// The rows, each with its values by column. Made from the statement's own form at the first call, and kept in step
-  /// from then on: for looking, not for loops that fill. Calls from several threads at once are safe.
+  /// The rows, each with its values by column. The first call makes them, and setters then keep them up to date, which
+  /// makes filling slower. Threads may call this at the same time.
   std::vector<Entry> const& entries() const;
   /// Drops all rows and starts one; the columns stay.
   Insert_SQL& clear_entries();
 
-  /// What every setter ends in: lists the column if it is new and sets its value in the last row. Rows filled in the
-  /// order of the columns find theirs at once, others search the list.
+  /// Every setter calls this: it lists a new column and sets the value in the last row. It is fastest when rows are
+  /// filled in the order of the columns; otherwise it searches the list of columns.
   Insert_SQL& value_i(std::string const& column, SQL_Value const& value);
   Insert_SQL& value(std::string const& column, Binding_Value const& value,
                     Binding_Value_Converter const* converter = nullptr);
@@ -71,7 +72,7 @@ public:
   Insert_SQL& value(json_spirit::Object const& object, std::string const& key,
                     Binding_Value_Converter const* converter = nullptr);
 
-  /// Bytes of a uuid text; a text that is none is bound as it is, but for the empty text, which becomes no bytes.
+  /// The bytes of a uuid text. The empty text becomes no bytes; any other text is bound unchanged.
   Insert_SQL& value_uuid(std::string const& column, char const* uuid);
   Insert_SQL& value_uuid(std::string const& column, std::string const& uuid);
   Insert_SQL& value_uuid(std::string const& column, Secure_String const& uuid);
@@ -79,7 +80,7 @@ public:
   /// warning.
   Insert_SQL& value_uuid(std::string const& column, json_spirit::Object const& object, std::string const& key);
   Insert_SQL& value_uuid(json_spirit::Object const& object, std::string const& key);
-  /// Bytes of 32 hexadecimal digits; any other text is bound as it is, but for the empty text, which becomes no bytes.
+  /// The bytes of 32 hexadecimal digits. The empty text becomes no bytes; any other text is bound unchanged.
   Insert_SQL& value_hex(std::string const& column, char const* hex);
   Insert_SQL& value_hex(std::string const& column, std::string const& hex);
   Insert_SQL& value_hex(std::string const& column, Secure_String const& hex);
@@ -88,22 +89,23 @@ public:
 
   /// A parameter bound to null.
   Insert_SQL& value_null(std::string const& column);
-  /// A new uuid's bytes. When there is none to be had nothing changes, and an error is logged.
+  /// A new uuid's bytes. When the system gives no random bytes, nothing changes and an error is logged.
   Insert_SQL& value_new_uuid(std::string const& column);
   /// The text "YYYY-MM-DD hh:mm:ss", UTC.
   Insert_SQL& value_time(std::string const& column, long long const& seconds);
-  /// A text fragment, or a SELECT, for the caller to fill, written in parentheses. Null with errno ENOMEM and nothing
-  /// changed when memory is short.
+  /// A text fragment, or a SELECT, which the caller fills; written in parentheses. When memory is short, null with
+  /// errno ENOMEM, and nothing changes.
   SQL* value_sql(std::string const& column);
   Select_SQL* value_select_sql(std::string const& column);
   /// Lists the column only.
   Insert_SQL& value_key(std::string const& column);
 
-  /// The SELECT whose rows are inserted instead; made at the first call. Null with errno ENOMEM when memory is short.
+  /// The SELECT whose rows are inserted in place of values; the first call makes it. When memory is short, null with
+  /// errno ENOMEM.
   Select_SQL* values_sql();
 
 private:
-  // By place in the list of columns; shorter where the last ones have no value.
+  // In the order of `columns_`; shorter when the last columns have no value.
   using Row = std::vector<std::optional<SQL_Value>>;
 
   std::vector<Entry> made_entries() const;
@@ -120,6 +122,6 @@ private:
   Or_Expr or_expr_;
   std::vector<std::string> columns_;
   std::vector<Row> rows_;
-  mutable std::atomic<std::vector<Entry>*> entries_{nullptr};  // what `entries` gave, or null
+  mutable std::atomic<std::vector<Entry>*> entries_{nullptr};  // what `entries` has made, or null
   ACE_Intrusive_Auto_Ptr<SQL> select_;
 };

@@ -30,7 +30,8 @@ Key2_Value_T<Item_SQL::Item_Op> const op_names[] = {
     {"IN", 2, Item_SQL::OP_IN},     {"NI", 2, Item_SQL::OP_NI}, {"LK", 2, Item_SQL::OP_LK}, {"NK", 2, Item_SQL::OP_NK},
     {nullptr, 0, Item_SQL::OP_NONE}};
 
-// Calls `use` with the text of the operator, whose length the compiler knows; false for an operator without.
+// Calls `use` with the operator's text as a literal, so the compiler knows its length. False for an operator without
+// text.
 template <class Use>
 bool with_text(Item_SQL::Item_Op op, Use use) {
   switch (op) {
@@ -48,13 +49,14 @@ bool with_text(Item_SQL::Item_Op op, Use use) {
   }
 }
 
-// The same; what there is no text for is reported.
+// The same, and logs an operator without text.
 template <class Use>
 bool with_text_or_report(Item_SQL::Item_Op op, Use use) {
   return with_text(op, use) || sql_log::check_argument({source_file}, nullptr, "op_sql");
 }
 
-// The key, in LOWER( ) or not, and the operator. False, with nothing written, without a key or an operator.
+// Writes the key, with `lower` in LOWER( ), and the operator. Without a key or an operator's text: false, nothing
+// written.
 bool write_key_and_operator(SQL_Writer& out, Item_SQL::Item_Op op, std::string const& key, bool lower) {
   if (key.empty()) return false;
   if (!lower && op != Item_SQL::OP_DEC) {
@@ -71,7 +73,7 @@ bool write_key_and_operator(SQL_Writer& out, Item_SQL::Item_Op op, std::string c
   return true;
 }
 
-// The text of a text value in lower case; secret text becomes plain text here.
+// A text value in lower case. Secret text becomes plain text here.
 std::string lower_text(Binding_Value const& value) {
   std::string text;
   if (value.type() == Binding_Value::str_type) {
@@ -85,7 +87,7 @@ std::string lower_text(Binding_Value const& value) {
   return text;
 }
 
-// The empty statement that an item holds, or null without memory, errno ENOMEM.
+// A new empty statement for an item. When memory is short, null with errno ENOMEM.
 ACE_Intrusive_Auto_Ptr<SQL> new_sub_statement(SQL::Type type) {
   ACE_Intrusive_Auto_Ptr<SQL> owner;
   without_throwing([&]() -> SQL* {
@@ -102,7 +104,7 @@ ACE_Intrusive_Auto_Ptr<SQL> new_sub_statement(SQL::Type type) {
   return owner;
 }
 
-// Writes the literal of one list element, anything but a secure string.
+// Writes one list element as a literal. The element is no secure string.
 void write_literal(SQL_Writer& out, json_spirit::Value const& value, bool hex) {
   switch (value.type()) {
     case json_spirit::str_type:
@@ -240,7 +242,7 @@ void In_Item_SQL::write_sql(SQL_Writer& out) const {
   out << ')';
 }
 
-// A secure string is not written: in its place stands what was written before it, nothing at first.
+// A secure string is not written. The literal before it is repeated; without one nothing is written.
 void In_Item_SQL::write_list(SQL_Writer& out) const {
   std::size_t before = 0;
   std::size_t length = 0;
@@ -325,7 +327,7 @@ bool Val_SQL_Item_SQL::is_own_class() const { return backup::is_exactly<Val_SQL_
 void Val_SQL_Item_SQL::write_sql(SQL_Writer& out) const {
   if (sql_.get() == nullptr) return;
   bool const is_decrement = op() == OP_DEC;
-  if (is_decrement) out.use_names();  // what is written first is written twice
+  if (is_decrement) out.use_names();  // the first operand is written twice
   std::size_t const start = out.position();
   if (sql_first_) {
     out.sub_statement(*sql_);

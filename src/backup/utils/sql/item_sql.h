@@ -11,9 +11,8 @@
 #include "backup/utils/sql/sql_export.h"
 #include "json_spirit/json_spirit.h"
 
-/// One condition of a filter. A comparison that cannot be written (no key, an operator without text) renders as empty
-/// text, and the filter that holds it writes "()"; the parameters it took before that stay bound. Conditions keep
-/// copies of keys and values.
+/// One condition of a filter. A comparison without a key, or with an operator that has no text, renders as empty text,
+/// and its filter writes "()". Parameters that it took before stay bound. Conditions keep copies of keys and values.
 class BACKUP_SQL_API Item_SQL : public SQL {
 public:
   enum Item_Type : std::uint32_t {
@@ -25,7 +24,7 @@ public:
     ITEM_VAL_SQL = 6   ///< `Val_SQL_Item_SQL`
   };
 
-  /// Names and texts in brackets: the two letters of requests and documents, and what `op_to_sql` gives.
+  /// In brackets the name in requests and documents, then the text of `op_to_sql`.
   enum Item_Op : std::uint32_t {
     OP_NONE = 0,
     OP_EQ = 1,   ///< [EQ] "="
@@ -51,7 +50,8 @@ public:
   Item_Type item_type() const;
   Item_Op op() const;
 
-  /// The operator of a name of exactly `length` characters, upper case only; OP_NONE for any other and for null.
+  /// The operator whose name has exactly these `length` characters, upper case only; OP_NONE for any other text and for
+  /// null.
   static Item_Op op_name_to_value(char const* name, unsigned long long length);
   /// The two letters; null for an operator without a name.
   static char const* op_value_to_name(Item_Op op);
@@ -67,7 +67,7 @@ BACKUP_SQL_API char const* op_to_sql(Item_SQL::Item_Op op);
 /// Base of the conditions on a column.
 class BACKUP_SQL_API Key_Item_SQL : public Item_SQL {
 public:
-  /// `lower_case` asks for a comparison in lower case; only `KV_Item_SQL` with a text value heeds it.
+  /// `lower_case` asks for a comparison in lower case. Only `KV_Item_SQL` with a text value obeys it.
   enum Flags : std::uint32_t { no_flags = 0, lower_case = 1 };
 
   Key_Item_SQL(Item_Type type, Item_Op op, std::string const& key, unsigned int flags);
@@ -76,8 +76,8 @@ public:
   std::string const& key() const;
   unsigned int flags() const;
 
-  /// Backticks around each part of a dotted key that has none yet: t.name becomes `t`.`name`. Empty parts are dropped
-  /// with their point.
+  /// Puts backticks around each part of a dotted key that has none yet: t.name becomes `t`.`name`. An empty part is
+  /// dropped with its point.
   static std::string quote_key(std::string const& key);
 
 private:
@@ -100,13 +100,13 @@ private:
 /// "`key` IN (...)" or "`key` NOT IN (...)", of a list or a statement.
 ///
 /// A list is written as literals, not bound: texts by `Quote`, integers and reals in decimal, booleans as 1 and 0, null
-/// as NULL, objects and arrays as their quoted compact JSON. A real that is no number has
+/// as NULL, objects and arrays as quoted compact JSON. A real that is no number has
 /// no literal: leave it out. An empty list is the constant "0" for IN, "1" for NOT IN.
-/// Secret texts are refused with a critical log record: an empty text takes the place of the first element, a later one
-/// repeats the literal before it.
+/// A secret text is refused with a critical log record: nothing is written for a first element, and a later one repeats
+/// the literal before it.
 class BACKUP_SQL_API In_Item_SQL : public Key_Item_SQL {
 public:
-  /// `hex` writes texts as hexadecimal literals, x'0a1b'. The flags are stored and never applied.
+  /// `hex` writes texts as hexadecimal literals, x'0a1b'. The flags are stored and have no effect.
   In_Item_SQL(std::string const& key, std::vector<json_spirit::Value> const& values, bool in, bool hex,
               unsigned int flags);
   /// The list is the object's member names.
@@ -130,7 +130,7 @@ private:
   bool hex_;
 };
 
-/// Two texts, kept by pointer. Renders as empty text ("()" in a filter), deliberately: nothing renders the two sides.
+/// Two texts, kept by pointer. Deliberately renders as empty text ("()" in a filter).
 class BACKUP_SQL_API Binary_Item_SQL : public Item_SQL {
 public:
   Binary_Item_SQL(Item_Op op, char const* left, char const* right);
@@ -142,8 +142,8 @@ private:
 
 /// A column compared with a bound value: "`key`=:1".
 ///
-/// With the flag `lower_case` and a text value, "LOWER(`key`)=:1" bound to the text in lower case (the global
-/// locale's), as plain text even when it was secret.
+/// With the flag `lower_case` and a text value: "LOWER(`key`)=:1", bound to the text in lower case by the global
+/// locale. A secret text becomes plain text there.
 class BACKUP_SQL_API KV_Item_SQL : public Key_Item_SQL {
 public:
   KV_Item_SQL(Item_Op op, std::string const& key, Binding_Value const& value, unsigned int flags);
@@ -161,7 +161,7 @@ private:
   Binding_Value value_;
 };
 
-/// A column compared with the 16 bytes of a uuid; a text that is no uuid is compared as no bytes.
+/// A column compared with the 16 bytes of a uuid, or with no bytes when the text is no uuid.
 class BACKUP_SQL_API Key_UUID_Item_SQL : public KV_Item_SQL {
 public:
   Key_UUID_Item_SQL(Item_Op op, std::string const& key, std::string const& uuid);
@@ -173,7 +173,7 @@ private:
 /// A column compared with a statement that the item owns and the caller fills: "`key` IN (SELECT ...)".
 class BACKUP_SQL_API Key_SQL_Item_SQL : public Key_Item_SQL {
 public:
-  /// Makes an empty statement of the class for `type`; without memory for it the item renders as empty text.
+  /// Makes an empty statement of the class for `type`. When memory is short, the item renders as empty text.
   Key_SQL_Item_SQL(SQL::Type type, Item_Op op, std::string const& key);
 
   void get_sql_i(Database_Type db, std::string& sql, Bindings& bindings, unsigned long long& index) const override;
@@ -187,8 +187,8 @@ private:
   ACE_Intrusive_Auto_Ptr<SQL> sql_;
 };
 
-/// A bound value compared with a statement that the item owns and the caller fills: ":1 IN (SELECT ...)", or with
-/// `sql_first` "(SELECT ...)>:1", whose statement's parameters come first in number too.
+/// A bound value compared with a statement that the item owns and the caller fills: ":1 IN (SELECT ...)". With
+/// `sql_first` "(SELECT ...)>:1"; then the statement's parameters have the lower numbers.
 class BACKUP_SQL_API Val_SQL_Item_SQL : public Item_SQL {
 public:
   Val_SQL_Item_SQL(SQL::Type type, Item_Op op, Binding_Value const& value, bool sql_first);

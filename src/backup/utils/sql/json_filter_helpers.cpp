@@ -29,7 +29,7 @@ void report_exception(char const* format, std::exception const& exception, int l
   if (dynamic_cast<std::bad_alloc const*>(&exception) != nullptr) errno = ENOMEM;
 }
 
-// `value`: what a Value is made of.
+// `value` is what a Value can be made of.
 template <class T>
 bool set_member(Object& object, char const* name, T const& value) {
   return without_throwing([&] {
@@ -46,7 +46,8 @@ Object make_item(char const* op, std::string const& key, Value&& operand) {
   return item;
 }
 
-// Moves members into an object, over those of the same names. What an argument may point into ends last.
+// Moves members into an object, in place of members with the same names. Replaced values, into which an argument may
+// point, are released last.
 void set_members(Object& object, Object&& members) noexcept {
   while (!members.empty()) {
     auto member = members.extract(members.begin());
@@ -67,7 +68,7 @@ bool generate_item(char const* op, char const* key, Value const& value, Object& 
   });
 }
 
-// The members `name` of the objects, each passed to `take`; throws for an element without it.
+// Passes the member `name` of each object to `take`. Throws for an element without that member.
 template <class Take>
 void for_each_member(std::vector<Value> const& objects, char const* name, Take take) {
   std::string const key = name;
@@ -116,7 +117,7 @@ bool add_object_item(Object& filter, char const* op, char const* key, Object con
 bool generate_filter_of_members(Object& filter, char const* filter_op, char const* item_op, Object const& obj,
                                 std::vector<Value> const& keys) {
   if (!check(filter_op, "filter_op") || !check(item_op, "item_op")) return false;
-  // What the group held lives on to the end, where it is: the object and the keys may be in it.
+  // The group's old members stay alive, at their address, to the end: `obj` and `keys` may be among them.
   auto held = filter.extract("v");
   try {
     if (!generate_empty_filter(filter, filter_op, nullptr)) {
@@ -135,9 +136,9 @@ bool generate_filter_of_members(Object& filter, char const* filter_op, char cons
   }
 }
 
-// What the members of an item or a group say; null for what is missing or, of the texts, of another kind.
+// The three members of an item or group. Null for a missing one, and for a text of another kind.
 struct Members {
-  // In one pass: objects of documents have hardly a member more.
+  // In one pass: objects in documents have few other members.
   explicit Members(Object const& object) {
     for (auto const& [member, value] : object) {
       std::string_view const name = member;
@@ -155,7 +156,7 @@ struct Members {
   Value const* operand = nullptr;
 };
 
-// An item of a document as a condition; one without a key is left out.
+// Adds an item of a document as a condition. An item without a key is left out.
 void add_condition(Filter_SQL& filter, std::string const* key, std::string const& op_name, Value const& operand) {
   if (key == nullptr) return;
   Item_SQL::Item_Op const op = Item_SQL::op_name_to_value(op_name.c_str(), op_name.size());
@@ -176,7 +177,7 @@ struct Group {
   Filter_SQL* filter;
 };
 
-// Converts one object: an item at once; a group only so far as to add its filter and push it on `groups`.
+// Converts an item. Of a group only adds the filter and pushes it on `groups`.
 bool convert_object(Object const& object, Filter_SQL& filter, backup::Block_Stack<Group>& groups) {
   auto const [op, key, operand] = Members(object);
   if (op == nullptr || operand == nullptr) return false;
@@ -189,7 +190,7 @@ bool convert_object(Object const& object, Filter_SQL& filter, backup::Block_Stac
     sql_log::unexpected({source_file}, "Unexpected error in %s:%d, *val is not array!\n", source_file, __LINE__);
     return false;
   }
-  groups.push({&operand->get_array(), 0, nullptr});  // first, for it may fail
+  groups.push({&operand->get_array(), 0, nullptr});  // first, as it may fail
   Filter_SQL*& sub_filter = groups.top().filter;
   sub_filter = filter.add_filter(*type);
   if (sub_filter != nullptr) return true;
@@ -198,7 +199,7 @@ bool convert_object(Object const& object, Filter_SQL& filter, backup::Block_Stac
   return false;
 }
 
-// Converts the members of the groups, and of those in them.
+// Converts the members of the groups and of all groups inside them.
 void convert_members(backup::Block_Stack<Group>& groups) {
   while (!groups.empty()) {
     Group& group = groups.top();
@@ -211,7 +212,7 @@ void convert_members(backup::Block_Stack<Group>& groups) {
     if (member.type() == json_spirit::obj_type) {
       convert_object(member.get_obj(), target, groups);
     } else if (member.type() == json_spirit::str_type) {
-      // Nobody would be told that it is missing.
+      // The adder does not log this failure.
       if (target.add_sql_ex(member.get_str().c_str(), true) == nullptr) throw std::bad_alloc();
     }
   }
@@ -408,7 +409,7 @@ bool generate_filter_from_obj(Object const& obj, Filter_SQL& filter) {
     convert_members(groups);
     return true;
   });
-  if (!is_converted && added != nullptr) filter.remove_item(added);  // half of a group would choose more
+  if (!is_converted && added != nullptr) filter.remove_item(added);  // half a group would choose more rows
   return is_converted;
 }
 

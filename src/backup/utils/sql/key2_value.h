@@ -3,7 +3,7 @@
 #include <cstring>
 
 /// One entry of a constant table from texts to values. A table ends with an entry whose key is null and whose value is
-/// all zero, so a miss reads as a zero value. The table is an aggregate; it must outlive whoever searches it.
+/// all zero: a failed search gives that value. The table must outlive its users.
 template <class T>
 struct Key2_Value_T {
   char const* key;
@@ -17,7 +17,7 @@ struct Key2_Value_T {
   }
 
 private:
-  // The first character alone rules out most.
+  // Most keys differ in their first character.
   bool is(char const* text, unsigned long long length) const {
     return key_length == length && (length == 0 || (*key == *text && std::strncmp(key, text, length) == 0));
   }

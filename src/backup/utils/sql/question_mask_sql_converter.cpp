@@ -15,9 +15,9 @@ bool is_name_character(char c) {
   return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_';
 }
 
-// Finds the value of a name. Generated names, ":" and a number without zeros before it, are found by their numbers:
-// a map of many takes a dozen comparisons of texts for each. Others are tried where the one before was found, for texts
-// made in the map's order.
+// Finds the value of a name. Generated names, ":" and a number without leading zeros, are found by number: a search in
+// a large map compares a dozen texts. Other names are first compared with the entry after the last one found, as texts
+// are often made in the map's order.
 class Lookup {
 public:
   explicit Lookup(Bindings const& bindings) : bindings_(bindings), next_(bindings.begin()) {
@@ -41,7 +41,7 @@ public:
 private:
   static constexpr std::size_t worth_it = 8;
 
-  // 0 for a name that is no such number.
+  // The number of a generated name; 0 for any other name.
   static std::size_t number_of(std::string_view name) {
     std::size_t number = 0;
     if (name.size() < 2 || name.size() > 10 || name[0] != ':' || name[1] == '0') return 0;
@@ -66,7 +66,7 @@ bool Question_Mask_SQL_Converter::convert(std::string& sql, Bindings const& bind
     return false;
   }
   std::string out;
-  out.reserve(sql.size() - bindings.size());  // unsigned: more bindings than characters is a length error, deliberately
+  out.reserve(sql.size() - bindings.size());  // deliberate: a length error when there are more bindings than characters
   backup::reserve_more(values, std::min(bindings.size(), sql.size() / 2));
   Lookup lookup(bindings);
   std::size_t position = 0;
@@ -74,7 +74,7 @@ bool Question_Mask_SQL_Converter::convert(std::string& sql, Bindings const& bind
     std::size_t const colon = sql.find(':', position);
     if (colon == std::string::npos) break;
     out.append(sql, position, colon - position);
-    if (colon + 1 == sql.size()) break;  // `position` stays: the tail is written again below
+    if (colon + 1 == sql.size()) break;  // `position` stays, so the tail is written again below
     std::size_t end = colon + 1;
     while (end < sql.size() && is_name_character(sql[end])) ++end;
     position = end;

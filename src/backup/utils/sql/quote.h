@@ -5,8 +5,8 @@
 
 #include "backup/utils/sql/sql_export.h"
 
-/// An SQL string literal: the text in single quotes, each single quote in it doubled, nothing else changed. A MySQL
-/// connection that reads it must run with NO_BACKSLASH_ESCAPES, or a backslash in the text can end the literal early.
+/// An SQL string literal: the text in single quotes, with each single quote in it doubled and nothing else changed. A
+/// MySQL connection must run with NO_BACKSLASH_ESCAPES; otherwise a backslash in the text can end the literal early.
 ///
 /// A text from a pointer ends at its first zero byte; a std::string is quoted whole. The text must not lie in the
 /// buffer.
@@ -15,7 +15,7 @@ public:
   /// A null pointer gives the empty string, without quotes.
   explicit Quote(char const* text);
   explicit Quote(std::string const& text);
-  /// Swaps `buffer` in first and appends the literal to what it held; the caller's string is left empty.
+  /// Takes the content of `buffer`, which is left empty, and appends the literal to it.
   Quote(char const* text, std::string& buffer);
   Quote(std::string const& text, std::string& buffer);
 

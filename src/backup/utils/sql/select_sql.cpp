@@ -18,7 +18,7 @@ namespace {
 
 constexpr char const* source_file = "src/backup/utils/sql/select_sql";
 
-// `statement` when it is a SELECT, else null.
+// `statement` as a SELECT, or null when it is none.
 SQL const* as_select(ACE_Intrusive_Auto_Ptr<SQL> const& statement) {
   SQL const* const sql = statement.get();
   return sql != nullptr && sql->type() == SQL::TYPE_SELECT ? sql : nullptr;
@@ -34,14 +34,14 @@ char const* join_keyword(Select_SQL::Join_Mode mode) {
   }
 }
 
-// The pieces between commas, empty ones too, each without blanks around it.
+// The pieces between commas, trimmed. Empty pieces are kept.
 std::vector<std::string> split_list(char const* list) {
   std::string const text = list == nullptr ? "" : list;
   std::vector<std::string> pieces;
   auto const is_comma = [](char c) { return c == ','; };
   boost::algorithm::split(pieces, text, is_comma, boost::algorithm::token_compress_off);
   std::locale const locale;
-  auto const& types = std::use_facet<std::ctype<char>>(locale);  // once: looking it up is dear
+  auto const& types = std::use_facet<std::ctype<char>>(locale);  // once: the look-up is slow
   auto const is_space = [&types](char c) { return types.is(std::ctype_base::space, c); };
   for (std::string& piece : pieces) boost::algorithm::trim_if(piece, is_space);
   return pieces;
@@ -56,7 +56,7 @@ Select_SQL::Select_SQL(char const* table, char const* alias) : Where_SQL(nullptr
 Select_SQL::Select_SQL(Select_SQL const& other) = default;
 
 Select_SQL& Select_SQL::operator=(Select_SQL const& other) {
-  Select_SQL const replaced(*this);  // `other` may be a part of it
+  Select_SQL const replaced(*this);  // keeps `other` alive when it is a part of this
   Where_SQL::operator=(other);
   clauses_ = other.clauses_;
   return *this;
@@ -261,7 +261,7 @@ void Select_SQL::write_tail(SQL_Writer& out, std::string& scratch) const {
   write_from(out);
   for (Join const& join : clauses_.joins) write_join(out, join);
   bool const has_statement = clauses_.having.empty() && clauses_.having_sql != nullptr;
-  if (has_statement) out.use_names();  // it finds the text that is written here
+  if (has_statement) out.use_names();  // that statement sees the text written here
   std::size_t const where_start = out.text().size();
   write_where(out);
   std::size_t const where_end = out.text().size();
@@ -306,8 +306,8 @@ void Select_SQL::write_join(SQL_Writer& out, Join const& join) const {
   if (!join.on.empty()) out.write(" ON ", join.on);
 }
 
-// The statement renders into the text that the WHERE clause was made in, as it stands: one that appends instead of
-// replacing finds that clause there.
+// The statement gets the text that holds the WHERE clause, unchanged: one that appends in place of replacing keeps that
+// clause in front.
 void Select_SQL::write_having(SQL_Writer& out, std::string& scratch) const {
   out.render_apart(*clauses_.having_sql, scratch);
   if (!scratch.empty()) out.write(" HAVING ", scratch);

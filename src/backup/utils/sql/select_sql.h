@@ -15,15 +15,15 @@
 ///   SELECT [DISTINCT ]<select list> FROM <tables> <joins> WHERE ... GROUP BY ... HAVING ... ORDER BY ... LIMIT n
 ///   OFFSET n
 ///
-/// Table names and aliases get backticks; keys, conditions and free texts are written as they stand.
+/// Table names and aliases get backticks; keys, conditions and free texts are written unchanged.
 ///
 /// Lifetime: every char const* is kept by pointer and must outlive rendering, unless a copy is asked for; std::string
-/// arguments are copied. Sub-selects returned for filling belong to the statement; statements nested in each other
-/// are rendered recursively. Errors: setters check nothing; null and empty texts count as unset, but for an empty alias
-/// in the count query. Factories give null with errno ENOMEM and add nothing when memory is short.
+/// arguments are copied. The statement owns the sub-selects that it returns for filling. Nested statements are rendered
+/// recursively. Errors: setters check nothing. Null and empty texts count as unset, except an empty alias in the count
+/// query. When memory is short, factories give null with errno ENOMEM and add nothing.
 class BACKUP_SQL_API Select_SQL : public Where_SQL {
 public:
-  /// MariaDB has no FULL JOIN: it takes the word for the alias of a table that has none, and runs an inner join.
+  /// MariaDB has no FULL JOIN: after a table without an alias it reads FULL as the alias and runs an inner join.
   enum Join_Mode : std::uint32_t { PLAIN_JOIN = 1, LEFT_JOIN = 2, RIGHT_JOIN = 3, INNER_JOIN = 4, FULL_JOIN = 5 };
 
   explicit Select_SQL(char const* table = nullptr, char const* alias = nullptr);
@@ -31,39 +31,38 @@ public:
   Select_SQL(Select_SQL const& other);
   Select_SQL& operator=(Select_SQL const& other);
 
-  /// Back to the state of a new statement, but for the key set by `count()`, which stays: deliberate.
+  /// Back to the state of a new statement, except that the key set by `count()` stays: deliberate.
   void clear() override;
-  /// True without select text and keys; tables and conditions are not looked at.
+  /// True without select text and keys, whatever the tables and conditions.
   bool empty() const override;
   void get_sql_i(Database_Type db, std::string& sql, Bindings& bindings, unsigned long long& index) const override;
   /// Counts the rows without select list, ORDER BY, LIMIT and OFFSET, in one of three forms:
   ///   a GROUP BY text set, even an empty one: "SELECT COUNT(dummy) FROM (SELECT 1 dummy FROM ... GROUP BY ...) AS sum"
   ///   a count key:                            "SELECT COUNT(<key>) FROM ..."
-  ///   neither:                                "SELECT COUNT([DISTINCT ]`t`.id) FROM ...", t being the first table's
-  ///   alias
-  ///                                           or name; "id" alone without a named table
-  /// The last with DISTINCT is logged as a warning that asks for `count()`. The first does not heed DISTINCT.
+  ///   neither:                                "SELECT COUNT([DISTINCT ]`t`.id) FROM ...", `t` from the first table's
+  ///                                           alias or name; "id" alone without a named table
+  /// The last form with DISTINCT logs a warning that asks for `count()`. The first form ignores DISTINCT.
   void get_count_sql_i(Database_Type db, std::string& sql, Bindings& bindings,
                        unsigned long long& index) const override;
 
-  /// The whole select list as one text, instead of the keys.
+  /// The whole select list as one text, in place of the keys.
   Select_SQL& select(char const* text);
-  /// One column text; without any, "*".
+  /// Adds one column text. Without any, "*" is selected.
   Select_SQL& add_key(std::string const& key, char const* alias);
   /// A sub-select as a column.
   Select_SQL* add_sql_key(char const* alias);
   Select_SQL& clear_key();
-  /// The expression that the count query counts. The number is that of the rows without limit and offset when each of
-  /// them has a value of it; rows where it is NULL are not counted, as after a right or full join, and with an
-  /// aggregate but no GROUP BY the rows behind it are. "*" counts every row.
+  /// The expression that the count query counts. Limit and offset are ignored. Rows where it is NULL are not counted,
+  /// for instance after a right or full join. For an aggregate without GROUP BY, the rows that it sums up are counted.
+  /// "*" counts every row.
   Select_SQL& count(char const* key);
 
-  /// The whole FROM list as one text, instead of the tables.
+  /// The whole FROM list as one text, in place of the tables.
   Select_SQL& from(char const* text);
   Select_SQL& table(char const* name, char const* alias);
   Select_SQL* sql_table(char const* alias);
 
-  /// Joins, in order of addition. One without a table name and a sub-select is left out without a trace.
+  /// Joins, in order of addition. One with neither table name nor sub-select is left out silently.
   Select_SQL& join(char const* table, char const* alias, std::string const& on);
   Select_SQL& left_join(char const* table, char const* alias, std::string const& on);
   Select_SQL& right_join(char const* table, char const* alias, std::string const& on);
@@ -79,22 +78,22 @@ public:
   Select_SQL& where(char const* text, bool copy);
   Select_SQL& group_by(char const* text, bool copy);
   Select_SQL& having(char const* text, bool copy);
-  /// Not owned. Any statement; written without parentheses. The text wins over it.
+  /// Any statement, not owned, written without parentheses. A HAVING text wins over it.
   Select_SQL& having(SQL const* condition);
 
-  /// The whole ORDER BY as one text, instead of the sort keys; " DESC" follows when `desc` is set.
+  /// The whole ORDER BY as one text, in place of the sort keys; " DESC" follows when `desc` is set.
   Select_SQL& order_by(char const* text);
   Select_SQL& sort_by(std::string const& key, bool desc);
-  /// Replaces the sort keys by a comma-separated list, each trimmed, each in the direction that `desc` set. Empty
+  /// Replaces the sort keys by a comma-separated list. Each is trimmed and takes the direction set by `desc`. Empty
   /// pieces are kept. Null counts as "".
   Select_SQL& sort_keys(char const* keys);
-  /// Sets the directions of the sort keys from a comma-separated list: "desc" exactly is descending, anything else
-  /// ascending. Keys beyond the list keep theirs, so call it after `sort_keys`.
+  /// Sets the directions of the sort keys from a comma-separated list: exactly "desc" is descending, anything else
+  /// ascending. Keys beyond the list keep their direction. Call it after `sort_keys`.
   Select_SQL& sort_orders(char const* orders);
-  /// Sets the direction of every sort key so far, and of those that `sort_keys` will set.
+  /// Sets the direction of all present sort keys, and of those that `sort_keys` sets later.
   Select_SQL& desc(bool d);
 
-  /// Rows at most; any negative number: no limit. With an offset alone the limit is written as 2^63-1.
+  /// Rows at most; a negative number means no limit. With an offset alone the limit is written as 2^63-1.
   Select_SQL& limit(long long n);
   /// Rows to skip; only numbers above 0 count.
   Select_SQL& offset(long long n);
@@ -102,8 +101,7 @@ public:
   long long offset() const;
   Select_SQL& distinct(bool d);
 
-  /// FROM to HAVING, appended to `sql`: the part that a SELECT shares with its count query. `scratch` is working
-  /// storage.
+  /// Appends FROM to HAVING to `sql`: the part that a SELECT shares with its count query. `scratch` is working storage.
   void get_sql_ii(Database_Type db, std::string& sql, Bindings& bindings, unsigned long long& index,
                   std::string& scratch) const;
 
@@ -148,7 +146,7 @@ private:
   void write_order(backup::SQL_Writer& out) const;
   void write_guessed_count_key(backup::SQL_Writer& out) const;
 
-  // All that a statement has beside its WHERE clause.
+  // All clauses except WHERE.
   struct Clauses {
     std::vector<Key> keys;
     char const* select = nullptr;

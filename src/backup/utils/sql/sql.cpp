@@ -39,7 +39,7 @@ void log_value(std::string const& name, Binding_Value const& value) {
   std::string text;
   try {
     value.to_str(text);
-  } catch (std::runtime_error const& mismatch) {  // tag and value were set apart: no reason to fail the rendering
+  } catch (std::runtime_error const& mismatch) {  // tag and value do not match: no reason to fail the rendering
     text = mismatch.what();
   }
   sql_log::report({source_file}, LM_DEBUG, 0, "%s: %s\n", name, text);
@@ -137,7 +137,7 @@ std::string& SQL::get_sql(Database_Type db, std::string& sql, Bindings& bindings
 
 std::string& SQL::get_sql(Database_Type db, std::string& sql, std::vector<Binding_Value>& values) const {
   bool is_converted = false;
-  bool const may_append = type_ == TYPE_INSERT || type_ == TYPE_UNION;  // to what `sql` holds
+  bool const may_append = type_ == TYPE_INSERT || type_ == TYPE_UNION;  // append to what `sql` holds
   if (is_own_class() && (sql.empty() || !may_append)) {
     sql.clear();
     sql.reserve(reserved_characters);

@@ -19,15 +19,14 @@ namespace backup {
 class SQL_Writer;
 }
 
-/// Base of everything that renders itself as SQL text, and by itself a plain text fragment.
+/// Base of everything that renders as SQL text. An object of this class is a plain text fragment.
 ///
-/// Rendering is const, may be repeated and always gives the same names: ":1", ":2", ... in text order, counted from
-/// each top-level call. Names bound with `bind` are merged in after the object that holds them has rendered, so they
-/// replace generated values of the same name. An object is used by one thread at a time; only the reference count is
-/// atomic.
+/// Rendering is const, may be repeated and always gives the same names: ":1", ":2", ... in text order; each top-level
+/// call begins at 1. Names bound with `bind` are merged in after their object has rendered, so they replace generated
+/// values of the same name. Only one thread at a time may use an object; only the reference count is atomic.
 ///
-/// Lifetime: a text set with `is_static` true is kept by pointer and must outlive every rendering. Shared objects live
-/// under ACE_Intrusive_Auto_Ptr<SQL>; others are destroyed by their creator as usual.
+/// Lifetime: a text set with `is_static` true is kept by pointer and must outlive every rendering.
+/// ACE_Intrusive_Auto_Ptr<SQL> holds shared objects; their creator destroys others as usual.
 class BACKUP_SQL_API SQL {
 public:
   enum Type : std::uint32_t {
@@ -41,26 +40,26 @@ public:
     TYPE_UNION = 7
   };
 
-  /// The dialect of a rendering. Nothing tests for DB_NONE: it takes the form of any value that is not tested for.
+  /// The dialect of a rendering. DB_NONE is rendered like any unknown number.
   enum Database_Type : std::uint32_t { DB_NONE = 0, DB_MYSQL = 1, DB_SQLITE = 2 };
 
   SQL(char const* sql, Type type, bool is_static);
-  /// Like assignment; the copy's reference count starts at 0.
+  /// Copies like assignment; the copy's reference count starts at 0.
   SQL(SQL const& other);
   virtual ~SQL();
 
-  /// To empty text, no count text and no bindings; the type stays.
+  /// Drops the text, the count text and the bindings; the type stays.
   virtual void clear();
-  /// True without text. Subclasses have their own notion.
+  /// True without text. Subclasses define their own meaning.
   virtual bool empty() const;
-  /// The rendering worker of each class: writes its whole text to `sql`, replacing what was there, adds one binding a
-  /// generated parameter and advances `index`, the last number given. An embedded object is rendered with the
-  /// four-argument `get_sql`, never with this, or its own bindings are lost.
+  /// Renders for each class: replaces `sql` by the object's whole text, adds one binding for each generated parameter
+  /// and advances `index`, the last number used. Render an embedded object with the four-argument `get_sql`, never with
+  /// this: this leaves out the names bound with `bind`.
   virtual void get_sql_i(Database_Type db, std::string& sql, Bindings& bindings, unsigned long long& index) const;
-  /// The same for the count query. The base wraps its text in a count of rows and says so in the debug log.
+  /// The same for the count query. The base wraps its text in a count of rows and writes that to the debug log.
   virtual void get_count_sql_i(Database_Type db, std::string& sql, Bindings& bindings, unsigned long long& index) const;
 
-  /// Copies own texts, shares the caller's, copies type and bindings; the reference count stays.
+  /// Copies own texts, type and bindings, and shares the caller's texts; the reference count stays.
   SQL& operator=(SQL const& other);
 
   SQL& sql(char const* text, bool is_static);
@@ -73,49 +72,50 @@ public:
 
   /// Renders with named parameters. `bindings` is not cleared first. Returns `sql`. Logged when ACE::debug() is true.
   std::string& get_sql(Database_Type db, std::string& sql, Bindings& bindings) const;
-  /// The step behind the others and for embedded objects: continues the numbering at `index` and logs nothing.
+  /// For embedded objects; the other forms call it too. Continues the numbering at `index` and logs nothing.
   std::string& get_sql(Database_Type db, std::string& sql, Bindings& bindings, unsigned long long& index) const;
-  /// Renders with "?" marks and appends their values to `values`, see Question_Mask_SQL_Converter, whose length error
-  /// may pass through. An empty statement is reported to the log and gives the empty text and no values.
+  /// Renders with "?" marks and appends their values to `values`. May throw the length error of
+  /// Question_Mask_SQL_Converter. An empty statement is logged and gives the empty text and no values.
   std::string& get_sql(Database_Type db, std::string& sql, std::vector<Binding_Value>& values) const;
 
-  /// The count query in the same three forms. With an own count text, ":limit" and ":offset" bound here are left out. A
-  /// failure of the last form is logged once more.
+  /// The count query in the same three forms. With a count text of its own, the bindings ":limit" and ":offset" are
+  /// left out. A failure of the last form is logged a second time.
   std::string& get_count_sql(Database_Type db, std::string& sql, Bindings& bindings) const;
   std::string& get_count_sql(Database_Type db, std::string& sql, Bindings& bindings, unsigned long long& index) const;
   std::string& get_count_sql(Database_Type db, std::string& sql, std::vector<Binding_Value>& values) const;
 
-  /// What stands around a SELECT to count its rows. The empty parentheses of "COUNT()" are deliberate.
+  /// The text before and after a SELECT that counts its rows. The empty parentheses of "COUNT()" are deliberate.
   char const* get_count_sql_prefix(Database_Type db) const;
   char const* get_count_sql_suffix(Database_Type db) const;
 
-  /// Binds a value under `name`, leading colon included, replacing an earlier one.
+  /// Binds a value to `name`, which includes the leading colon. Replaces an earlier value.
   SQL& bind(std::string const& name, Binding_Value const& value);
   /// Binds the member `key`, or nothing when `object` has none.
   SQL& bind(std::string const& name, json_spirit::Object const& object, std::string const& key);
-  /// The same under ":" and the key.
+  /// The same; the name is ":" and the key.
   SQL& bind(json_spirit::Object const& object, std::string const& key);
-  /// Bind the 16 bytes of a uuid text, or no bytes when it is none.
+  /// Bind the 16 bytes of a uuid text, or no bytes for any other text.
   SQL& bind_uuid(std::string const& name, char const* uuid);
   SQL& bind_uuid(std::string const& name, std::string const& uuid);
   SQL& bind_uuid(std::string const& name, Secure_String const& uuid);
   /// Binds nothing when `object` has no string `key`.
   SQL& bind_uuid(std::string const& name, json_spirit::Object const& object, std::string const& key);
   SQL& bind_uuid(json_spirit::Object const& object, std::string const& key);
-  /// Bind the bytes of hexadecimal text, or no bytes when it is none: plain bytes for secret text too, deliberately.
+  /// Bind the bytes of hexadecimal text, or no bytes for any other text. Secret text gives plain bytes too,
+  /// deliberately.
   SQL& bind_hex(std::string const& name, char const* hex);
   SQL& bind_hex(std::string const& name, std::string const& hex);
   SQL& bind_hex(std::string const& name, Secure_String const& hex);
-  /// Binds a new uuid. When there is none to be had, says so in the log and binds nothing.
+  /// Binds a new uuid. When the system gives no random bytes, logs that and binds nothing.
   SQL& bind_new_uuid(std::string const& name);
   SQL& unbind(std::string const& name);
 
-  /// Log a rendered statement and its values at debug priority, a record a line, each cut to what a record holds.
+  /// Log a rendered statement and its values at debug priority: one record for each line, cut where a record is full.
   /// Secret texts are written in clear.
   static void log_sql(std::string const& sql, Bindings const& bindings);
   static void log_sql(std::string const& sql, std::vector<Binding_Value> const& values);
 
-  /// The hooks of ACE_Intrusive_Auto_Ptr. Null does nothing; removing from a count of 0 does nothing.
+  /// For ACE_Intrusive_Auto_Ptr. They ignore null, and a removal at count 0.
   static void intrusive_add_ref(SQL* sql);
   static void intrusive_remove_ref(SQL* sql);
 
@@ -126,14 +126,14 @@ protected:
 private:
   friend class backup::SQL_Writer;
 
-  // How a class of the library is written where it stands: both for the same class, one line and one renderer. What a
-  // program derives from it has them too, and is told apart by the first: it is written by its own get_sql_i.
+  // Each class of the library says whether an object is of exactly that class, and how it is written in place. A
+  // program's subclass inherits both: the first is false for its objects, so their own `get_sql_i` renders them.
   virtual bool is_own_class() const;
   virtual void write_sql(backup::SQL_Writer& out) const;
   bool has_bindings() const { return extras_ != nullptr && !extras_->bindings.empty(); }
   void merge_bindings(Bindings& bindings, bool without_paging) const;
 
-  // What few objects have: most are parts of a filter, of which a request may ask for many.
+  // Few objects have these. Most objects are parts of a filter, and a request may ask for many.
   struct Extras {
     backup::SQL_Text sql;  // an own copy
     backup::SQL_Text count_sql;
@@ -144,5 +144,5 @@ private:
   char const* sql_;
   std::unique_ptr<Extras> extras_;
   ACE_Atomic_Op<ACE_Thread_Mutex, long> ref_count_;
-  Type type_;  // last: what a subclass has first may share its word
+  Type type_;  // last: a subclass's first member may share its word
 };

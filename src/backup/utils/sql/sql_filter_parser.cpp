@@ -30,7 +30,7 @@ using Filters = Parser::Filters;
 using Controls = Parser::Controls;
 using Operand = backup::request_text::Operand;
 
-// `key` as a column, appended.
+// Appends the column of `key`.
 void append_column(std::string& column, Filter const& filter, std::string_view key) {
   bool const is_name = filter.name_mode == Filter::COLUMN_IS_NAME;
   bool const is_name_dot_key = filter.name_mode == Filter::COLUMN_IS_NAME_DOT_KEY;
@@ -42,7 +42,7 @@ void append_column(std::string& column, Filter const& filter, std::string_view k
 using Text_Setter = bool (Controls::*)(std::string const*);
 using Number_Setter = bool (Controls::*)(long long const*);
 
-// Maps the pieces to columns. Where none is renamed, the text is kept exactly as it came.
+// Turns the keys into columns. When no key has another column name, the text is kept byte for byte.
 bool read_sort(Operand const& value, Controls* controls, Filters const* filters, Text_Setter set) {
   if (filters == nullptr || value.text == nullptr) return false;
   bool is_renamed = false;
@@ -64,7 +64,7 @@ bool read_text(Operand const& value, Controls* controls, Text_Setter set) {
   return value.text != nullptr && (controls->*set)(value.text);
 }
 
-// A JSON integer beyond the signed ones saturates, as text does.
+// A JSON integer above the largest signed one becomes that one, as text does.
 bool read_number(Operand const& value, Controls* controls, Number_Setter set) {
   constexpr long long largest = std::numeric_limits<long long>::max();
   long long number = 0;
@@ -91,17 +91,17 @@ void apply_number(Controls const& controls, Select_SQL& select) {
 
 Value convert_number(std::string const& text) { return read_integer(text); }
 
-// All there is to one control.
+// How one control is read, applied and converted.
 struct Control {
   Parser::Control_Kind kind;
-  boost::function<bool(Operand const&, Controls*, Filters const*)> read;  // false, nothing stored: of no use
-  void (*apply)(Controls const& controls, Select_SQL& select);            // nothing when it is not set
-  Value (*convert)(std::string const& text);                              // null: as any other key
+  boost::function<bool(Operand const&, Controls*, Filters const*)> read;  // false, with nothing stored: unusable value
+  void (*apply)(Controls const& controls, Select_SQL& select);            // does nothing when the control is not set
+  Value (*convert)(std::string const& text);                              // null: like any other key
 };
 
 using namespace boost::placeholders;
 
-// In the order of application: the sort orders need their keys.
+// `control` applies them in this order: sort orders need the sort keys.
 Key2_Value_T<Control> const control_table[] = {
     {"sort",
      4,
@@ -125,7 +125,7 @@ Control const& control_of(std::string_view key) {
   return Key2_Value_T<Control>::find(control_table, key.data(), key.size()).value;
 }
 
-// A text as a value of the type, uuids as text.
+// The value of a text, by type. A uuid stays text.
 Value typed_value(std::string_view text, unsigned int type) {
   if (type == Filter::TYPE_BOOL) return read_boolean(text);
   if (type == Filter::TYPE_INT) return read_integer(text);
@@ -143,7 +143,7 @@ json_spirit::Array typed_list(std::string_view text, unsigned int type) {
 
 bool is_uuid(Value const& value) { return value.type() == json_spirit::str_type && is_valid_uuid(value.get_str()); }
 
-// The value to compare a column of the type with; false when it cannot be one.
+// Makes the value that is compared with a column of `type`. False when `value` does not fit the type.
 bool to_binding(Operand const& value, unsigned int type, Binding_Value& binding) {
   switch (type) {
     case Filter::TYPE_BOOL:
@@ -161,7 +161,7 @@ bool to_binding(Operand const& value, unsigned int type, Binding_Value& binding)
   }
 }
 
-// IN and NOT IN.
+// Adds IN or NOT IN.
 bool add_list_condition(Filter_SQL& target, std::string const& column, Operand const& value, unsigned int type,
                         bool in) {
   json_spirit::Array pieces;
@@ -256,7 +256,7 @@ bool SQL_Filter_Parser::parse(Object const& params, unsigned int flags) {
   return true;
 }
 
-// A control, else a condition where there can be one; false for a condition that failed.
+// Takes a pair as a control, else as a condition. False when a condition fails.
 bool SQL_Filter_Parser::parse_pair(std::string const& key, Operand const& value, Read_Allowance& allowance) {
   if (parse_control(key, value)) return true;
   return filter_ == nullptr || filters_ == nullptr || parse_filter(key, value, filter_, allowance);
@@ -286,7 +286,7 @@ bool SQL_Filter_Parser::parse_filter(std::string const& key, Operand const& valu
     Filter_SQL* target;
   };
   backup::Block_Stack<Level> levels;
-  // Handles one pair; the members of an object are left to the loop below.
+  // Handles one pair. The loop below handles the members of an object.
   auto const handle = [&](std::string const& name, Operand const& operand, Filter_SQL* filter) {
     if (!backup::request_text::is_group(name)) return parse_condition(name, operand, *filter);
     Filter_SQL* const group = add_group(name, filter);
@@ -318,7 +318,7 @@ bool SQL_Filter_Parser::parse_filter(std::string const& key, Operand const& valu
   return true;
 }
 
-// One condition; true as well for a key that the table lacks, which is left out.
+// Adds one condition. Also true for a key that the table lacks, which adds none.
 bool SQL_Filter_Parser::parse_condition(std::string const& key, Operand const& value, Filter_SQL& target) const {
   auto const [op, plain_key, filter] = allowed(key);
   if (filter.type == 0) return true;
@@ -391,12 +391,12 @@ bool SQL_Filter_Parser::convert_pair(std::string const& key, std::string const& 
     return &group.get_obj();
   };
   if (!backup::request_text::is_group(key)) return convert(key, value, &params);
-  // A copy, for `value` may be the text of the very member that becomes the group.
+  // A copy: `value` may be the text of the member that becomes the group.
   std::string const members = value;  // NOLINT(performance-unnecessary-copy-initialization)
   return backup::request_text::walk_query_string(members, open(key, &params), allowance, convert, open);
 }
 
-// The JSON value of one pair, typed by the table.
+// The JSON value of one pair. The table gives its type.
 Value SQL_Filter_Parser::convert_value(std::string const& key, std::string const& text) const {
   Allowed_Key const allowed_key = allowed(key);
   Item_SQL::Item_Op const op = allowed_key.op;

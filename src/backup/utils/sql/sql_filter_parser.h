@@ -22,25 +22,24 @@ class Read_Allowance;
 /// stranger's input: only keys of the caller's table become conditions, under the columns that the table names, and
 /// every value is bound or quoted.
 ///
-/// A key is "sort", "order", "limit" or "offset"; "AND" or "OR", whose value holds further pairs (an object, or a query
-/// string) joined so; `<OP>_<key>` with a two-letter operator name; or `<key>`, which means equality. Keys that the
-/// table lacks are ignored. A pair that cannot be handled is logged and left out; the others go on. Of a group that
-/// fails, what came before the failing member stays.
+/// A key is "sort", "order", "limit" or "offset"; or "AND" or "OR", whose value (an object, or a query string) holds
+/// the pairs to join; or `<OP>_<key>` with a two-letter operator name; or `<key>`, which means equality. Keys that the
+/// table lacks are ignored. A pair with an unusable value is logged and left out; the others go on. When a member of a
+/// group fails, the members before it stay.
 ///
-/// Text of an integer: a sign and digits up to the first other character, no blanks before, saturated at 2^63-1 in both
-/// directions; without digits 0. Text of a boolean: false for exactly "0". Text of a list: the pieces between commas,
-/// empty ones dropped.
+/// Text of an integer: a sign and digits up to the first other character, no blanks before; 2^63-1 when it does not
+/// fit, even for a negative number; 0 without digits. Text of a boolean: false for exactly "0". Text of a list: the
+/// pieces between commas; empty ones are dropped.
 ///
-/// Lifetime: the filter and the table are kept by pointer and must outlive the parser. The filter of a WHERE statement
-/// is gone when that statement is cleared or given another filter: make a new parser then. Names and values are copied
-/// into the conditions.
+/// Lifetime: the filter and the table are kept by pointer and must outlive the parser. A statement that is cleared or
+/// given another filter drops its filter: make a new parser then. Names and values are copied into the conditions.
 ///
-/// Cost: linear in the request, groups of any depth without recursion. A group in a query string whose text has escapes
-/// is read again for each level inside it; once such groups of a request come to more than 16 MiB and 256 times the
-/// text of its groups, the pairs that hold more of them fail.
+/// Cost: linear in the request; groups of any depth take no recursion. A group in a query string whose text has escapes
+/// is read again for each level inside it. A request may have 16 MiB plus 256 times the text of its groups read so;
+/// pairs beyond that fail.
 class BACKUP_SQL_API SQL_Filter_Parser {
 public:
-  /// What an allowed key stands for. A table ends with an entry of null key and all zero.
+  /// The meaning of an allowed key. A table ends with an entry whose key is null and whose value is all zero.
   struct Filter {
     enum : unsigned int { TYPE_BOOL = 1, TYPE_INT = 2, TYPE_TEXT = 3, TYPE_UUID = 4 };
     enum : unsigned int { COLUMN_IS_KEY = 0, COLUMN_IS_NAME = 1, COLUMN_IS_NAME_DOT_KEY = 2 };
@@ -71,7 +70,7 @@ public:
   public:
     Controls();
 
-    /// Set a control, or with null take it away; the stored value stays then. Always true.
+    /// Set a control. Null takes it away and keeps the stored value. Always true.
     bool sort(std::string const* keys);
     bool order(std::string const* directions);
     bool offset(long long const* rows);
@@ -99,16 +98,16 @@ public:
     long long limit_ = -1;
   };
 
-  /// No target and no table: reads "order", "limit" and "offset" only.
+  /// Without target and table: reads "order", "limit" and "offset" only.
   SQL_Filter_Parser();
   /// The target is `where.and_filter()`.
   SQL_Filter_Parser(Where_SQL& where, Filters const* filters);
-  /// Either may be null: without a target or a table there are no conditions, without a table there is no "sort".
+  /// Both may be null. Without target or table there are no conditions; without a table there is no "sort".
   SQL_Filter_Parser(Filter_SQL* filter, Filters const* filters);
   explicit SQL_Filter_Parser(Filters const* filters);
 
   Controls const& controls() const;
-  /// The control that a key stands for, by the kind of its value.
+  /// The kind of value that a control takes; `NO_CONTROL` for any other key.
   static Control_Kind control_kind(std::string_view key);
 
   /// Handle all pairs, in the order of the keys. Always true; pairs that failed are logged by key and value.
@@ -118,18 +117,18 @@ public:
   /// Applies the controls that are set: sort keys, orders, limit, offset. Always true.
   bool control(Select_SQL& select) const;
 
-  /// The pairs of a query string as the JSON object that `parse` takes, values typed by the table; keys that the table
-  /// lacks keep their text. An object has a key once: of two groups of one name in a nested query string the last
-  /// stays, where `parse` of the pairs themselves adds both.
+  /// Turns the pairs of a query string into the JSON object that `parse` takes. The table gives the types of values;
+  /// keys that it lacks keep their text. Keys of an object are unique: of two groups with one name in a nested query
+  /// string only the last stays, whereas `parse` of the pairs adds both.
   json_spirit::Object convert_qs_to_params(std::map<std::string, std::string> const& params) const;
 
-  /// The steps of the above.
-  /// False when the key is no control, or its value is of no use for it.
+  /// The functions above call these.
+  /// False when the key is no control, or cannot use the value.
   bool parse_control_i(std::string const& key, json_spirit::Value const& value);
-  /// Adds the condition or group to `target`. False when the value is of no use, or a member of a group fails: the
-  /// members after it are left out, those before it stay.
+  /// Adds the condition or group to `target`. False when the key cannot use the value. False when a member of a group
+  /// fails: the members before it stay, those after it are left out.
   bool parse_filter_i(std::string const& key, json_spirit::Value const& value, Filter_SQL* target);
-  /// The operator of a key; 3 goes to `prefix_length`, when it is not null, if the key has an operator prefix.
+  /// The operator of a key. With an operator prefix, sets `prefix_length` to 3 unless it is null.
   Item_SQL::Item_Op parse_op_key(std::string const& key, unsigned long long* prefix_length) const;
   bool convert_kv_to_params(std::string const& key, std::string const& value, json_spirit::Object& params) const;
 
@@ -137,7 +136,7 @@ private:
   using Operand = backup::request_text::Operand;
   using Read_Allowance = backup::request_text::Read_Allowance;
 
-  // A key taken apart; `filter` has type 0 when it is not allowed.
+  // The parts of a key; `filter` has type 0 when the key is not allowed.
   struct Allowed_Key {
     Item_SQL::Item_Op op;
     std::string_view key;

@@ -11,8 +11,8 @@
 
 namespace backup {
 
-/// The entries of a `Filter_SQL`, no class for callers: objects in order, a reference to each held here. Two take no
-/// allocation, for most filters have few entries.
+/// The entries of a `Filter_SQL`, in order; not for callers. It holds a reference to each entry. Two entries take no
+/// allocation: most filters have few.
 class SQL_List {
 public:
   SQL_List() noexcept : first_{}, size_(0), capacity_(inline_capacity) {}
@@ -37,7 +37,7 @@ public:
   SQL* const* end() const noexcept { return begin() + size_; }
   SQL& operator[](std::size_t i) const noexcept { return *begin()[i]; }
 
-  /// Makes room for at least so many. Throws std::bad_alloc and changes nothing then.
+  /// Makes room for `size` entries in all. When it throws std::bad_alloc, nothing has changed.
   void reserve(std::size_t size) {
     if (size <= capacity_) return;
     if (size > std::numeric_limits<std::uint32_t>::max() / 2) throw std::bad_alloc();
@@ -53,9 +53,9 @@ public:
     SQL::intrusive_add_ref(sql);
     give_back(sql);
   }
-  /// The last one; its reference goes to the caller.
+  /// Removes the last entry and gives its reference to the caller.
   SQL* take_back() noexcept { return data()[--size_]; }
-  /// The reverse: null too. There must be room.
+  /// Takes a reference over from the caller; null is allowed. There must be room.
   void give_back(SQL* sql) noexcept { data()[size_++] = sql; }
   void erase(SQL* const* place) noexcept {
     SQL* const sql = *place;

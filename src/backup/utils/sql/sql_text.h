@@ -6,10 +6,10 @@
 
 namespace backup {
 
-/// True for a text that is neither null nor empty.
+/// True unless null or empty.
 inline bool is_set(char const* text) { return text != nullptr && *text != '\0'; }
 
-/// A text kept by pointer, the caller's or an own copy. Copying copies an own text and shares a caller's.
+/// A text by pointer: the caller's, or an own copy. A copy of the object copies an own text and shares the caller's.
 class BACKUP_SQL_API SQL_Text {
 public:
   SQL_Text() noexcept = default;
@@ -17,11 +17,10 @@ public:
   SQL_Text& operator=(SQL_Text const& other);
   ~SQL_Text() = default;
 
-  /// With `copy` keeps a copy, without it the pointer, whose text must outlive every use. Null is kept as null.
+  /// With `copy` keeps a copy. Without it keeps the pointer, and the text must outlive every use. Null stays null.
   void set(char const* text, bool copy);
   void clear() noexcept;
   char const* get() const noexcept { return text_; }
-  /// True when null or "".
   bool empty() const noexcept { return !is_set(text_); }
 
 private:

@@ -8,10 +8,10 @@
 #include "backup/utils/sql/sql.h"
 #include "backup/utils/sql/sql_export.h"
 
-/// The value of one column in INSERT and UPDATE: a bound value, or a statement, shared and written inline.
+/// The value of one column in INSERT and UPDATE: a bound value, or a shared statement that is written inline.
 class BACKUP_SQL_API SQL_Value {
 public:
-  /// No statement, and a null value.
+  /// Without statement; the value is null.
   SQL_Value();
   // NOLINTBEGIN(google-explicit-constructor): either stands wherever a column's value is taken
   SQL_Value(ACE_Intrusive_Auto_Ptr<SQL> const& sql);

@@ -10,7 +10,7 @@ Union_SQL::Union_SQL(unsigned int flags) : SQL(nullptr, TYPE_UNION, true), flags
 Union_SQL::Union_SQL(Union_SQL const& other) = default;
 
 Union_SQL& Union_SQL::operator=(Union_SQL const& other) {
-  Union_SQL const replaced(*this);  // `other` may be a part of it
+  Union_SQL const replaced(*this);  // keeps `other` alive when it is a part of this
   SQL::operator=(other);
   flags_ = other.flags_;
   selects_ = other.selects_;

@@ -10,10 +10,10 @@
 #include "backup/utils/sql/sql.h"
 #include "backup/utils/sql/sql_export.h"
 
-/// SELECTs joined by UNION or UNION ALL, in order of addition, without parentheses; the union itself has no ORDER BY or
-/// LIMIT. Shape: "SELECT * FROM `a` UNION ALL SELECT * FROM `b`". Parameter names stay unique across the members.
+/// SELECTs joined by UNION or UNION ALL, in order of addition, without parentheses. The union has no ORDER BY or LIMIT.
+/// Shape: "SELECT * FROM `a` UNION ALL SELECT * FROM `b`". Parameter names stay unique across the members.
 ///
-/// `empty()` is the base's: true whatever the members. The count query is the base's too and does not look at them.
+/// `empty()` is the base's: always true. The count query is the base's too and ignores the members.
 class BACKUP_SQL_API Union_SQL : public SQL {
 public:
   enum Flags : std::uint32_t {
@@ -29,11 +29,11 @@ public:
 
   /// Drops the members; the flags stay.
   void clear() override;
-  /// Appends to what `sql` holds, deliberately: the one renderer beside INSERT's that does not replace it.
+  /// Deliberately appends to what `sql` holds. Only this and INSERT's for an unknown dialect do not replace it.
   void get_sql_i(Database_Type db, std::string& sql, Bindings& bindings, unsigned long long& index) const override;
 
-  /// A new empty member for the caller to fill, owned by the union. Null with errno ENOMEM and the union unchanged when
-  /// memory is short; nothing is logged.
+  /// Adds an empty member, which the caller fills and the union owns. When memory is short, null with errno ENOMEM; the
+  /// union is unchanged, and nothing is logged.
   Select_SQL* add_select_sql();
 
 private:

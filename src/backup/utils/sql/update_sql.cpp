@@ -23,7 +23,7 @@ Update_SQL::Update_SQL(char const* table) : Where_SQL(nullptr, TYPE_UPDATE), tab
 Update_SQL::Update_SQL(Update_SQL const& other) = default;
 
 Update_SQL& Update_SQL::operator=(Update_SQL const& other) {
-  Update_SQL const replaced(*this);  // `other` may be a part of it
+  Update_SQL const replaced(*this);  // keeps `other` alive when it is a part of this
   Where_SQL::operator=(other);
   table_ = other.table_;
   assignments_ = other.assignments_;
@@ -104,7 +104,7 @@ Update_SQL& Update_SQL::set_time(std::string const& column, long long const& sec
   return store(column, column_value::from_time(seconds));
 }
 
-// A new statement as the column's value. Null with errno ENOMEM and nothing stored when memory is short.
+// Stores a new statement as the column's value. When memory is short, null with errno ENOMEM, and nothing is stored.
 template <class T, class... Arguments>
 T* Update_SQL::store_new(std::string const& column, Arguments... arguments) {
   return add_new<T>([&](ACE_Intrusive_Auto_Ptr<SQL> const& statement) { store(column, SQL_Value(statement)); },

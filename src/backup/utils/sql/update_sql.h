@@ -16,21 +16,22 @@ class Select_SQL;
 /// UPDATE of one table, with the WHERE clause of `Where_SQL`. Shape, every dialect: "UPDATE `t` SET `a`=:1,`b`=:2 WHERE
 /// ...".
 ///
-/// Assignments are written in ascending byte order of the column names, whatever the order of the calls; setting a
-/// column again replaces its value. Without assignments the text is "UPDATE `t` SET ", which no database runs: ask
-/// `empty()`. Without conditions every row is updated: nothing here refuses it.
+/// Assignments are written in ascending byte order of the column names, not in the order of the calls. Setting a column
+/// again replaces its value. Without assignments the text is "UPDATE `t` SET ", which no database runs: ask `empty()`.
+/// An UPDATE without conditions updates every row: nothing here refuses it.
 ///
-/// Lifetime: the table is kept by pointer and must outlive every rendering; statements returned for filling belong to
-/// this one. Errors: a value that cannot be had changes nothing; a converter that refuses leaves the value unconverted.
+/// Lifetime: the table is kept by pointer and must outlive every rendering; this statement owns the statements that it
+/// returns for filling. Errors: without a value nothing changes; when a converter refuses a value, it is stored
+/// unconverted.
 class BACKUP_SQL_API Update_SQL : public Where_SQL {
 public:
   explicit Update_SQL(char const* table);
-  /// Copies share the filter and the statements that stand for values.
+  /// Copies share the filter and the statements used as values.
   Update_SQL(Update_SQL const& other);
   Update_SQL& operator=(Update_SQL const& other);
 
   void clear() override;
-  /// True without assignments; table and conditions are not looked at.
+  /// True without assignments, whatever the table and conditions.
   bool empty() const override;
   void get_sql_i(Database_Type db, std::string& sql, Bindings& bindings, unsigned long long& index) const override;
 
@@ -49,7 +50,7 @@ public:
   Update_SQL& set(json_spirit::Object const& object, std::string const& key,
                   Binding_Value_Converter const* converter = nullptr);
 
-  /// Bytes of a uuid text; a text that is none is assigned as it is, but for the empty text, which becomes no bytes.
+  /// The bytes of a uuid text. The empty text becomes no bytes; any other text is assigned unchanged.
   Update_SQL& set_uuid(std::string const& column, char const* uuid);
   Update_SQL& set_uuid(std::string const& column, std::string const& uuid);
   Update_SQL& set_uuid(std::string const& column, Secure_String const& uuid);
@@ -58,12 +59,12 @@ public:
   Update_SQL& set_uuid(std::string const& column, json_spirit::Object const& object, std::string const& key);
   Update_SQL& set_uuid(json_spirit::Object const& object, std::string const& key);
 
-  /// A new uuid's bytes. When there is none to be had nothing changes, and an error is logged.
+  /// A new uuid's bytes. When the system gives no random bytes, nothing changes and an error is logged.
   Update_SQL& set_new_uuid(std::string const& column);
   /// The text "YYYY-MM-DD hh:mm:ss", UTC.
   Update_SQL& set_time(std::string const& column, long long const& seconds);
-  /// A text fragment, or a SELECT, for the caller to fill, written in parentheses. Null with errno ENOMEM and nothing
-  /// changed when memory is short.
+  /// A text fragment, or a SELECT, which the caller fills; written in parentheses. When memory is short, null with
+  /// errno ENOMEM, and nothing changes.
   SQL* set_sql(std::string const& column);
   Select_SQL* set_select_sql(std::string const& column);
 

@@ -12,7 +12,7 @@ Where_SQL::Where_SQL(char const* text, Type type) : SQL(text, type, true) {}
 Where_SQL::Where_SQL(Where_SQL const& other) = default;
 
 Where_SQL& Where_SQL::operator=(Where_SQL const& other) {
-  ACE_Intrusive_Auto_Ptr<SQL> const replaced = filter_;  // `other` may be a part of it
+  ACE_Intrusive_Auto_Ptr<SQL> const replaced = filter_;  // keeps `other` alive when it is a part of this
   SQL::operator=(other);
   where_ = other.where_;
   filter_ = other.filter_;

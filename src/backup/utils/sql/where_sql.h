@@ -10,8 +10,8 @@
 
 /// Base of the statements with a WHERE clause: a raw text, or one top-level filter.
 ///
-/// A raw text that is not empty wins over the filter, whose values are not bound then. A filter without conditions
-/// renders as " WHERE 1" (AND) or " WHERE 0" (OR); neither text nor filter gives no clause.
+/// A raw text that is not empty wins over the filter; the filter's values are not bound then. A filter without
+/// conditions renders as " WHERE 1" (AND) or " WHERE 0" (OR). Without text and filter there is no clause.
 class BACKUP_SQL_API Where_SQL : public SQL {
 public:
   /// `text` is kept by pointer.
@@ -22,17 +22,17 @@ public:
 
   void clear() override;
 
-  /// With `copy` keeps a copy, without it the pointer.
+  /// With `copy` keeps a copy of the text, otherwise the pointer.
   Where_SQL& where(char const* text, bool copy);
 
-  /// The top-level filter, owned by this statement and its copies; null when there is none.
+  /// The top-level filter, owned by this statement and its copies, or null.
   Filter_SQL* filter() const;
-  /// The top-level filter when it is one of this kind; otherwise a new one takes its place and the old one is dropped
-  /// with its conditions. Null with errno ENOMEM and nothing changed when memory is short.
+  /// The top-level filter, if it is of this kind. Otherwise a new one replaces it, and its conditions are dropped. When
+  /// memory is short, null with errno ENOMEM, and nothing changes.
   Filter_SQL* and_filter();
   Filter_SQL* or_filter();
 
-  /// Replaces `sql` by the clause, its leading " WHERE " included, or by nothing. Returns `sql`.
+  /// Replaces `sql` by the clause with its leading " WHERE ", or by nothing. Returns `sql`.
   std::string& get_where_sql(Database_Type db, std::string& sql, Bindings& bindings, unsigned long long& index) const;
 
 protected:

@@ -7,7 +7,7 @@
 
 namespace backup {
 
-/// A list of small things, the first of which take no allocation.
+/// A list of small elements. The first 16 take no allocation.
 template <class T>
 class Inline_List {
   static_assert(std::is_trivially_copyable_v<T>);

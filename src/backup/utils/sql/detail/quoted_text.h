@@ -4,8 +4,8 @@
 
 namespace backup {
 
-/// Appends a text between single quotes, those in it doubled and nothing else changed. `Out` is a std::string or what
-/// has an `append` like it.
+/// Appends a text in single quotes, with each single quote in it doubled and nothing else changed. `Out` has the
+/// `append` of a std::string.
 template <class Out>
 void append_quoted(Out& out, std::string_view text) {
   out.append("'", 1);

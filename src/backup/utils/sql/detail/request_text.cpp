@@ -15,7 +15,7 @@ long long read_integer(std::string_view text) {
   bool const has_plus = !text.empty() && text[0] == '+';
   char const* const begin = text.data() + (has_plus ? 1 : 0);
   long long number = 0;
-  // from_chars reads a minus itself; after a plus there must be none.
+  // from_chars accepts a minus, which must not follow a plus.
   bool const second_sign = has_plus && begin != end && *begin == '-';
   std::errc const error = second_sign ? std::errc::invalid_argument : std::from_chars(begin, end, number).ec;
   ACE_OS::last_error(static_cast<int>(error));

@@ -12,12 +12,12 @@
 #include "backup/utils/sql/filter_sql.h"
 #include "json_spirit/json_spirit.h"
 
-/// The readers of request text, shared by both ways a request comes in.
+/// Readers of request text, for query strings and JSON objects.
 namespace backup::request_text {
 
-/// The value of a pair. Neither is copied.
+/// The value of a pair, by address.
 struct Operand {
-  // NOLINTBEGIN(google-explicit-constructor): what a pair holds is its operand
+  // NOLINTBEGIN(google-explicit-constructor): a pair's value is its operand
   Operand(std::string const& pair_text) : text(&pair_text), json(nullptr) {}
   Operand(json_spirit::Value const& value)
       : text(value.type() == json_spirit::str_type ? &value.get_str() : nullptr), json(&value) {}
@@ -27,15 +27,14 @@ struct Operand {
   json_spirit::Value const* json;  ///< null for a text that is no JSON value
 };
 
-/// The integer at the start of a text: an optional sign and digits up to the first other character. Sets
-/// ACE_OS::last_error and never fails: without digits 0 (EINVAL); beyond 64 bits 2^63-1 (ERANGE), for a negative text
-/// too.
+/// The integer at the start of a text: an optional sign and digits up to the first other character. Never fails, and
+/// sets ACE_OS::last_error: 0 without digits (EINVAL); 2^63-1 beyond 64 bits (ERANGE), also for a negative text.
 long long read_integer(std::string_view text);
 
 /// True unless the text is exactly "0".
 bool read_boolean(std::string_view text);
 
-/// For Boost's tokenizer: the pieces between commas where they stand, empty ones left out.
+/// For Boost's tokenizer: views of the pieces between commas, without the empty ones.
 struct Comma_Separator {
   void reset() {}
   bool operator()(char const*& next, char const* end, std::string_view& piece) const {
@@ -46,7 +45,7 @@ struct Comma_Separator {
   }
 };
 
-/// Calls `use(piece)` for the pieces between commas, empty ones left out, until it gives false; false then.
+/// Calls `use(piece)` for each piece between commas that is not empty. Stops with false when `use` gives false.
 template <class Use>
 bool read_list(std::string_view text, Use use) {
   using Pieces = boost::token_iterator<Comma_Separator, char const*, std::string_view>;
@@ -56,14 +55,14 @@ bool read_list(std::string_view text, Use use) {
   return true;
 }
 
-/// How much text of groups a request may have read: 16 MiB, and 256 times the text that it holds. Groups with escapes
-/// to take off are read again at each level, so without a bound a text that takes off a little at each of many levels
-/// would cost the square of its size.
+/// How much text of groups one request may have read: 16 MiB plus 256 times the text of its groups. A group with
+/// escapes is read again at each level. Without this limit a text with a few escapes at each of many levels would cost
+/// the square of its size.
 class Read_Allowance {
 public:
-  /// The request holds so much more text.
+  /// Raises the limit for `size` more bytes of groups.
   void add_text(std::size_t size) { left_ += 256 * size; }
-  /// False when so much may not be read any more.
+  /// False when fewer than `size` bytes are left to read.
   bool read(std::size_t size) {
     if (size > left_) return false;
     left_ -= size;
@@ -76,15 +75,16 @@ private:
 
 inline bool is_group(std::string_view key) { return Filter_SQL::type_of_name(key).has_value(); }
 
-/// True when `pair`, the first of `text`, is the whole text as it stands, nothing in it escaped. Then the same is true
-/// of its value, and so on inwards.
+/// True when `pair`, the first of `text`, is the whole text and nothing in it is escaped. Then the same holds for its
+/// value, and so on inwards.
 inline bool is_literal(std::string const& text, HTTP_Query_String_Iterator::Pair const& pair) {
   auto const& [key, value] = pair;
   return text.size() == key.size() + 1 + value.size() && text.compare(0, key.size(), key) == 0 &&
          text[key.size()] == '=' && text.compare(key.size() + 1, value.size(), value) == 0;
 }
 
-/// `walk_query_string` for a literal text: one pair in the other, each key found where the one before it ends.
+/// `walk_query_string` for a literal text: each pair's value is the next pair, so each key begins where the last one
+/// ended.
 template <class Target, class Pair, class Group>
 bool walk_literal(std::string const& text, Target* target, Pair pair, Group group) {
   for (std::size_t begin = 0; begin < text.size();) {
@@ -98,12 +98,12 @@ bool walk_literal(std::string const& text, Target* target, Pair pair, Group grou
   return true;
 }
 
-/// Calls `pair(key, value, target)` for each pair of a query string. A pair whose key is AND or OR opens a group
-/// instead: `group(key, target)` gives the target of its members, which its value holds as a query string in turn.
-/// False, at once, when `pair` gives false or `group` null.
+/// Calls `pair(key, value, target)` for each pair of a query string. A key AND or OR opens a group instead: its value
+/// is the query string of its members, and `group(key, target)` gives their target. Stops with false when `pair` gives
+/// false or `group` gives null.
 ///
-/// No recursion on the depth of groups. Literal groups cost nothing but their keys; each group with escapes to take off
-/// has its text read again: false as well once `allowance` does not allow that.
+/// No recursion on the depth of groups. A literal group costs only its key. A group with escapes has its text read
+/// again; false when `allowance` is used up.
 template <class Target, class Pair, class Group>
 bool walk_query_string(std::string const& text, Target* target, Read_Allowance& allowance, Pair pair, Group group) {
   struct Level {
@@ -123,7 +123,7 @@ bool walk_query_string(std::string const& text, Target* target, Read_Allowance& 
     auto const [key, value] = *level.next;
     target = level.target;
     ++level.next;
-    if (level.next == end) levels.pop_back();  // before going deeper: what is read holds no memory
+    if (level.next == end) levels.pop_back();  // before going deeper, to free its memory
     if (!is_group(key)) {
       if (!pair(key, value, target)) return false;
       continue;

@@ -5,7 +5,7 @@
 
 namespace backup {
 
-/// Makes room for `count` more elements. What is filled bit by bit still grows by doubling.
+/// Makes room for `count` more elements, and at least doubles the capacity when it grows.
 template <class Container>
 void reserve_more(Container& container, std::size_t count) {
   std::size_t const size = container.size();

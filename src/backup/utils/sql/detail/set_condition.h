@@ -7,7 +7,7 @@
 
 namespace backup {
 
-/// Adds IN or NOT IN a list to `filter`, the texts as uuids or as they are.
+/// Adds IN or NOT IN with a list to `filter`. With `is_uuid` its texts are uuids.
 inline void add_set_condition(Filter_SQL& filter, std::string const& column, json_spirit::Array const& list, bool in,
                               bool is_uuid) {
   if (is_uuid) {

@@ -32,7 +32,7 @@ private:
   char const* end_;
 };
 
-// One record's text, of fixed size. A format is read twice: to see what room is left for texts, and to write them.
+// The text of one record, of fixed size. The format is read twice: to measure the room for texts, and to write.
 class Record_Text {
 public:
   Record_Text(Source source, char const* format, std::initializer_list<Argument> arguments, void const* caller)
@@ -47,7 +47,7 @@ public:
 private:
   enum Kind { as_it_stands, text_to_fit, call_stack };
 
-  // Calls `take(piece, kind)` for each piece of the format, directives replaced.
+  // Calls `take(piece, kind)` for each piece of the format, with directives replaced.
   template <class Take>
   void for_each_piece(Take take) const {
     Argument const* argument = arguments_.begin();
@@ -67,13 +67,13 @@ private:
     }
   }
 
-  // The log's texts end at a zero byte. No more than a record of `text` is looked at.
+  // Texts in the log end at a zero byte. Reads at most the size of a record.
   static std::string_view until_zero(std::string_view text) {
     text = text.substr(0, record_size);
     return text.substr(0, text.find('\0'));
   }
 
-  // Shares the room that is left among the texts: short ones are whole, the others get as much as each other.
+  // Shares the remaining room among the texts: short ones stay whole, the others get equal shares.
   void fit_texts() {
     std::array<std::size_t, most_texts> sizes{};
     std::size_t count = 0;
@@ -81,11 +81,11 @@ private:
       if (kind == as_it_stands) room_ -= piece.size();
       if (kind == text_to_fit) sizes[count++] = piece.size();
     });
-    std::sort(sizes.begin(), sizes.end());  // texts that are not there come first, and take nothing
+    std::sort(sizes.begin(), sizes.end());  // unused places come first with size 0
     for (std::size_t i = 0; i < most_texts; ++i) {
       longest_ = std::min(longest_, room_ / (most_texts - i));
       room_ -= std::min(sizes[i], longest_);
-      if (sizes[i] <= longest_) longest_ = record_size;  // what it leaves is for the others
+      if (sizes[i] <= longest_) longest_ = record_size;  // this one is whole; the rest goes to the others
     }
   }
 
@@ -105,7 +105,7 @@ private:
     size_ += piece.size();
   }
 
-  // At most `size`, where no UTF-8 character is cut in two.
+  // The largest end up to `size` that cuts no UTF-8 character in two.
   static std::size_t character_end(std::string_view text, std::size_t size) {
     std::size_t end = size;
     while (end > 0 && size - end < 4 && (static_cast<unsigned char>(text[end]) & 0xC0U) == 0x80U) --end;
@@ -119,19 +119,19 @@ private:
   std::string_view format_;
   std::initializer_list<Argument> arguments_;
   void const* caller_;                 // where the call stack begins
-  std::size_t room_ = record_size;     // what is left for the call stack, at last
-  std::size_t longest_ = record_size;  // that a text may be
+  std::size_t room_ = record_size;     // in the end, what the call stack may take
+  std::size_t longest_ = record_size;  // the most that one text may take
   std::size_t size_ = 0;
   std::array<char, record_size + 1> text_;
 };
 
-// A record needs memory of its own. This one has it from the beginning, for reports that come when there is none.
+// A record needs memory of its own. This one has its memory from the start, for reports when there is none.
 ACE_Log_Record spare_record;
 std::mutex spare_record_in_use;
 std::atomic<std::thread::id> spare_record_user;
 
 void log_spare_record(ACE_Log_Msg& log, ACE_Log_Priority priority, char const* text) {
-  if (spare_record_user == std::this_thread::get_id()) return;  // a callback that reports in its turn
+  if (spare_record_user == std::this_thread::get_id()) return;  // a callback that itself reports
   std::lock_guard<std::mutex> const lock(spare_record_in_use);
   spare_record_user = std::this_thread::get_id();
   struct Release {
@@ -150,7 +150,7 @@ void write_record(Source source, ACE_Log_Priority priority, int op_status, char 
   ACE_Errno_Guard const keep_errno(errno);
   int const error = ACE_Log_Msg::last_error_adapter();
   ACE_Log_Msg* const log = ACE_Log_Msg::instance();
-  if (log == nullptr) return;  // this thread has none yet, and no memory for it
+  if (log == nullptr) return;  // no memory for this thread's first one
   if (log->log_priority_enabled(priority) == 0) return;
   log->file(source.file);
   log->linenum(source.line);
@@ -158,7 +158,7 @@ void write_record(Source source, ACE_Log_Priority priority, int op_status, char 
   log->errnum(error);
   Record_Text const text(source, format, arguments, __builtin_return_address(0));
   log->msg(text.get());
-  // ACE's own formatting would hand a record without text to callbacks when there is no memory for it.
+  // Without memory ACE's own formatting would give callbacks a record without text.
   ACE_Log_Record record(priority, ACE_OS::gettimeofday(), log->getpid());
   if (record.msg_data(text.get()) == 0) {
     log->log(record);

@@ -8,8 +8,8 @@
 
 #include "backup/utils/sql/sql.h"
 
-/// The result of `make`, which makes something and puts it where it belongs. Null or false with errno ENOMEM when
-/// memory is short; `make` leaves nothing behind then, since whatever it made is owned from the start.
+/// Gives the result of `make`. When memory is short, null or false with errno ENOMEM; what `make` has made by then must
+/// have an owner, which releases it.
 template <class Make>
 auto without_throwing(Make make) -> decltype(make()) {
   try {
@@ -20,7 +20,7 @@ auto without_throwing(Make make) -> decltype(make()) {
   }
 }
 
-/// A new object owned by `owner` before anything else can fail. Throws std::bad_alloc, and only that.
+/// Makes an object and gives it to `owner` before anything else can fail. Throws only std::bad_alloc.
 template <class T, class... Arguments>
 T* new_sql(ACE_Intrusive_Auto_Ptr<SQL>& owner, Arguments&&... arguments) {
   T* const object = new T(std::forward<Arguments>(arguments)...);
@@ -28,7 +28,7 @@ T* new_sql(ACE_Intrusive_Auto_Ptr<SQL>& owner, Arguments&&... arguments) {
   return object;
 }
 
-/// Makes a T, lets `put` put its owner where it belongs, and returns it. Null with errno ENOMEM when memory is short.
+/// Makes a T, passes its owner to `put`, and returns it. When memory is short, null with errno ENOMEM.
 template <class T, class Put, class... Arguments>
 T* add_new(Put put, Arguments&&... arguments) {
   return without_throwing([&] {

@@ -37,7 +37,7 @@ void SQL_Writer::grow(std::size_t length) {
 }
 
 void SQL_Writer::expect(std::size_t count) {
-  constexpr std::size_t length = 6;  // of a parameter and a comma, about
+  constexpr std::size_t length = 6;  // roughly a parameter and a comma
   close();
   reserve_more(sql_, count * (has_marks_ ? 2 : length));
   open(1);
@@ -55,7 +55,7 @@ void SQL_Writer::param(Binding_Value&& value) { param(made_.emplace_front(std::m
 std::size_t SQL_Writer::position() const {
   std::size_t position = size();
   if (!has_marks_) return position;
-  // Names of one digit are a character longer than marks, those of two digits one more.
+  // A name is longer than a mark by its digits.
   for (std::size_t smallest = 1; smallest <= marks_.size(); smallest *= 10) position += marks_.size() + 1 - smallest;
   return position;
 }
@@ -80,7 +80,7 @@ void SQL_Writer::use_names() {
   marks_.clear();
 }
 
-// The order of names in the map is that of their texts: :1, :10, :100, ..., :2.
+// The map orders names by text: :1, :10, :100, ..., :2.
 void SQL_Writer::bind_gathered() {
   if (gathered_.empty()) return;
   unsigned long long const before = index_ - gathered_.size();
@@ -95,7 +95,7 @@ void SQL_Writer::bind_gathered() {
     }
   };
   Parameter_Name name(1);
-  if (before > 8 * gathered_.size()) {  // in that order most of the numbers would be those of others
+  if (before > 8 * gathered_.size()) {  // that order would mostly pass numbers of others
     for (std::size_t i = 1; i <= gathered_.size(); ++i, place = bindings_.end()) {
       name.set(before + i);
       bind(name);
@@ -151,8 +151,8 @@ bool SQL_Writer::render_marks(SQL const& part, SQL::Database_Type db, std::strin
   part.write_sql(out);
   out.merge_bindings(part);
   out.close();
-  // The conversion may take a colon for a name's. It also reports an empty text, and one shorter than its bindings are
-  // many.
+  // The conversion may read a colon as the start of a name. It also reports an empty text, and more bindings than
+  // characters.
   bool const is_exact = out.has_marks_ && sql.find(':') == std::string::npos && !sql.empty() && sql.size() >= index;
   if (is_exact) {
     out.list_gathered(values);

@@ -16,7 +16,7 @@
 
 namespace backup {
 
-/// The name of a generated parameter, a colon and its number: counted on in its own text.
+/// The name of a generated parameter: a colon and its number. Most steps change only the last digit.
 class Parameter_Name {
 public:
   explicit Parameter_Name(unsigned long long number) : number_(number) {
@@ -28,7 +28,7 @@ public:
 
   unsigned long long number() const { return number_; }
   std::string_view get() const { return {text_.data(), static_cast<std::size_t>(end_ - text_.data())}; }
-  /// To the number `number`, which mostly is the next one.
+  /// Fast when `number` is the next one.
   void set(unsigned long long number) {
     if (number == number_ + 1 && end_[-1] != '9' && number != 0) {
       ++end_[-1];
@@ -37,7 +37,7 @@ public:
     }
     number_ = number;
   }
-  /// To the one that follows in the order of texts, where numbers end at `last`: :1, :10, :100, ..., :2.
+  /// Moves to the next name up to `last` in the order of texts: :1, :10, :100, ..., :2.
   void set_next_text(unsigned long long last) {
     if (number_ * 10 <= last) {
       number_ *= 10;
@@ -61,22 +61,22 @@ private:
   char* end_;
 };
 
-/// Where a rendering goes: the text so far, the bindings, the parameter counter. Everything is appended in place,
-/// embedded statements too, so no text is copied once per level of nesting.
+/// Takes the output of a rendering: the text so far, the bindings, the parameter counter. Embedded statements are
+/// appended in place too, so no text is copied at each level of nesting.
 ///
-/// Values are gathered by address while the text is written. With names they are copied into the map once, at the end,
-/// in the order of its names; with marks, into the list. The places of the marks are kept: names take them, and the
-/// values go to the map, where it turns out that the marks are not exact, for a colon elsewhere in the text, a name
-/// bound by hand, or a part that knows names only. `Question_Mask_SQL_Converter` decides then.
+/// Values are gathered by address while the text is written. At the end they are copied: with names into the map, in
+/// the order of its names; with "?" marks into the list. Marks are not exact when the text has a colon elsewhere, a
+/// name is bound by hand, or a part knows only names. Then names take the places of the marks, the values go to the
+/// map, and `Question_Mask_SQL_Converter` makes the marks.
 class SQL_Writer {
 public:
-  /// Writes names, and fills `bindings` in `finish`.
+  /// Writes names; `finish` fills `bindings`.
   SQL_Writer(SQL::Database_Type db, std::string& sql, Bindings& bindings, unsigned long long& index)
       : db_(db), sql_(sql), bindings_(bindings), index_(index) {
     if (!sql.empty()) {
       open(1);
     } else if (sql.capacity() < first_.size()) {
-      sql.reserve(first_.size());  // the end takes no memory
+      sql.reserve(first_.size());  // `close` then needs no memory
     }
   }
   SQL_Writer(SQL_Writer const&) = delete;
@@ -89,22 +89,22 @@ public:
     sql.clear();
     append(part, db, sql, bindings, index);
   }
-  /// The same, behind the content of `sql`.
+  /// The same, but appends to the content of `sql`.
   static void append(SQL const& part, SQL::Database_Type db, std::string& sql, Bindings& bindings,
                      unsigned long long& index) {
     SQL_Writer out(db, sql, bindings, index);
     part.write_sql(out);
     out.finish();
   }
-  /// Fills the bindings: the last call on a writer.
+  /// Fills the bindings. The last call on a writer.
   void finish();
-  /// The four-argument `get_sql` of an object of the library's own class and the conversion to "?" marks in one. Adds
-  /// to `values`. False when the conversion fails.
+  /// The four-argument `get_sql` and the conversion to "?" marks in one, for an object of the library's own class.
+  /// Appends to `values`. False when the conversion fails.
   static bool render_marks(SQL const& part, SQL::Database_Type db, std::string& sql,
                            std::vector<Binding_Value>& values);
 
   SQL::Database_Type db() const { return db_; }
-  /// With names; see `use_names`. Valid until the next text.
+  /// The text with names: call `use_names` first. Valid until more is written.
   std::string_view text() const { return {begin_, size()}; }
 
   void append(char const* text, std::size_t length) {
@@ -120,7 +120,7 @@ public:
     append(text, std::strlen(text));
     return *this;
   }
-  /// One text behind the other, room being made once.
+  /// Appends several texts with one check for room.
   template <class... Text>
   void write(Text const&... text) {
     make_room((std::string_view(text).size() + ...));
@@ -142,21 +142,21 @@ public:
     return *this;
   }
 
-  /// How much is written. Marks count as their names, so a position holds whatever becomes of them.
+  /// The length of the text so far. A mark counts as its name, so a position stays valid after `use_names`.
   std::size_t position() const;
-  /// Takes back what was written behind a position. Its values stay in the bindings, which is deliberate.
+  /// Removes the text after a position. Its values deliberately stay in the bindings.
   void truncate(std::size_t position);
 
-  /// A name between backticks as it stands; null is the empty name.
+  /// An unchanged name in backticks; null is the empty name.
   void name(char const* name) { write("`", name == nullptr ? "" : name, "`"); }
   void name(std::string const& name) { write("`", name, "`"); }
   /// " `alias`", or nothing for null and "".
   void alias(char const* alias) {
     if (is_set(alias)) write(" `", alias, "`");
   }
-  /// So many parameters are to come.
+  /// Makes room for `count` parameters.
   void expect(std::size_t count);
-  /// The next parameter, bound to `value`, which lives until the rendering ends.
+  /// The next parameter, bound to `value`, which must live until the rendering ends.
   void param(Binding_Value const& value) {
     ++index_;
     gathered_.push_back(&value);
@@ -167,9 +167,9 @@ public:
       append_name(index_);
     }
   }
-  /// The same for a value that is made here.
+  /// The same; the writer keeps the value.
   void param(Binding_Value&& value);
-  /// What the four-argument `get_sql` of `part` gives, its explicit bindings included.
+  /// The four-argument `get_sql` of `part`, with the names bound by hand.
   void part(SQL const& part) {
     if (!part.is_own_class()) {
       part_apart(part);
@@ -178,13 +178,13 @@ public:
     part.write_sql(*this);
     merge_bindings(part);
   }
-  /// The same between parentheses.
+  /// The same in parentheses.
   void sub_statement(SQL const& statement) {
     *this << '(';
     part(statement);
     *this << ')';
   }
-  /// A column's value: its statement between parentheses, or the next parameter.
+  /// A column's value: its statement in parentheses, or the next parameter.
   void value(SQL_Value const& value) {
     if (value.sql() != nullptr) {
       sub_statement(*value.sql());
@@ -192,17 +192,16 @@ public:
       param(value.val());
     }
   }
-  /// Copies the explicit bindings of `part`.
+  /// Copies the names bound by hand on `part`.
   void merge_bindings(SQL const& part) {
     if (part.has_bindings()) merge_own_bindings(part);
   }
-  /// From here on names are written, and names take the place of marks. For who reads the text, or renders a statement
-  /// to a text of its own.
+  /// Replaces marks by names and writes names from here on. For callers that read the text or render a part apart.
   void use_names();
-  /// What the four-argument `get_sql` of `part` gives for `text`, whatever the part makes of that text.
+  /// Calls the four-argument `get_sql` of `part` with `text` and gives its result.
   std::string const& render_apart(SQL const& part, std::string& text);
 
-  /// Calls `write(element)` for each element, a comma between two.
+  /// Calls `write(element)` for each element and puts commas between them.
   template <class List, class Write>
   void list(List const& list, Write write) {
     bool is_first = true;
@@ -216,8 +215,8 @@ public:
 private:
   static constexpr std::size_t longest_number = 32;  // -1.7976931348623157e+308 has 24 characters
 
-  // A short text stands in `first_` until it is done. A longer one stands in the string, which is longer than the text
-  // then: by the room that comes next, which it fills with zeros, so not by all that it has.
+  // A short text is written to `first_` and copied at the end. A longer one is written to the string itself, resized
+  // ahead of the text; `resize` fills with zeros, so it takes a limited step and not the whole capacity.
   void open(std::size_t room);
   void close() noexcept;
   std::size_t size() const { return static_cast<std::size_t>(at_ - begin_); }
@@ -245,17 +244,17 @@ private:
   Bindings& bindings_;
   unsigned long long& index_;
 
-  Inline_List<Binding_Value const*> gathered_;  // the last ones, not yet in `bindings_`
-  std::forward_list<Binding_Value> made_;       // gathered like others
+  Inline_List<Binding_Value const*> gathered_;  // not yet in `bindings_`
+  std::forward_list<Binding_Value> made_;       // values that the writer keeps
   Parameter_Name name_{0};                      // the last one written
 
   bool has_marks_ = false;          // not names
   Inline_List<std::size_t> marks_;  // their places in the text
 
-  std::string scratch_;  // for parts that can only write to a text of their own
+  std::string scratch_;  // for parts that write to a text of their own
 };
 
-/// True when T is the very class of `object`. By address: each class has its type information in one place, its own.
+/// True when `object` is exactly a T. Compares addresses: each class has its type information in one place.
 template <class T>
 bool is_exactly(SQL const& object) {
   return &typeid(object) == &typeid(T);

@@ -10,7 +10,7 @@
 #include "backup/runtime/secure_memory.h"
 #include "json_spirit/json_spirit_export.h"
 
-/// JSON values, their text in and out. No function recurses on the depth of a value, and none fails on depth: a value
+/// JSON values, and their text in and out. No function recurses on the depth of a value or fails on depth: a value
 /// nested a million levels deep is read, copied, compared, written and destroyed in constant stack and linear time.
 /// (Pretty text grows with the square of the depth, since each level is indented.)
 namespace json_spirit {
@@ -35,10 +35,10 @@ enum Value_type : int {
 JSON_SPIRIT_API char const* value_type_to_string(Value_type type) noexcept;
 
 /// One JSON value: 40 bytes on 64-bit platforms. Texts that fit std::string's own buffer are held without an
-/// allocation. Integers keep their signedness: signed 1 and unsigned 1 differ. A value that held a secure string wipes
-/// it, inside the value as on the heap, when it is assigned to, moved from or destroyed. A reader called on another
-/// kind throws std::runtime_error, "value is of type string, not int". A reference that one gives is valid until the
-/// value is moved, assigned to or destroyed. Copying may throw std::bad_alloc and leaves the target unchanged then.
+/// allocation. Integers keep their signedness: signed 1 and unsigned 1 differ. When a value is assigned to, moved from
+/// or destroyed, it wipes its secure string, inside the value and on the heap. A getter of another kind throws
+/// std::runtime_error, "value is of type string, not int". A reference from a getter is valid until the value is moved,
+/// assigned to or destroyed. When a copy throws std::bad_alloc, its target is unchanged.
 class JSON_SPIRIT_API Value {
 public:
   Value() noexcept : int_(0), type_(null_type), is_uint64_(false) {}
@@ -98,8 +98,8 @@ public:
   /// Reads an integer too, rounded to the nearest double.
   double get_real() const;
 
-  /// Same kind and same content: members of objects, elements of arrays in order, integers by value and signedness,
-  /// reals by ==.
+  /// True for the same kind and content: members of objects, elements of arrays in order, integers by value and
+  /// signedness, reals by ==.
   friend JSON_SPIRIT_API bool operator==(Value const& a, Value const& b);
   friend bool operator!=(Value const& a, Value const& b) { return !(a == b); }
 
@@ -107,20 +107,20 @@ private:
   struct Object_Box;
   friend struct Value_Access;
 
-  // True for what is not just one word.
+  // True for kinds that are more than one word.
   bool holds_more() const noexcept { return type_ <= secure_str_type; }
   void copy_scalar(Value const& other) noexcept {
     std::memcpy(&int_, &other.int_, sizeof int_);
     type_ = other.type_;
     is_uint64_ = other.is_uint64_;
   }
-  // Once what was held has ended.
+  // The old content must have ended.
   void become_null() noexcept {
     int_ = 0;
     type_ = null_type;
     is_uint64_ = false;
   }
-  // In these this value is null at first.
+  // In these this value must be null.
   void take(Value& other) noexcept {
     if (other.holds_more()) {
       steal(other);
@@ -144,7 +144,7 @@ private:
   };
   Value_type type_ : 8;
   bool is_uint64_;
-  // What derives from a value has the six bytes behind.
+  // A class derived from Value may use the six bytes behind.
 };
 
 /// The member `key`, or null when there is none. Points into `object`.
@@ -153,15 +153,14 @@ JSON_SPIRIT_API Value const* object_get_value(Object const& object, std::string 
 JSON_SPIRIT_API std::string const* object_get_str(Object const& object, std::string const& key);
 /// The same for a member that is an array; null for any other kind.
 JSON_SPIRIT_API Array const* object_get_array(Object const& object, std::string const& key);
-/// The array member `key`; throws std::out_of_range when there is none and std::runtime_error when it is no array.
+/// The array member `key`. Throws std::out_of_range without it, and std::runtime_error when it is no array.
 JSON_SPIRIT_API Array const& object_get_array_or_throw(Object const& object, std::string const& key);
 JSON_SPIRIT_API Array& object_get_array_or_throw(Object& object, std::string const& key);
 
 /// The JSON text of a value (RFC 8259), made at construction; keeps nothing of the value.
-/// Compact text has no blanks; pretty text has a member or element a line, indented by 4. Strings are written as they
-/// are with quotes, backslashes and control characters escaped; secure strings are written in clear, like any other.
-/// Reals are the shortest text that reads back the same, always with a fraction or an exponent; what is no number
-/// becomes null.
+/// Compact text has no blanks; pretty text has one member or element in each line, indented by 4. In strings only
+/// quotes, backslashes and control characters are escaped. Secure strings are written in clear. Reals are the shortest
+/// text that reads back the same, always with a fraction or an exponent; infinities and NaN become null.
 class JSON_SPIRIT_API JSON_Dump {
 public:
   JSON_Dump(Value const& value, bool pretty);
@@ -178,21 +177,21 @@ private:
   Secure_String text_;  // it may hold a secret
 };
 
-/// What `read_string` found wrong, and where.
+/// The error that `read_string` found, and its place.
 struct JSON_SPIRIT_API Read_Error {
   std::size_t line = 0;    ///< from 1; 0: no error
   std::size_t column = 0;  ///< from 1, in bytes
   std::string reason;
 };
 
-/// What `read_string` makes of a member whose name its object has already.
+/// How `read_string` treats a second member with the same name in an object.
 enum class Repeated_Members { last_counts, refused };
 
 /// Reads one JSON text (RFC 8259, UTF-8 checked, nothing but blanks after it) into `value`. Integers that fit are
-/// signed, larger ones up to 2^64-1 unsigned, all others real; of two members with one name the last counts, unless
-/// `repeated` refuses them; zero bytes are kept. False, with `value` unchanged and `error` filled, when the text is
-/// malformed or a number exceeds a double; one with 309 digits before its point or an exponent above 308 may count as
-/// such whatever it comes to ("0e400"). What is too small for a double is 0.
+/// signed, larger ones up to 2^64-1 unsigned, all other numbers real. Of two members with one name the last counts,
+/// unless `repeated` refuses them. Zero bytes are kept. False, with `value` unchanged and `error` filled, when the text
+/// is malformed or a number exceeds a double. A number with 309 digits before its point or an exponent above 308 may be
+/// refused even when it fits ("0e400"). A number too small for a double is 0.
 JSON_SPIRIT_API bool read_string(std::string const& text, Value& value, Read_Error& error,
                                  Repeated_Members repeated = Repeated_Members::last_counts);
 /// The same, throwing std::runtime_error "line 1, column 5: REASON" instead.

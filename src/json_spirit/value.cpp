@@ -27,7 +27,7 @@ char const* value_type_to_string(Value_type type) noexcept {
   return "unknown";
 }
 
-// `next` chains the boxes that wait for their end.
+// `next` chains boxes that wait to be destroyed.
 struct Value::Object_Box {
   Object map;
   Object_Box* next = nullptr;
@@ -37,14 +37,14 @@ namespace {
 
 bool is_container(Value const& value) noexcept { return value.type() <= array_type; }
 
-// A container, and what it is copied to or compared with.
+// A container, and the value that it is copied to or compared with.
 template <class Other>
 struct Container_Pair {
   Value const* first;
   Other* second;
 };
 
-// Those whose content is still to be copied or compared. The pointers stay valid: a copied array has its full capacity
+// Pairs whose content is not yet copied or compared. The pointers stay valid: a copied array gets its full capacity
 // before its first element.
 template <class Other>
 using Container_Pairs = backup::Block_Stack<Container_Pair<Other>>;
@@ -52,7 +52,7 @@ using Container_Pairs = backup::Block_Stack<Container_Pair<Other>>;
 }  // namespace
 
 struct Value_Access {
-  // In all of these `to` is null at first.
+  // In all of these `to` must be null.
   static void copy_tree(Value const& from, Value& to);
   static void copy_children(Value const& from, Value& to, Container_Pairs<Value>& pending);
   static void copy_child(Value const& from, Value& to, Container_Pairs<Value>& pending) {
@@ -75,7 +75,7 @@ struct Value_Access {
     secure_memset(&value.secure_str_, 0, sizeof(Secure_String));
   }
 
-  // What they give up, `value` has no more.
+  // These move the content out and leave `value` without it.
   static Value::Object_Box* take_object(Value& value) noexcept {
     Value::Object_Box* const box = value.object_;
     value.become_null();
@@ -94,8 +94,8 @@ struct Value_Access {
   class Doomed;
 };
 
-// Ends a container and all in it, of any depth, without recursion or allocation. The objects that are still to be ended
-// are chained. Of arrays one is worked off from its end; its first element is the array around it.
+// Destroys a container of any depth without recursion or allocation. Objects that wait are chained. One array at a time
+// is emptied from its end; its first element holds the array around it.
 class Value_Access::Doomed {
 public:
   void end(Value& container) noexcept {
@@ -107,9 +107,9 @@ public:
   }
 
 private:
-  // Ends the arrays at `value` and chains the objects.
+  // Destroys the arrays at `value` and chains the objects.
   void end_arrays(Value& value) noexcept {
-    Array current;  // empty outside of the outermost one
+    Array current;  // empty outside the outermost one
     Value next(std::move(value));
     for (;;) {
       while (next.type_ == array_type && !next.array_.empty()) {
@@ -219,7 +219,7 @@ Value::Value(unsigned long long value) noexcept
     : int_(static_cast<std::int64_t>(value)), type_(int_type), is_uint64_(true) {}
 Value::Value(double value) noexcept : real_(value), type_(real_type), is_uint64_(false) {}
 
-// When the copy of a container fails half-way, the destructor takes back what it has.
+// When the copy of a container fails half-way, the destructor releases the copied part.
 void Value::copy(Value const& other) {
   if (other.type_ == str_type) {
     new (&str_) std::string(other.str_);
@@ -251,10 +251,10 @@ void Value::steal(Value& other) noexcept {
   other.become_null();
 }
 
-// By way of a copy: `other` may lie in this value or this value in it.
+// Copies first: `other` may be part of this value, or this value part of `other`.
 Value& Value::operator=(Value const& other) { return *this = Value(other); }
 
-// The old content ends last: `other` may be part of it.
+// The old content is destroyed last: `other` may be part of it.
 Value& Value::operator=(Value&& other) noexcept {
   if (this != &other) {
     Value const old(std::move(*this));

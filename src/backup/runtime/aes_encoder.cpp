@@ -44,7 +44,7 @@ public:
            EVP_CipherInit_ex(context_, cipher, nullptr, key, nonce, static_cast<int>(direction)) == 1;
   }
 
-  /// Null: nothing to authenticate.
+  /// Null authenticates nothing.
   bool authenticate(char const* text) {
     return text == nullptr || update(nullptr, reinterpret_cast<unsigned char const*>(text), std::strlen(text));
   }
@@ -66,7 +66,7 @@ public:
     return finish() && EVP_CIPHER_CTX_ctrl(context_, EVP_CTRL_AEAD_GET_TAG, static_cast<int>(tag_size), tag) == 1;
   }
 
-  /// False when the message or its text is not what the tag was made for.
+  /// False when the tag does not belong to this message and text.
   bool finish_reading(unsigned char const* tag) {
     unsigned char expected[tag_size];
     std::copy_n(tag, tag_size, expected);
@@ -115,7 +115,7 @@ AES_Decoder::AES_Decoder(unsigned char const* data, unsigned long long length, u
   Cipher cipher;
   decoded_ = cipher.start(Direction::decrypt, key, key_length, data) && cipher.authenticate(text) &&
              cipher.update(&output_[0], ciphertext, count) && cipher.finish_reading(ciphertext + count);
-  if (!decoded_) secure_wipe(output_);  // plain text is written before the tag is checked
+  if (!decoded_) secure_wipe(output_);  // decoding writes plain text before it checks the tag
 }
 
 AES_Decoder::~AES_Decoder() { secure_wipe(output_); }

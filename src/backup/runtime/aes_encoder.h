@@ -10,9 +10,9 @@
 /// Nonces are random, so one key must not encrypt more than 2^32 values (SP 800-38D, 8.3). May throw std::bad_alloc.
 class BACKUP_RUNTIME_API AES_Encoder {
 public:
-  /// Encrypts `length` bytes of `data`. `text` is authenticated with it and is needed again to decode; null: none.
-  /// `flag` and `number` select nothing and are kept for the call shape. Nothing is kept of any argument.
-  /// Any other key length, or a failure of the cryptographic library, leaves no output.
+  /// Encrypts `length` bytes of `data`. `text` is authenticated with the data, and decoding needs it again; null: none.
+  /// `flag` and `number` have no effect. No argument is kept. With another key length, or when the cryptographic
+  /// library fails, there is no output.
   AES_Encoder(char const* data, unsigned long long length, unsigned char const* key, unsigned long long key_length,
               bool flag, char const* text, int number);
 
@@ -30,8 +30,8 @@ namespace backup {
 /// Reads back what `AES_Encoder` wrote.
 class BACKUP_RUNTIME_API AES_Decoder {
 public:
-  /// Takes the encoder's output and the same key and text. No output when a byte of any of them differs, or when the
-  /// input is shorter than nonce and tag. Empty data gives a buffer of length 0, which is an output.
+  /// Takes the encoder's output, and the same key and text. There is no output when a byte of any of them differs, or
+  /// when the input is shorter than nonce and tag. Empty data gives a buffer of length 0, which is an output.
   AES_Decoder(unsigned char const* data, unsigned long long length, unsigned char const* key,
               unsigned long long key_length, char const* text);
   AES_Decoder(AES_Decoder const&) = delete;

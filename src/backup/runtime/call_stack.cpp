@@ -33,7 +33,7 @@ _Unwind_Reason_Code add_call(_Unwind_Context* context, void* data) {
   return _URC_NO_REASON;
 }
 
-// Text in the caller's room; what comes after the room is full is dropped.
+// Text in the caller's memory. Text beyond its end is dropped.
 class Bounded_Text {
 public:
   Bounded_Text(char* text, std::size_t size) : text_(text), room_(size) {}
@@ -69,7 +69,7 @@ private:
 
 void add_call_line(Bounded_Text& out, std::uintptr_t address) {
   Dl_info place{};
-  // The address is the one to return to: a call at a function's very end would be taken for the next function's.
+  // `address` is the return address: after a call at a function's very end it lies in the next function.
   // NOLINTNEXTLINE(performance-no-int-to-ptr): the unwinder gives numbers
   bool const is_known = dladdr(reinterpret_cast<void*>(address - 1), &place) != 0;
   if (is_known && place.dli_fname != nullptr) out.add(place.dli_fname);

@@ -6,13 +6,13 @@
 
 namespace backup {
 
-/// Writes the calls that lead here into `text`, the innermost first, one to a line that ends with a line break:
-/// "<program or library>(<symbol>+0x<offset>) [0x<address>]", the offset being that in the file where no exported
-/// symbol is known. It begins with the call that returns to `first`, or with the caller of this function when there is
-/// none such. At most 64 calls and `size` bytes; a text that does not fit ends in "...". No zero byte at its end.
-/// Returns the bytes written.
+/// Writes the calls that led here to `text`, the innermost first, each as a line with a line break: "<program or
+/// library>(<symbol>+0x<offset>) [0x<address>]", Without a known exported symbol the offset is that in the file. Begins
+/// with the call that returns to `first`, or, without such a call, with this function's caller. Writes at most 64 calls
+/// and `size` bytes, no zero byte at the end; a text that is too long ends in "...". Returns the number of bytes
+/// written.
 ///
-/// Takes no memory, and the same stack whatever the depth of the calls, so it can be used where either is short.
+/// Takes no memory, and the same amount of stack at any depth of calls, so it works when either is short.
 BACKUP_RUNTIME_API std::size_t write_call_stack(char* text, std::size_t size, void const* first = nullptr) noexcept;
 
 }  // namespace backup

@@ -21,8 +21,8 @@ void write_digits(Bytes const& bytes, Text& text) {
 
 }  // namespace
 
-// Both constructors take all their memory before the first byte of a secret is written: no destructor runs, and so
-// nothing is wiped, when memory is short half-way.
+// Both constructors take all their memory before they write a byte of a secret: when a constructor throws, no
+// destructor runs and wipes.
 
 template <template <class> class Allocator>
 Hex_String_T<Allocator>::Hex_String_T(void const* bytes, unsigned long long count) {

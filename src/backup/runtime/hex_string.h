@@ -7,8 +7,7 @@
 #include "backup/runtime/secure_memory.h"
 
 /// Bytes and their hexadecimal text, one made from the other at construction. Writes upper-case digits, reads both
-/// cases. The secure variant holds both in secure strings and wipes them; the texts it hands out are the caller's to
-/// wipe.
+/// cases. The secure variant holds both in secure strings and wipes them; the caller wipes the texts that it gets.
 template <template <class> class Allocator>
 class Hex_String_T {
 public:

@@ -60,7 +60,8 @@ std::string_view HTTP_Query_String_Iterator::rest() const {
 
 void HTTP_Query_String_Iterator::read_pair() {
   if (next_ > text_.size() / 2) {
-    // More is read than left: a walk that waits for long, deep inside a value, holds little more than the rest.
+    // Drop the part already read once it is longer than the rest: a walk that waits inside a long value holds little
+    // else.
     text_ = text_.substr(next_);
     next_ = 0;
   }

@@ -7,28 +7,27 @@
 
 #include "backup/runtime/runtime_export.h"
 
-/// Walks the pairs of a query string as the WHATWG URL Standard reads application/x-www-form-urlencoded text: pairs
-/// between ampersands, empty ones skipped; key and value at the first equals sign, a pair without one has an empty
-/// value; "+" is a blank, "%41" the byte 0x41. Bytes are kept as they are, UTF-8 or not; a bad escape stays as it is,
-/// zero bytes survive, nothing fails but for want of memory.
+/// Walks the pairs of a query string as the WHATWG URL Standard reads application/x-www-form-urlencoded text.
+/// Ampersands separate pairs, and empty pairs are skipped. The first equals sign separates key and value; without one
+/// the value is empty. "+" is a blank, "%41" the byte 0x41. Bad escapes, zero bytes and bytes that are no UTF-8 stay
+/// unchanged. The only failure is missing memory.
 ///
-/// The iterator keeps a copy of the text that is left to read. A walk is linear in the text.
+/// The iterator keeps a copy of the rest of the text. A walk is linear in the text.
 class BACKUP_RUNTIME_API HTTP_Query_String_Iterator {
 public:
   using Pair = std::pair<std::string, std::string>;
 
-  /// At the first pair of a text that ends at its zero byte. A null text gives the end iterator. `flags` selects
-  /// nothing.
+  /// At the first pair of a text that ends at a zero byte. A null text gives the end iterator. `flags` has no effect.
   HTTP_Query_String_Iterator(char const* text, unsigned int flags);
   /// At the first pair of the whole text.
   HTTP_Query_String_Iterator(std::string text, unsigned int flags);
 
-  /// The pair, decoded; not to be called at the end. Valid until the iterator is moved or gone.
+  /// The decoded pair, valid until the iterator moves or ends. Not allowed at the end.
   Pair const* operator->() const;
   Pair const& operator*() const;
   HTTP_Query_String_Iterator& operator++();
 
-  /// Iterators are equal where the same text is left to read.
+  /// Iterators are equal when the same text is left to read.
   bool operator==(HTTP_Query_String_Iterator const& other) const;
   bool operator!=(HTTP_Query_String_Iterator const& other) const;
 

@@ -54,7 +54,7 @@ Date date_of(long long days_since_epoch) {
   return {year, month + march, day, day_of_year + days_before_march + (is_leap(year) ? 1 : 0)};
 }
 
-// Where a std::tm names its zone, "%Z" writes that name.
+// "%Z" writes the zone's name, on platforms where a std::tm has one.
 template <class Tm>
 auto set_zone(Tm& time, int /*preferred*/) -> decltype(time.tm_zone = "UTC", void()) {
   time.tm_zone = "UTC";
@@ -65,7 +65,7 @@ void set_zone(Tm& /*time*/, long /*otherwise*/) {}
 bool fill_tm(long long seconds, std::tm& time) {
   auto const [days, second_of_day] = floor_divide(seconds, seconds_a_day);
   Date const date = date_of(days);
-  constexpr long long base_year = 1900;  // of std::tm; a C library may add it in an int
+  constexpr long long base_year = 1900;  // of std::tm; a C library may add it as an int
   using Int = std::numeric_limits<int>;
   if (date.year < Int::min() + base_year || date.year > Int::max()) return false;
   time.tm_year = static_cast<int>(date.year - base_year);
@@ -86,10 +86,10 @@ std::string POSIX_Time_To_ISO8601(long long seconds, char const* pattern) {
   if (pattern == nullptr || *pattern == '\0') return {};
   std::tm time{};
   if (!fill_tm(seconds, time)) return {};
-  // strftime returns 0 both for a short buffer and for text that is empty; one more character tells them apart.
+  // strftime returns 0 for a short buffer and for an empty text; one more character makes the text not empty.
   std::string const marked = std::string(pattern) + '.';
   std::size_t const start = marked.size() + 64;
-  std::size_t const limit = start * 64;  // more only for a pattern that asks for a long padding: it gives no text
+  std::size_t const limit = start * 64;  // only a pattern with long padding needs more: it gives no text
   std::string text;
   for (std::size_t size = start; size <= limit; size *= 2) {
     text.resize(size);

@@ -4,8 +4,7 @@
 
 namespace {
 
-// Read again for every call: no compiler, at link time either, may know that it is memset and drop a store nobody
-// reads.
+// Volatile: no compiler, not even at link time, may know that this is memset and drop the call.
 void* (*const volatile set_bytes)(void*, int, std::size_t) = std::memset;
 
 }  // namespace

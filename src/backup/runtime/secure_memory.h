@@ -13,8 +13,8 @@
 BACKUP_RUNTIME_API void* secure_memset(void* memory, int value, std::size_t count) noexcept;
 
 /// Allocator that wipes memory with `secure_memset` before it gives it back. It holds no state: all instances are
-/// equal. Short strings live inside the string object, which no allocator sees: whoever holds a secure string wipes it
-/// with `secure_wipe` before letting it go.
+/// equal. Short strings live inside the string object, which no allocator sees: the holder of a secure string must wipe
+/// it with `secure_wipe` at its end.
 template <class T>
 class secure_allocator {
 public:
@@ -52,7 +52,7 @@ using Byte_String = std::basic_string<unsigned char>;
 using Secure_Byte_String =
     std::basic_string<unsigned char, std::char_traits<unsigned char>, secure_allocator<unsigned char>>;
 
-/// Empties `text` and overwrites all the characters it had room for, also those inside the string object.
+/// Empties `text` and overwrites its whole capacity, also inside the string object.
 template <class Char>
 void secure_wipe(std::basic_string<Char, std::char_traits<Char>, secure_allocator<Char>>& text) noexcept {
   using String = std::basic_string<Char, std::char_traits<Char>, secure_allocator<Char>>;

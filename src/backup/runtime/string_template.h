@@ -8,12 +8,12 @@
 #include "backup/runtime/runtime_export.h"
 
 /// Text with variables between two delimiters: pattern "{{a}}={{b}}" with delimiters "{{" and "}}" has two. The pattern
-/// is taken apart once; variables may be set and the text rendered any number of times. Booleans are written 1 and 0,
-/// reals as the shortest text that reads back the same, an unset variable as nothing. A delimiter without its partner
-/// is text.
+/// is parsed once; variables may be set and the text rendered any number of times. Booleans are written as 1 and 0,
+/// reals as the shortest text that reads back the same, unset variables as nothing. A delimiter without its partner is
+/// text.
 class BACKUP_RUNTIME_API String_Template {
 public:
-  /// Copies what it needs of its arguments. Empty delimiters leave the pattern without variables.
+  /// Copies what it needs. With an empty delimiter the pattern has no variables.
   String_Template(std::string const& pattern, std::string const& open, std::string const& close);
 
   /// Sets a variable; a name the pattern lacks is ignored.

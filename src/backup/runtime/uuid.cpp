@@ -27,14 +27,14 @@ bool is_uuid(char const* text, std::size_t length) {
   return true;
 }
 
-// Digits become bytes in the result itself: a secret uuid is in no other memory.
+// Writes the bytes into the result directly: a secret uuid gets into no other memory.
 template <class Bytes>
 Bytes to_binary(char const* text, std::size_t length) {
   Bytes bytes;
   if (!is_uuid(text, length)) return bytes;
   bytes.resize(byte_count);
   for (unsigned char& byte : bytes) {
-    if (*text == '-') ++text;  // stands only between two bytes
+    if (*text == '-') ++text;  // only between two bytes
     byte = backup::hex_byte(text);
     text += 2;
   }

@@ -9,9 +9,9 @@
 
 namespace backup {
 
-/// A stack that grows by blocks and never copies what it holds: a vector needs three times the memory of its elements
-/// while it grows. What is pushed may be anything that is copied by its bytes; a reference to the top is valid until
-/// the next push. The first few take no allocation, and nothing is released before the end.
+/// A stack that grows by blocks and never moves its elements; a vector needs three times their memory while it grows.
+/// Elements must be trivially copyable. A reference to the top is valid until the next push. The first few elements
+/// take no allocation, and memory is released only at the end.
 template <class T>
 class Block_Stack {
   static_assert(std::is_trivially_copyable_v<T>);
@@ -61,7 +61,7 @@ private:
 
   T first_[first_size];
   std::vector<std::unique_ptr<T[]>> others_;
-  std::size_t block_ = 0;  // the one that `at_` is in: at its beginning only when the stack is empty
+  std::size_t block_ = 0;  // the one of `at_`, which is at its beginning only when the stack is empty
   T* begin_ = first_;
   T* end_ = first_ + first_size;
   T* at_ = first_;

@@ -5,7 +5,7 @@
 
 namespace backup {
 
-/// Value of a character that is no hexadecimal digit.
+/// For a character that is no hexadecimal digit.
 constexpr unsigned char no_hex_digit = 0xFF;
 
 constexpr std::array<unsigned char, 256> make_hex_values() {

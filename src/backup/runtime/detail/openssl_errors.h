@@ -4,8 +4,8 @@
 
 namespace backup {
 
-/// While one lives, OpenSSL's errors of this thread are this library's own; they go with it. An error left in the queue
-/// would be taken for one of the caller's next OpenSSL call.
+/// Removes at its end the errors that OpenSSL has queued for this thread meanwhile. A caller would take such an error
+/// for one of its own next OpenSSL call.
 class OpenSSL_Errors {
 public:
   OpenSSL_Errors() { ERR_set_mark(); }

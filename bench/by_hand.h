@@ -7,7 +7,7 @@
 
 #include "backup/utils/sql/binding_value.h"
 
-/// What the code written by hand shares.
+/// Shared by the code written by hand.
 namespace by_hand {
 
 inline void append_number(std::string& sql, unsigned long long number) {
@@ -15,7 +15,7 @@ inline void append_number(std::string& sql, unsigned long long number) {
   sql.append(digits.data(), std::to_chars(digits.data(), digits.data() + digits.size(), number).ptr);
 }
 
-// The cheapest way into the map: a name after the other as the map orders them.
+// The cheapest way to fill the map: in the order of its names.
 template <class Value_Of>
 void fill(Bindings& bindings, unsigned long long count, Value_Of value_of) {
   unsigned long long number = 1;

@@ -9,7 +9,7 @@
 #include "backup/utils/sql/select_sql.h"
 #include "backup/utils/sql/sql_filter_parser.h"
 
-/// Every way of a nested group through the library, each step with the results of those before it.
+/// All steps of nested groups through the library. Each uses the results of the steps before it.
 namespace depth_steps {
 
 struct Deep {
@@ -23,7 +23,7 @@ struct Deep {
   And_Filter_SQL copy;
 };
 
-/// False when its result is not what it should be.
+/// `run` gives false for a wrong result.
 struct Step {
   char const* name;
   bool (*run)(Deep& deep);

@@ -68,12 +68,12 @@ Value value_held;
 rapidjson::Document document_held;
 std::string text;
 
-// What both sides take: an exact double, UTF-8 checked.
+// Both sides read exact doubles and check UTF-8.
 void parse_by_hand(rapidjson::Document& root) {
   root.Parse<rapidjson::kParseFullPrecisionFlag | rapidjson::kParseValidateEncodingFlag>(text.data(), text.size());
 }
 
-// 1,000 objects of ten values, one half of them in an array.
+// 1,000 objects of ten values; half of the values are in an array.
 void make_json() {
   Array rows;
   for (int i = 0; i < 1000; ++i) {

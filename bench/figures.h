@@ -3,11 +3,12 @@
 #include <cstdio>
 #include <cstring>
 
-/// What the benchmarks print, for report.awk: a line "#table", column...; then a line for each row. A tab stands
-/// between two fields; "-" is a figure that could not be had.
+/// The benchmarks print for report.awk: a line "#table", column..., then one line for each row. Tabs separate fields;
+/// "-" is a missing figure.
 namespace figures {
 
-/// Whether a row was asked for: its name has one of the texts of the command line, or there are none. Tells who waits.
+/// True when the row's name has one of the texts of the command line, or there are none. Then shows the name as
+/// progress.
 inline bool is_wanted(char const* name, int argc, char** argv) {
   bool wanted = argc == 1;
   for (int i = 1; i < argc; ++i) wanted = wanted || std::strstr(name, argv[i]) != nullptr;

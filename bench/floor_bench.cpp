@@ -1,4 +1,4 @@
-// What the library costs beside code written by hand, in instructions and in time.
+// The cost of the library beside code written by hand, in instructions and time.
 //
 //   floor_bench [TEXT]...             rows whose name has one of the texts; instructions where valgrind is installed
 //   floor_bench --one INDEX library   one operation after two warm ones, for valgrind
@@ -20,7 +20,7 @@
 
 namespace {
 
-// What the program takes of the heap while `counts`.
+// The program's use of the heap while `counts` is true.
 struct Heap {
   bool counts = false;
   unsigned long long allocations = 0;
@@ -44,7 +44,7 @@ void given_back(void* memory) {
 
 }  // namespace
 
-// glibc's own, behind the functions that all code here calls instead.
+// glibc's own functions. All code here calls the ones below, which count.
 extern "C" {
 // NOLINTBEGIN(bugprone-reserved-identifier)
 void* __libc_malloc(std::size_t size);
@@ -65,7 +65,7 @@ void free(void* memory) noexcept {
 }
 }
 
-// valgrind counts while this runs.
+// valgrind counts only while this runs.
 extern "C" [[gnu::noinline]] void measured_operation(void (*operation)(workloads::Result&)) {
   workloads::Result result;
   operation(result);
@@ -101,7 +101,7 @@ void run_one(Workload const& workload, Operation operation) {
   measured_operation(operation);
 }
 
-// Of one operation, by valgrind; none where it is not installed.
+// Instructions of one operation, by valgrind; none when it is not installed.
 std::optional<double> instructions(std::string const& program, std::size_t index, char const* side) {
   std::string const count =
       "valgrind --tool=callgrind --callgrind-out-file=/dev/null --toggle-collect=measured_operation " + program +
@@ -124,7 +124,7 @@ double seconds_of(Operation operation, unsigned int times) {
   return static_cast<double>(std::clock() - start) / CLOCKS_PER_SEC;
 }
 
-// Of one operation, in microseconds, and how much more the library takes: medians of samples that take turns.
+// Microseconds of one operation, and their ratio: medians of alternating samples.
 struct Times {
   double library;
   double by_hand;

@@ -1,7 +1,6 @@
-// How time grows with size: levels of groups, rows of an INSERT, names of parameters. Each way through the library at
-// three sizes, each ten times the one before; a linear step grows by 10. The caches are emptied before each step and no
-// memory goes back to the system, or the small sizes would be measured in warm caches and the large ones with the
-// system's page faults.
+// How time grows with size: levels of groups, rows of an INSERT, names of parameters. Each step runs at three sizes,
+// each ten times the one before; a linear step grows by 10. Caches are emptied before each step and no memory goes back
+// to the system: otherwise small sizes would have warm caches and large ones page faults.
 #include <malloc.h>
 
 #include <algorithm>
@@ -24,7 +23,7 @@ namespace {
 constexpr std::size_t sizes[] = {10000, 100000, 1000000};
 constexpr std::size_t repetitions[] = {30, 30, 15};
 
-// False when its result is not what it should be.
+// `run` gives false for a wrong result.
 template <class State>
 struct Step {
   char const* name;
@@ -71,7 +70,7 @@ Step<Rows> const row_steps[] = {
 
 // ---- names
 
-// Of ":1" to ":count": in the order of the numbers, or of their texts.
+// The names ":1" to ":count", in the order of the numbers or of their texts.
 struct Names {
   explicit Names(std::size_t names) : count(names) {
     by_hand::fill(bindings, count, [](unsigned long long n) { return Binding_Value(n); });
@@ -97,7 +96,7 @@ Step<Names> const name_steps[] = {
 // ---- measuring
 
 void empty_caches() {
-  static std::vector<unsigned char> memory(256UL << 20U);  // several times what processors have
+  static std::vector<unsigned char> memory(256UL << 20U);  // several times a processor's cache
   for (std::size_t i = 0; i < memory.size(); i += 64) ++memory[i];
 }
 
@@ -107,7 +106,7 @@ struct Row {
   double best[std::size(sizes)];  // in milliseconds
 };
 
-// Keeps the best time of each step. False, reported, when one gives a wrong result.
+// Keeps the best time of each step. False, and reported, when a step gives a wrong result.
 template <class State, class Steps>
 bool measure(Steps const& steps, std::size_t size, std::vector<Row>& rows) {
   auto const state = std::make_unique<State>(sizes[size]);
@@ -124,7 +123,7 @@ bool measure(Steps const& steps, std::size_t size, std::vector<Row>& rows) {
   return true;
 }
 
-// Measures all steps in their order, as each may need those before it, and prints those that are wanted.
+// Measures all steps in order, as each may need earlier ones. Prints the wanted ones.
 template <class State, class Steps>
 bool print_growth(Steps const& steps, std::string const& prefix, int argc, char** argv) {
   std::vector<Row> rows;

@@ -1,5 +1,5 @@
 # Writes the figures of the benchmarks (see figures.h) as form=text, json, markdown or svg.
-# Tables with a "bar" are those of the document: markdown has no other, svg draws the ratios of the first.
+# Tables with a "bar" are for the document: markdown shows only these, svg draws the ratios of the first.
 
 BEGIN { FS = "\t" }
 
@@ -39,8 +39,8 @@ function grouped(value,   head, tail) {
   return head tail
 }
 
-# Fills cell[1] to cell[result] with a row, or with the names of the columns for row 0. A column "X by hand" shares its
-# cell with "X" before it.
+# Fills cell[1] to cell[result] with a row, or with the column names for row 0. A column "X by hand" shares the cell of
+# "X".
 function cells(t, row,   i, n, value) {
   for (i = 1; i <= columns[t]; i++) {
     value = row ? grouped(field[t, row, i]) : column[t, i]
@@ -107,7 +107,7 @@ function key(name) {
   return name
 }
 
-# The ratios of a table as bars from 1, by their logarithm, each with its own mark of what is aimed at.
+# Draws the ratios of a table as bars from 1, on a logarithmic scale, each with a mark at its goal.
 function svg(t,   row, name, ratio, bar, n, y, high, edge, shown, value, aim, from, to) {
   ratio = find(t, "ratio"); bar = find(t, "bar")
   for (row = 1; row <= rows[t]; row++) if (field[t, row, ratio] != "-") shown[++n] = row

@@ -1,4 +1,4 @@
-// What a hostile request costs at worst: memory for each byte of it, and CPU time for a megabyte.
+// The worst cost of a hostile request: memory for each byte, and CPU time for one megabyte.
 #include <ace/Log_Msg.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -23,7 +23,7 @@ std::string repeated(std::string const& piece, std::size_t bytes) {
   return text;
 }
 
-// A staircase: each level takes one escape off, and has the rest of the text read again.
+// A staircase: each level decodes one escape and reads the rest of the text again.
 std::string staircase(std::size_t bytes) {
   return repeated("AND=", bytes * 2 / 3) + "k=1%" + repeated("25", bytes / 3);
 }
@@ -88,7 +88,7 @@ struct Cost {
   double milliseconds;
 };
 
-// Of a process of its own: its largest memory, and its time.
+// Runs `work` in a process of its own. Gives its largest memory and its time.
 template <class Work>
 Cost cost_of(Work work) {
   pid_t const child = fork();
@@ -108,8 +108,8 @@ Cost cost_of(Work work) {
   return {1024.0 * static_cast<double>(usage.ru_maxrss), milliseconds(usage.ru_utime) + milliseconds(usage.ru_stime)};
 }
 
-// The worst of some sizes, for what grows by doubling is wasteful just behind a power of two. By a byte and by a
-// megabyte of the input.
+// The worst of several sizes, for each byte and each megabyte of the input. Containers that double waste most just
+// above a power of two.
 Cost worst_cost(Input const& input) {
   Cost worst{0, 0};
   for (std::size_t const bytes : {2000000U, 2300000U, 2700000U, 3100000U, 3600000U}) {
@@ -129,7 +129,7 @@ Cost worst_cost(Input const& input) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  ACE_Log_Msg::instance()->priority_mask(0, ACE_Log_Msg::PROCESS);  // what fails is not written
+  ACE_Log_Msg::instance()->priority_mask(0, ACE_Log_Msg::PROCESS);  // failures are not logged
   std::puts("#hostile requests\toperation\tbytes for a byte\tCPU ms for 1 MB");
   for (Input const& input : inputs) {
     if (!figures::is_wanted(input.name, argc, argv)) continue;

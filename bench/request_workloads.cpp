@@ -1,5 +1,5 @@
-// One request, from its pairs or its JSON text to the text and the values of a SELECT. The code by hand reads just the
-// keys of this request: same decoding, same numbers, same checks, no table, no objects.
+// One request, from its pairs or its JSON text to the text and values of a SELECT. The code by hand reads only the keys
+// of this request: same decoding, numbers and checks, but no table and no objects.
 #include <rapidjson/document.h>
 
 #include <algorithm>
@@ -76,7 +76,7 @@ void split(std::string_view text, char separator, Use use) {
   }
 }
 
-// Takes percent-encoding off; a bad escape stays as it is.
+// Decodes percent-encoding; a bad escape stays unchanged.
 std::string decoded(std::string_view text) {
   std::string plain;
   for (std::size_t i = 0; i < text.size(); ++i) {
@@ -149,7 +149,7 @@ struct Files {
     }
     sql += "))";
   }
-  // What `add` adds is joined by OR.
+  // Joins by OR what `add` adds.
   template <class Add>
   void either(Add add) {
     open("(");
@@ -166,7 +166,7 @@ struct Files {
     if (limit >= 0) by_hand::append_number(sql += " LIMIT ", static_cast<unsigned long long>(limit));
     if (offset > 0) by_hand::append_number(sql += " OFFSET ", static_cast<unsigned long long>(offset));
   }
-  // Without an order when a key has no column. One word of direction, for the first key.
+  // No order when a key has no column. One direction, for the first key.
   void write_order() {
     std::size_t const begin = sql.size();
     bool known = true;
@@ -234,7 +234,7 @@ using JSON = rapidjson::Value;
 
 std::string_view text_of(JSON const& value) { return {value.GetString(), value.GetStringLength()}; }
 
-// Calls `use(value)` when `object` has a member of this name that `is` what it should be.
+// Calls `use(value)` when `object` has a member of this name for which `is` is true.
 template <class Use>
 void with(JSON const& object, char const* name, bool (JSON::*is)() const, Use use) {
   auto const member = object.FindMember(name);

@@ -5,7 +5,7 @@
 
 #include "backup/utils/sql/binding_value.h"
 
-/// What the library does and code written by hand does too: the same text, the same values.
+/// The same work by the library and by code written by hand: the same text, the same values.
 namespace workloads {
 
 struct Result {
@@ -16,9 +16,9 @@ struct Result {
 
 struct Workload {
   char const* name;
-  char const* floor;  ///< what the library is compared with, as docs/performance.md names it
-  double bar;         ///< the ratio of instructions that is wanted
-  void (*prepare)();  ///< makes what is not measured; null when there is nothing to make
+  char const* floor;  ///< the other side, by its name in docs/performance.md
+  double bar;         ///< the wanted ratio of instructions
+  void (*prepare)();  ///< runs before the measurement; may be null
   void (*library)(Result& result);
   void (*by_hand)(Result& result);
 };

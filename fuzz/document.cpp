@@ -23,7 +23,7 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
   json_spirit::Read_Error error;
   json_spirit::read_string({data, data + size}, document, error);
   if (document.type() != json_spirit::obj_type) return 0;
-  ACE::debug(true);  // the statements and values are made into log records too
+  ACE::debug(true);  // also makes log records of statements and values
   auto const rendered = render(document.get_obj());
   json_spirit::JSON_Dump const written(document, false);
   for (auto const& [name, value] : rendered.second) {

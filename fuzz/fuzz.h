@@ -9,7 +9,7 @@
 
 #include "backup/utils/sql/binding_value.h"
 
-/// What every target defines: runs one input, and ends the process when the library does what it must not.
+/// Every target defines this. Runs one input, and ends the process when the library fails a check.
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size);
 
 inline void require(bool holds, char const* claim) {
@@ -29,7 +29,7 @@ inline bool operator==(Binding_Value const& a, Binding_Value const& b) {
   return a.type() == b.type() && a.val() == b.val();
 }
 
-/// Log records are made but not written. No emergencies: their call stacks are slow.
+/// Log records are made but not written. Emergencies are not made: their call stacks are slow.
 inline bool const log_is_quiet = [] {
   ACE_Log_Msg::instance()->clr_flags(ACE_Log_Msg::instance()->flags());
   ACE_Log_Msg::instance()->priority_mask(LM_DEBUG | LM_WARNING | LM_ERROR | LM_CRITICAL, ACE_Log_Msg::PROCESS);

@@ -1,5 +1,4 @@
-// JSON text: a value that is read is written as text that reads back as the same value; plain text is written as it
-// was.
+// JSON text: a value that was read and is written reads back as the same value; plain text is written unchanged.
 #include "fuzz.h"
 
 using json_spirit::Value;
@@ -19,7 +18,7 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
   bool const is_plain = text.find_first_not_of("[],\"0123456789nul") == std::string::npos;
   require(!is_plain || written == text || written.find_first_of(".e") != std::string::npos, "plain text stays");
   for (bool const pretty : {false, true}) {
-    if (pretty && size > 512) break;  // it grows with the square of the depth
+    if (pretty && size > 512) break;  // grows with the square of the depth
     json_spirit::JSON_Dump const dump(value, pretty);
     json_spirit::read_string_or_throw({dump.c_str(), dump.size()}, again);
     require(again == value, "what is written reads back the same");

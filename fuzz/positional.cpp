@@ -1,4 +1,4 @@
-// Positional conversion. The input is bound names, one a line, an empty line, and the text.
+// Positional conversion. The input: bound names, one in each line, an empty line, the text.
 #include <sstream>
 
 #include "backup/utils/sql/question_mask_sql_converter.h"

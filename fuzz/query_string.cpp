@@ -1,4 +1,4 @@
-// Query strings: the pairs are what cutting at the separators and decoding the pieces gives.
+// Query strings: the pairs must equal the pieces between separators, decoded.
 #include <sstream>
 
 #include "backup/runtime/http_query_string.h"

@@ -1,4 +1,4 @@
-// Runs a target over the files of a corpus, which must hold some, and over those of past crashes, if there are any.
+// Runs a target over the files of a corpus, which must not be empty, and over past crashes, if any.
 #include <filesystem>
 #include <fstream>
 
@@ -9,7 +9,7 @@ int main(int argc, char** argv) {
   for (int i = 1; i < argc; ++i) {
     if (i > 1 && !std::filesystem::exists(argv[i])) continue;
     for (auto const& file : std::filesystem::directory_iterator(argv[i])) {
-      std::cout << file.path().string() << std::endl;  // at once: the last one shown is the one that fails
+      std::cout << file.path().string() << std::endl;  // flushed, so the last one shown is the one that fails
       std::ifstream in(file.path(), std::ios::binary);
       std::string const input{std::istreambuf_iterator<char>(in), {}};
       LLVMFuzzerTestOneInput(reinterpret_cast<std::uint8_t const*>(input.data()), input.size());

@@ -15,7 +15,7 @@ inline SQL_Filter_Parser::Filters const allowed_keys[] = {
     {"lost", 4, {"x", 3, 7, 0}},          {"limit", 5, {"f", 2, 2, 0}},    {"hidden", 6, {"secret", 0, 1, 0}},
     {nullptr, 0, {nullptr, 0, 0, 0}}};
 
-/// What may stand outside of a literal: words of SQL, names of the table.
+/// Allowed outside literals: words of SQL, names of the table.
 constexpr char const* words =
     " SELECT COUNT FROM WHERE AND OR NOT IN LIKE IS NULL LOWER ORDER BY ASC DESC LIMIT OFFSET x file f id name kind "
     "file_size host_uuid d any lost limit ";
@@ -23,8 +23,7 @@ constexpr char const* words =
 using Rendered = std::pair<std::string, Bindings>;
 using Marked = std::pair<std::string, std::vector<Binding_Value>>;
 
-/// Nothing that a stranger sent may stand outside of a closed literal, but for numbers; parameters count up from 1, and
-/// each is bound.
+/// Outside of closed literals, only numbers may come from the request. Parameters count up from 1, and each is bound.
 inline void check(Rendered const& rendered) {
   std::string word;
   std::size_t count = 0;
@@ -45,7 +44,7 @@ inline void check(Rendered const& rendered) {
   require(!in_literal && count == rendered.second.size(), "literals are closed, nothing else is bound");
 }
 
-/// Parses a request, a map or an object, and checks what comes of it.
+/// Parses a request, a map or an object, and checks the result.
 template <class Request>
 Rendered check_request(Request const& request) {
   Select_SQL select("file", "f");

@@ -1,4 +1,4 @@
-// What the documents say of the databases themselves, whoever makes the statement.
+// Checks what the documents say about the databases themselves.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -8,8 +8,8 @@
 #include "support/databases.h"
 #include "support/render.h"
 
-// Classes of this program's own, which share no more than their names with those of the library: all tests of this
-// program run beside them, and whatever takes one for the other ends here.
+// This program's own classes, with the names of the library's. All tests here run beside them; using one in place of
+// the other ends the program.
 struct __attribute__((visibility("default"))) Store {
   Store();
   virtual ~Store();
@@ -31,7 +31,7 @@ Store_Error::~Store_Error() { std::abort(); }
 
 namespace {
 
-// The cells of all rows one after another, or "refused".
+// All cells of all rows in order, or "refused".
 std::string answer(backup::Store& store, std::string const& text, Binding_Value const& value = Binding_Value()) try {
   SQL statement(text.c_str(), SQL::TYPE_RAW, true);
   if (text.find(":v") != std::string::npos) statement.bind(":v", value);
@@ -53,7 +53,7 @@ std::string times(std::size_t count, std::string const& text) {
 }  // namespace
 
 TEST(Condition, chooses_rows_by_the_kind_of_its_column) {
-  // SQLite's, the second one with texts in it, and MariaDB's.
+  // Those of SQLite, the second one holding texts, and those of MariaDB.
   static std::string const kinds[] = {"TEXT",
                                       "BLOB",
                                       "TEXT COLLATE utf8mb4_general_ci",
@@ -64,7 +64,7 @@ TEST(Condition, chooses_rows_by_the_kind_of_its_column) {
   struct {
     std::string text;
     Binding_Value value;
-    char const* ids[std::size(kinds)];  // one alone for all kinds; 0 is "\xFF", where the column takes it
+    char const* ids[std::size(kinds)];  // a single one is for all kinds; 0 is "\xFF" if the column takes it
   } const conditions[] = {
       {"c LIKE :v", "a\\_b", {"3", "3", "14", "1", "3", "3", "3"}},  // a backslash escapes, or not
       {"c LIKE 'a\\_b'", {}, {"3", "3", "14", "1", "3", "3", "3"}},

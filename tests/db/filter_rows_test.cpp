@@ -53,7 +53,7 @@ char const* const names[] = {"",   "EQ", "NE", "LT", "LE", "GT", "GE",  "",  "NL
 
 Value const largest = std::numeric_limits<unsigned long long>::max();
 
-// A condition as plain data, from which come its meaning and a filter, a document and requests that say it.
+// A condition as plain data. The tests make from it its meaning, a filter, a document and requests.
 struct Tree {
   Op op;
   std::vector<Tree> members = {};  // of ALL and ANY
@@ -79,7 +79,7 @@ public:
     return cells;
   }
 
-  // A group whose operands are often cells of `rows`. SQLite's parser takes some 30 levels.
+  // A group whose operands are often cells of `rows`. SQLite's parser takes about 30 levels.
   Tree tree(std::vector<Cells> const& rows) { return group(one_in(16) ? 12 : 4, rows); }
 
 private:
@@ -109,7 +109,7 @@ private:
     return text();
   }
 
-  // The upper levels of a deep one are narrow.
+  // The upper levels of a deep group are narrow.
   Tree group(unsigned int depth, std::vector<Cells> const& rows) {
     Tree tree{one_in(2) ? ALL : ANY};
     std::size_t groups = depth > 4 ? 1 : depth > 0 ? below(3) : 0;
@@ -121,7 +121,7 @@ private:
     return tree;
   }
 
-  // Of two searches at one place of their filters both find what the later one looks for.
+  // When two filters have a search at the same place, both find what the later one looks for.
   Tree condition(std::size_t position, std::vector<Cells> const& rows) {
     Tree tree{EQ, {}, &columns[below(6)], {}};
     do {
@@ -133,14 +133,14 @@ private:
     return tree;
   }
 
-  // The databases make different texts of what is no text. A difference of integers may not fit: a real number to
-  // SQLite, an error to MariaDB, which also puts what one condition says the column equals into the other.
+  // The databases turn values of other types into different texts. A difference of integers may overflow: SQLite makes
+  // it a real number, MariaDB an error. MariaDB also puts the value that a column equals by one condition into another.
   static bool fits(Op op, unsigned int type) {
     return op == DEC ? type == BOOL || type == REAL : op < LK || type == TEXT;
   }
 
   Value operand(Tree const& tree, std::vector<Cells> const& rows) {
-    static Value const small[] = {0.5, -1.5, 3.0, 2U, true, false};  // of every type the same number
+    static Value const small[] = {0.5, -1.5, 3.0, 2U, true, false};  // the same number in every type
     unsigned int const type = type_of(tree);
     if (tree.op == SEARCH || is_pattern(tree)) return pattern(tree, one_in(2) ? one_of(rows)[TEXT] : text());
     if (one_in(16)) return Value();
@@ -152,7 +152,7 @@ private:
     return one_in(8) ? "none" : std::regex_replace(value.get_str(), parts, "$1-$2-$3-$4-");
   }
 
-  // Often with a character in it that is special to LIKE.
+  // Often contains a character that is special to LIKE.
   Value pattern(Tree const& tree, Value const& value) {
     if (value.is_null()) return tree.op == SEARCH ? "" : value;
     std::string text = value.get_str();
@@ -170,7 +170,7 @@ std::string lower(std::string text) {
   return text;
 }
 
-// No digits for a text that is no uuid: it is compared as no bytes.
+// No digits for a text that is no uuid, as it is compared as no bytes.
 std::string uuid_digits(std::string text) {
   text.erase(std::remove(text.begin(), text.end(), '-'), text.end());
   return text.size() == 32 ? text : "";
@@ -290,7 +290,7 @@ std::string request_key(Tree const& tree) {
   return (tree.op == EQ ? "" : names[tree.op] + std::string("_")) + tree.column->key;
 }
 
-// Less the conditions that the form has no words for. An object has a key once.
+// Without the conditions that the form cannot express. Keys of an object are unique.
 Tree sayable(Tree const& tree, Form form) {
   Tree said{tree.op, {}, tree.column, tree.operands};
   std::map<std::string, int> uses;
@@ -338,8 +338,8 @@ Value object_of(Tree const& tree) {
   return object;
 }
 
-// What a store says instead of giving rows. By position what looks like a name in a literal is taken for one, but the
-// mark there takes no value.
+// The error of a store that gives no rows. With positions, text in a literal that looks like a name becomes a mark,
+// which takes no value.
 std::string refusal_of(SQL const& statement, Database db, Store::Binding_Mode mode) {
   static std::regex const name(":[A-Za-z0-9_]+");
   std::string text;
@@ -368,7 +368,7 @@ void with_id(Select_SQL& s) { s.and_filter()->add_not_null_item("f.id"); }
 struct Shape {
   char const* name;
   void (*fill)(Select_SQL& select);
-  void (*counted)(Select_SQL& select);  // makes of it the SELECT whose rows the count query counts
+  void (*counted)(Select_SQL& select);  // makes the SELECT whose rows the count query counts
 } const shapes[] = {
     {"sorted", [](auto& s) { s.order_by("f.id"); }, as_it_is},
     {"left join", [](auto& s) { s.left_join("item", "g", "g.n=f.n"); }, as_it_is},
@@ -441,7 +441,7 @@ protected:
     if (!refusal_of(counted, db_, mode_).empty()) return;
     SCOPED_TRACE(shape.name);
     EXPECT_EQ(store_.count(paged.limit(7).offset(2), mode_), store_.rows(counted, mode_).size()) << render(paged);
-    log_.take();  // the advice to set a key for DISTINCT
+    log_.take();  // the warning about DISTINCT without a count key
   }
 
   Database const db_ = std::get<0>(GetParam());
@@ -464,7 +464,7 @@ TEST_P(Filter_Rows, are_those_that_pass_whatever_the_filter_is_made_from_and_are
   unsigned long long const trees = number_from("BACKUP_TEST_TREES", "2000");
   std::cout << "BACKUP_TEST_SEED=" << first << " BACKUP_TEST_TREES=" << trees << '\n';
   for (unsigned long long seed = first; seed < first + trees && !HasFailure(); ++seed) {
-    std::ostringstream replay;  // tree n of one seed is tree 0 of the seed n further on
+    std::ostringstream replay;  // tree n of a seed is tree 0 of seed + n
     replay << "tree " << seed - first
            << ", again alone: scripts/with-mariadb build/mariadb env BACKUP_TEST_SEED=" << seed
            << " BACKUP_TEST_TREES=1 " << program_invocation_name << " --gtest_filter=" << test.test_suite_name() << '.'

@@ -1,4 +1,4 @@
-// What strangers send, on real databases: a value stays one value, a key names a column of the table or nothing.
+// Hostile requests on real databases: a value stays one value, and a key names a column of the table or nothing.
 #include <gtest/gtest.h>
 
 #include <boost/algorithm/string.hpp>
@@ -26,7 +26,7 @@ using json_spirit::Object;
 using json_spirit::Value;
 using namespace std::string_literals;
 
-// `group` is a column only where it is quoted.
+// `group` is a column only when quoted.
 SQL_Filter_Parser::Filters const keys[] = {{"id", 2, {nullptr, SQL_Filter_Parser::Filter::TYPE_INT, 0, 0}},
                                            {"group", 5, {nullptr, SQL_Filter_Parser::Filter::TYPE_TEXT, 0, 0}},
                                            {"lower", 5, {"group", SQL_Filter_Parser::Filter::TYPE_TEXT, 1, 2}},
@@ -43,10 +43,10 @@ std::vector<std::string> const all = split(
     "%~_~|~||~|%~|_~a_b~axb~a%~A|B~NULL~0~0x31~x'31'~1e400~-1~-9223372036854775809~[0]~{\"a\":1}~\r\n\t\x1A\x7F~"
     "\xC3\xA4\xF0\x9F\x98\x80~\xEF\xBC\x87 OR 1=1~\0~a\0b~\0' OR 1=1 -- ~"
     "\xFF~a\xC3~\xC0\x80~\xC0\xA7 OR 1=1~\xE0\x80\xA7~\xF4\x90\x80\x80~\xBF' OR 1=1 -- ~\xC3' OR 1=1 -- "s);
-// From here on: stray bytes, sequences cut short, overlong ones (of a quote too), one beyond the last character.
+// No UTF-8: stray bytes, incomplete sequences, overlong ones (also of a quote), one beyond the last character.
 auto const no_utf8 = all.end() - 8;
 
-// A character for each token: l(iteral), q(uoted name), n(umber), p(arameter), w(ord), c(omment), else its own first.
+// One character for each token: l(iteral), q(uoted name), n(umber), p(arameter), w(ord), c(omment), or its own first.
 std::string token_kinds(std::string const& sql) {
   static std::regex const token(
       "('(?:[^']|'')*')|(`(?:[^`]|``)*`)|([0-9][0-9.e]*)|([?]|:[0-9a-z_]+)|([a-zA-Z_]+)|(--|/[*]|#)|[^\x01-\x20]");
@@ -59,7 +59,7 @@ std::string token_kinds(std::string const& sql) {
   return kinds;
 }
 
-// A request of one pair, texts as a query string's. It adds to those before.
+// Parses a request of one pair. Texts are those of a query string. Adds to the conditions before.
 template <class T>
 void ask(Select_SQL& select, std::string const& key, T const& value) {
   SQL_Filter_Parser parser(select, keys);
@@ -108,7 +108,7 @@ protected:
     return "refused";
   }
 
-  // As LIKE does; SQLite's ignores the case, and what follows a zero byte in a row.
+  // As LIKE finds it. SQLite's ignores case, and text of a row after a zero byte.
   bool finds(std::string const& row, std::string const& part) const {
     return is_sqlite_ ? boost::icontains(std::string(row.c_str()), part) : boost::contains(row, part);
   }
@@ -141,7 +141,7 @@ TEST_P(Hostile, values_are_one_token_and_choose_their_own_rows) {
       {"(q.q=p)", [](auto& s, auto& v) { ask_document(s, "t.group", v); }},
       {"(q.qw(l))", [](auto& s, auto& v) { ask_document(s, "t.group", Array{v}); }},
       {"(qwpwl)", search}};
-  insert({all.begin(), is_sqlite_ ? all.end() : no_utf8});  // MariaDB stores no others in a text
+  insert({all.begin(), is_sqlite_ ? all.end() : no_utf8});  // MariaDB stores only UTF-8 in a text
   for (auto at = all.begin(); at != all.end(); ++at) {
     std::string const& value = *at;
     bool const has_zero = value.find('\0') != std::string::npos;
@@ -206,7 +206,7 @@ TEST_P(Hostile, texts_that_are_taken_for_others) {
   for (char const* const hex : {"6", "zz", "61,62", "61' OR '1'='1", "61')) OR 1=1 -- "}) {
     EXPECT_EQ(ids([&](auto& select) { select.and_filter()->add_in_uuid_item("group", {hex}); }), "refused");
   }
-  // A name in a literal brings a value too many, which only a mark that the program left without one can take.
+  // A name in a literal gives one value too many. Only a mark that the program left without a value can take it.
   auto const beside_open_mark = [&](char const* element) {
     return ids([&](Select_SQL& select) {
       select.and_filter()->add_sql("id<?", true).add_in_item("group", Array{element}, Filter_SQL::no_flags);

@@ -72,7 +72,7 @@ protected:
   std::string rows(SQL const& statement) { return rows_text(store_, statement, mode_); }
   unsigned long long run(SQL const& statement) { return store_.run(statement, mode_); }
 
-  // Of the items that the filter lets pass, which the count query counts too.
+  // The items that pass the filter; the count query counts them too.
   template <class Fill>
   std::string ids(Fill const& fill) {
     Select_SQL select("item");
@@ -130,7 +130,7 @@ TEST_P(Store_Rows, every_kind_of_value_comes_back) {
       {"t", Object{{"b", 1}, {"a", Array{false, 0.5}}}, R"("{\"a\":[false,0.5],\"b\":1}")"},
       {"t", Array{"x", true}, R"("[\"x\",true]")"},
   };
-  for (auto const& c : cases) {  // one statement for each column, kept and run with other values
+  for (auto const& c : cases) {  // one statement for each column, kept and run again with other values
     EXPECT_EQ(run(Insert_SQL("k").value(c.column, c.value)), 1U);
     EXPECT_EQ(rows(Select_SQL("k").add_key(c.column, nullptr)), c.row);
     EXPECT_EQ(rows(Raw("SELECT :v").bind(":v", c.value)), c.row);
@@ -352,7 +352,7 @@ TEST_P(Store_Rows, stream_until_the_callback_has_enough) {
   SQL const numbers =
       Raw("WITH RECURSIVE n(i) AS (SELECT :i UNION ALL SELECT i+1 FROM n WHERE i<900) SELECT i,i*i AS square FROM n")
           .bind(":i", 1);
-  for (int run = 0; run < 2; ++run) {  // the statement is free again whatever way it was left
+  for (int run = 0; run < 2; ++run) {  // the statement is free again however it was left
     EXPECT_THROW(store_.query(
                      numbers, [](Store::Row const&) -> bool { throw std::out_of_range("enough"); }, mode_),
                  std::out_of_range);
@@ -597,14 +597,14 @@ TEST(Transaction, ends_with_what_ends_it_on_mariadb) {
   };
   EXPECT_EQ(error_of(change_schema), over + "DELETE FROM t");
 
-  auto const drop_rows = [&] {  // their error comes after the first row, and is looked for though nobody reads them
+  auto const drop_rows = [&] {  // the error after the first row is found although nobody reads the rows
     Transaction transaction(*store);
     store->run("INSERT INTO t VALUES (3,0),(1,0) RETURNING a");
     transaction.commit();
   };
   EXPECT_THAT(error_of(drop_rows), testing::StartsWith("Duplicate entry '1' for key 'PRIMARY' (MySQL error 1062)"));
 
-  // A transaction that a deadlock ends while its rows are read: nothing is committed alone after it.
+  // A deadlock ends a transaction while its rows are read: nothing after it is committed alone.
   auto const change_both = [](Store& s, int first, int second, bool locks, std::atomic<int>& ready,
                               std::string& error) {
     Transaction transaction(s);
@@ -629,7 +629,7 @@ TEST(Transaction, ends_with_what_ends_it_on_mariadb) {
                                            testing::HasSubstr(over))));
   }
 
-  // Run by `transact` it is run again, from its beginning.
+  // `transact` runs it again from the start.
   std::atomic<int> ready = 0;
   auto const add_to_both = [&ready](Store& s, int first, int second) {
     s.transact([&, attempt = 0]() mutable {

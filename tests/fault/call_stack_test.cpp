@@ -25,7 +25,7 @@ void make(Report& report) {
 
 }  // namespace
 
-// Exported, so that its name is known. Each call is a frame of its own: nothing may be left out of the way back.
+// Exported, so that its name is known. A tail call would have no frame of its own.
 [[gnu::noinline, gnu::visibility("default")]] void
 goes_down_by_one_call_and_has_a_name_so_long_that_few_of_its_calls_fill_a_log_record(int calls, Report& report) {
   if (calls == 0) {

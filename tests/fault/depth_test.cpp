@@ -1,4 +1,4 @@
-// Deeply nested groups on a stack of 1 MiB: whatever takes stack for each level ends the program.
+// Deeply nested groups on a stack of 1 MiB: code that takes stack for each level ends the program.
 #include <gtest/gtest.h>
 
 #include <memory>
@@ -9,7 +9,7 @@
 namespace {
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr std::size_t depth = 100000;  // a sanitizer takes its time; 11 bytes of stack a level are still too many
+constexpr std::size_t depth = 100000;  // sanitizers are slow; 11 bytes of stack for a level are too many
 #else
 constexpr std::size_t depth = 1000000;
 #endif

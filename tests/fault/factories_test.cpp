@@ -1,5 +1,5 @@
-// Every factory that reports a want of memory instead of throwing, with each of its allocations failing in turn,
-// alone and with all after it.
+// Every factory that reports missing memory and does not throw. Each of its allocations fails once, alone and together
+// with all later ones.
 #include <gtest/gtest.h>
 
 #include <cerrno>
@@ -29,7 +29,7 @@ struct Statements {
 // One factory call; null when it reports failure.
 struct Factory {
   char const* name;
-  std::string report;  // what it logs when it fails
+  std::string report;  // the log record of a failure
   std::function<void const*(Statements&)> make;
 };
 
@@ -42,7 +42,7 @@ std::string failed(std::string const& what, char const* priority = "WARNING") {
   return priority + (" filter_sql 0: Failed to add " + what) + " '" + key + "' to filter.\n";
 }
 
-// An adder that returns the filter tells nothing: ask errno, and leave it to the rendered text to disagree.
+// An adder that returns the filter shows a failure only in errno; the rendered text must agree.
 void const* added(Filter_SQL const& result) { return errno == 0 ? &result : nullptr; }
 
 Factory const factories[] = {
@@ -71,7 +71,7 @@ Factory const factories[] = {
 
 }  // namespace
 
-// Whether the factory came to its end, with the nth allocation from its start failing.
+// True when the factory succeeds although its nth allocation fails.
 bool has_made(Factory const& factory, long nth, heap::Shortage shortage) {
   Statements statements;
   statements.filter.add_null_item("a");
@@ -128,7 +128,7 @@ TEST(Factories, without_memory_convert_no_half_of_a_document) {
         passed = !no_memory.failed();
       }
       EXPECT_EQ(errno, passed ? 0 : ENOMEM);
-      // What an adder finds no memory for it reports; a document goes on without it.
+      // An adder logs missing memory; a document goes on without that condition.
       bool const is_whole = log.take().empty();
       if (!converted || is_whole) {
         EXPECT_EQ(render(filter), converted ? whole : "1") << nth;
@@ -150,7 +150,7 @@ TEST(Factories, without_memory_leave_a_group_its_members) {
 
 TEST(Factories, without_random_bytes_new_uuids_change_nothing_and_are_reported) {
   SQL statement("x", SQL::TYPE_RAW, true);
-  statement.bind_new_uuid(":u").unbind(":u");  // the random source sets itself up, which must not fail half-way
+  statement.bind_new_uuid(":u").unbind(":u");  // sets up the random source, which must not fail half-way
   Insert_SQL insert("t");
   Log_Capture log;
   Random_Source const nothing(no_random_bytes);

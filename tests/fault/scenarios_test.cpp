@@ -1,5 +1,5 @@
-// Whole ways through the library, with each of their allocations failing in turn, alone and with all after it: nothing
-// but std::bad_alloc comes out, nothing leaks, and what the caller holds can still be used.
+// Whole ways through the library. Each of their allocations fails once, alone and together with all later ones: only
+// std::bad_alloc is thrown, nothing leaks, and the caller's objects can still be used.
 #include <gtest/gtest.h>
 
 #include <iostream>
@@ -28,7 +28,7 @@ std::map<std::string, std::string> const request{
 SQL_Filter_Parser::Filters const filters[] = {
     {"name", 4, {"file", 3, 2, 2}}, {"size", 4, {nullptr, 2, 0, 0}}, {nullptr, 0, {nullptr, 0, 0, 0}}};
 
-// What the caller holds, and must be able to use and clear whatever has failed.
+// The caller's objects. It must be able to use and clear them after any failure.
 struct Held {
   Select_SQL select{"t", nullptr};
   Insert_SQL insert{"t"};
@@ -80,7 +80,7 @@ std::pair<char const*, void (*)(Held&)> const scenarios[] = {
        Object edited = held.json.get_obj();
        std::vector<Value> const members{"op", "v"};
        std::string op;
-       EXPECT_NO_THROW({  // whatever is short
+       EXPECT_NO_THROW({  // even without memory
          item_get_op(edited, op);
          filter_add_eq_item(edited, long_text.c_str(), held.json);
          filter_add_eq_item(edited, long_text.c_str(), members, long_text.c_str());
@@ -102,7 +102,7 @@ std::pair<char const*, void (*)(Held&)> const scenarios[] = {
      }},
 };
 
-// Copies and clears them; the texts that are left.
+// Copies and clears them. Gives the texts that are left.
 template <class... Statements>
 std::vector<std::string> cleared(Statements&... statements) {
   auto const clear = [](auto& statement) {
@@ -114,7 +114,7 @@ std::vector<std::string> cleared(Statements&... statements) {
   return {clear(statements)...};
 }
 
-// Runs a scenario with its nth allocation failing; true when it has fewer.
+// Runs a scenario in which the nth allocation fails. True when it has fewer than n.
 bool survives(void (*run)(Held&), long nth, heap::Shortage shortage) {
   Log_Capture const log;
   Held held;
@@ -123,7 +123,7 @@ bool survives(void (*run)(Held&), long nth, heap::Shortage shortage) {
     heap::Failing_Allocation const no_memory(nth, shortage);
     run(held);
     passed = !no_memory.failed();
-  } catch (std::bad_alloc const&) {  // what it holds is looked at below
+  } catch (std::bad_alloc const&) {  // `held` is checked below
   }
   EXPECT_EQ(cleared(held.select, held.insert, held.update, held.both, held.filter),
             (std::vector<std::string>{"SELECT *", "INSERT INTO `` VALUES()", "UPDATE `` SET ", "", "1"}));
@@ -143,7 +143,7 @@ TEST(Scenarios, survive_every_failing_allocation) {
         ASSERT_LT(++nth, 5000);
         long const live_before = heap::live_blocks();
         passed = survives(run, nth, shortage) && nth > 0;
-        // What is set up once and kept is set up in the first run, where none fails.
+        // In the first run nothing fails: it sets up what is kept to the end.
         EXPECT_TRUE(nth == 0 || heap::live_blocks() == live_before) << "after allocation " << nth;
       }
       EXPECT_GT(nth, 50) << "too few allocations were made to fail";

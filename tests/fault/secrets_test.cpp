@@ -1,6 +1,6 @@
-// Once all that held a secret is gone, no copy of it is left in the writable memory of the process: not in released
-// memory, not on the stack. This program is linked with -z now: else the dynamic linker saves registers on the stack,
-// with whatever they hold, when it looks a function up at its first call.
+// When everything that held a secret is gone, the writable memory of the process holds no copy of it, neither in
+// released memory nor on the stack. This program is linked with -z now: otherwise the dynamic linker saves registers,
+// with what they hold, on the stack when a function is called for the first time.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -27,7 +27,7 @@ using json_spirit::Array;
 using json_spirit::Object;
 using json_spirit::Value;
 
-// What is looked for: random digits from 1 to 9, hexadecimal ones too, and the bytes that they stand for.
+// The tests look for these: random digits from 1 to 9, also as hexadecimal digits, and their bytes.
 struct Secret {
   char digits[32];
   char bytes[16];
@@ -43,8 +43,8 @@ void renew_known() {
   }
 }
 
-// Copies of the secret, but for itself. Takes no memory, which would overwrite them; the buffer is cleared after each
-// piece lest it be found.
+// Counts the copies of the secret without the secret itself. Takes no memory, which would overwrite them. Clears the
+// buffer after each piece, so as not to find it.
 long copies_in_memory(std::size_t length) {
   static char mappings[1U << 20U];
   static char buffer[1U << 20U];
@@ -57,7 +57,7 @@ long copies_in_memory(std::size_t length) {
   for (char* line = mappings; *line != '\0'; line = std::strchr(line, '\n') + 1) {
     std::uintptr_t at = std::strtoul(line, &line, 16);
     std::uintptr_t const last = std::strtoul(line + 1, &line, 16);
-    if (std::strncmp(line, " rw", 3) != 0 || last - at > 1UL << 30U) continue;  // so large: a sanitizer's own table
+    if (std::strncmp(line, " rw", 3) != 0 || last - at > 1UL << 30U) continue;  // this large: a sanitizer's table
     for (; at < last; at += sizeof buffer - sizeof known) {
       ssize_t const size = pread(memory, buffer, std::min(sizeof buffer, last - at), static_cast<off_t>(at));
       if (size <= 0) break;
@@ -75,10 +75,10 @@ long copies_in_memory(std::size_t length) {
   return found;
 }
 
-// Goes down in the stack first, so that nothing called later overwrites what is left there.
+// Runs `action` deep in the stack, so that no later call overwrites what is left there.
 [[gnu::noinline]] void deep_in_the_stack(std::function<void()> const& action) {
   char volatile room[64 * 1024];
-  for (char volatile& c : room) c = 0;  // all of it, or a compiler takes less
+  for (char volatile& c : room) c = 0;  // all of it, or a compiler makes it smaller
   action();
 }
 
@@ -114,7 +114,7 @@ void render_all(Statement const& statement) {
 
 TEST(Secrets, leave_no_copy_in_memory) {
   Scenario const scenarios[] = {
-      // The first two show that what is left is seen.
+      // The first two show that a copy is found.
       {"released memory", [](Secure_String const& secret) { delete new std::string(secret.c_str()); }, true},
       {"the stack",
        [](Secure_String const& secret) {
@@ -142,7 +142,7 @@ TEST(Secrets, leave_no_copy_in_memory) {
          std::vector<unsigned char> message(encoder.buffer(), encoder.buffer() + encoder.length());
          EXPECT_NE(backup::AES_Decoder(message.data(), message.size(), key.data(), key.size(), nullptr).buffer(),
                    nullptr);
-         message.back() ^= 1;  // refused, once it is decoded
+         message.back() ^= 1;  // decoded, then refused
          EXPECT_EQ(backup::AES_Decoder(message.data(), message.size(), key.data(), key.size(), nullptr).buffer(),
                    nullptr);
          Secure_Byte_String own_key(secret.begin(), secret.end());

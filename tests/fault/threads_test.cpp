@@ -1,4 +1,4 @@
-// Statements that several threads hold at once: only the reference counts of shared parts are touched by more than one.
+// Several threads hold copies of the same statements. They share only the reference counts of parts.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -41,7 +41,7 @@ TEST(SQL, parts_shared_by_threads_end_once_with_their_last_holder) {
     }
     EXPECT_EQ(ends, round);
     started = true;
-    for (std::thread& thread : threads) thread.join();  // each ends its copies of all parts
+    for (std::thread& thread : threads) thread.join();  // each destroys its copies
     EXPECT_EQ(ends, round + 1);
   }
 }

@@ -80,7 +80,7 @@ protected:
     open_empty(GetParam());
     ASSERT_EQ(run("index tree --host h1").code, 0);
   }
-  void TearDown() override { std::system(("rm -rf '" + home_.string() + "'").c_str()); }  // of any depth
+  void TearDown() override { std::system(("rm -rf '" + home_.string() + "'").c_str()); }  // at any depth
 
   // Runs a shell command in the test's directory, which stands as DIR in the texts. $C is the program.
   Outcome shell(std::string const& command) {
@@ -94,8 +94,8 @@ protected:
     bool const names_store = arguments.empty() || arguments.find("--store") != std::string::npos;
     return shell("\"$C\" " + arguments + (names_store ? "" : " --store '" + store_ + "'"));
   }
-  // `deep`: directories in each other, the first 2,700 with short names and a file beside each, the others with the
-  // longest names there are.
+  // `deep`: nested directories. The first 2,700 have short names and a file beside each; the others have the longest
+  // possible names.
   void make_deep() {
     int directory = open(home_.c_str(), O_RDONLY | O_DIRECTORY);
     for (int level = 0; level < 3000; ++level) {
@@ -155,7 +155,7 @@ h1    directory      1      0        0
 h1    link           1      0        0
 1-3 of 3
 )");
-  database()->run("UPDATE files SET size=9223372036854775807 WHERE kind=1");  // their sum is more than 64 bits hold
+  database()->run("UPDATE files SET size=9223372036854775807 WHERE kind=1");  // their sum does not fit 64 bits
   EXPECT_THAT(run("stats").out, ::testing::HasSubstr("  46,116,860,184,273,879,035  "));
   EXPECT_THAT(run("stats --format csv").out, ::testing::HasSubstr("\r\nh1,file,5,46116860184273879035,0\r\n"));
   EXPECT_THAT(run("stats --format json").out, ::testing::HasSubstr(R"("bytes":"46116860184273879035","files":5)"));
@@ -200,7 +200,7 @@ TEST_P(Catalog, ends_with_its_reader) {
   for (std::string const format : {"table", "csv", "json"}) {
     EXPECT_EQ(find(("--limit 99999 --format " + format).c_str(), "head -c1 >&2").err.substr(1), "141\n");
   }
-  EXPECT_EQ(kills() - before, 3);  // what nobody reads the server does not go on to send
+  EXPECT_EQ(kills() - before, 3);  // the server stops sending rows that nobody reads
 }
 
 TEST_P(Catalog_File, help_and_version_are_there_for_the_asking) {
@@ -557,7 +557,7 @@ TEST_P(Catalog_File, what_goes_wrong_has_its_exit_code_and_one_line) {
 
 TEST_P(Catalog, what_cannot_be_read_or_stored_is_left_out_and_the_first_are_named) {
   for (int i = 0; i < 12; ++i) fs::create_directories(home_ / "closed" / std::to_string(i));
-  // The superuser without the right to pass over permissions.
+  // The superuser without the right to bypass permissions.
   Outcome const unread = shell(R"x(chmod 0 closed/*
 [ "$(id -u)" != 0 ] || right='setpriv --bounding-set=-dac_override,-dac_read_search'
 $right "$C" index closed --host h2 --store ')x" +
@@ -606,7 +606,7 @@ TEST_P(Catalog, an_older_catalogue_is_brought_forward_and_takes_trees_of_any_dep
 TEST_P(Catalog_File, an_interrupted_index_keeps_what_it_has_read) {
   {
     SQLite_Store holder((home_ / "store.db").string());
-    Transaction const transaction(holder);  // the program waits for it, which it is told to end meanwhile
+    Transaction const transaction(holder);  // the program waits for it and gets a signal
     shell(R"(("$C" index tree --store store.db 2>said & p=$!
 for i in $(seq 1000); do grep -q 'SigCgt:.*[2367abef]$' /proc/$p/status && break; sleep 0.01; done
 kill -INT $p; echo >sent; wait $p; echo $? >code) >/dev/null &)");
@@ -620,7 +620,7 @@ kill -INT $p; echo >sent; wait $p; echo $? >code) >/dev/null &)");
 }
 
 TEST_P(Catalog_File, stays_as_it_was_on_a_full_disk) {
-  // A file system of its own where that is allowed, else files that cannot grow.
+  // A separate file system if allowed, otherwise files that cannot grow.
   Outcome const outcome = shell(R"(mkdir full; cat >fill.sh <<'END'
 "$C" index tree --store full/s.db >&2
 "$C" index /usr --store full/s.db
@@ -695,7 +695,7 @@ END
               ::testing::ContainsRegex("(^|\n)catalog: .*(Lost connection|gone away).* \\(MySQL error 20[0-9]+\\)"));
 }
 
-// Of 200 directories in each other the outer ones are closed when some are moved away.
+// Of 200 nested directories the outer ones are already closed when some are moved away.
 TEST(Tree_Walk, finds_back_out_of_moved_directories_and_reports_what_is_lost) {
   for (bool const is_lost : {false, true}) {
     std::string home = (fs::canonical(fs::temp_directory_path()) / "walk-XXXXXX").string();
@@ -720,7 +720,7 @@ TEST(Tree_Walk, finds_back_out_of_moved_directories_and_reports_what_is_lost) {
       bool const is_at_120 = is_lost && file.name.compare(0, 4, "120.") == 0;
       if (file.kind == File_Kind::file && !is_at_120) found.push_back(file.name);
       if (file.path != levels.back()) continue;
-      fs::rename(levels[121], home + "/a");  // its ".." leads elsewhere, the path of its parent still there
+      fs::rename(levels[121], home + "/a");  // its ".." leads elsewhere; its parent's path still exists
       if (is_lost) fs::rename(levels[120], home + "/b");
     }
     std::sort(files.begin(), files.end());

@@ -1,6 +1,6 @@
-# Installs the build tree, builds the README's first program from nothing but the install tree, and runs it. Fails too when
-# the README does not show the program, its CMakeLists.txt and its output as they are, and when a project that adds this
-# one as a part asks for packages that the library does not need.
+# Installs the build tree, builds the README's first program from the install tree alone, and runs it. Also fails when
+# the README shows another program, CMakeLists.txt or output, and when a project that adds this one as a part asks for
+# packages that the library does not need.
 set(prefix "${WORK_DIR}/prefix")
 set(first_program_dir "${SOURCE_DIR}/examples/first_program")
 file(READ "${SOURCE_DIR}/README.md" readme)

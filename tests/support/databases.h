@@ -15,7 +15,7 @@ enum class Database { sqlite, mariadb };
 
 inline void PrintTo(Database db, std::ostream* out) { *out << (db == Database::sqlite ? "sqlite" : "mariadb"); }
 
-/// Where the databases differ, and why.
+/// The differences between the databases, and their reasons.
 namespace differs {
 inline bool has_unsigned_64(Database db) { return db == Database::mariadb; }       // SQLite's integers are signed
 inline bool has_full_join(Database db) { return db == Database::sqlite; }          // MySQL's grammar has none
@@ -23,7 +23,7 @@ inline bool counts_replaced_rows(Database db) { return db == Database::mariadb; 
 inline bool counts_copied_rows(Database db) { return db == Database::mariadb; }    // of CREATE TABLE AS SELECT
 inline bool like_ignores_case(Database db) { return db == Database::sqlite; }      // of ASCII, whatever the collation
 inline bool lowers_beyond_ascii(Database db) { return db == Database::mariadb; }   // SQLite knows 26 letters
-// MariaDB in columns of utf8mb4 under NO_BACKSLASH_ESCAPES too, unless an ESCAPE says otherwise.
+// MariaDB does in columns of utf8mb4, also under NO_BACKSLASH_ESCAPES, unless ESCAPE names another character.
 inline bool like_escapes_by_backslash(Database db) { return db == Database::mariadb; }
 }  // namespace differs
 
@@ -47,7 +47,7 @@ inline std::unique_ptr<backup::Store> open_empty(Database db) {
   return store;
 }
 
-/// `text` with the columns' types in the database's own words: {id}, {integer}, {real}, {text}, {bytes}.
+/// Replaces {id}, {integer}, {real}, {text} and {bytes} in `text` by the database's own column types.
 inline std::string with_types(std::string text, Database db) {
   bool const lite = db == Database::sqlite;
   std::pair<char const*, char const*> const types[] = {{"{id}", lite ? "INTEGER PRIMARY KEY" : "BIGINT PRIMARY KEY"},

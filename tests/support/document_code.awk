@@ -1,5 +1,5 @@
-# The boxes of C++ in documents as code: what shows results ("// => ...") becomes an entry of `samples`, named by its
-# place; the rest are declarations that the others use.
+# Turns the boxes of C++ in documents into code. A paragraph with results ("// => ...") becomes an entry of `samples`,
+# named by its place; other paragraphs are declarations for them.
 function end_paragraph() {
   if (has_results) {
     samples = samples "    {\"" place "\",\n     [](Sample_Scope& scope) {\n" \

@@ -9,13 +9,13 @@ namespace {
 
 constexpr std::size_t header = 2 * alignof(std::max_align_t);
 
-thread_local long until_failure = 0;  // 0: none is to fail, or it has failed
+thread_local long until_failure = 0;  // 0: nothing fails any more
 thread_local bool is_lasting = false;
 thread_local bool has_failed = false;
 thread_local long allocation_count = 0;
 std::atomic<long> live_count{0};
 
-// The block starts with room that nobody uses: free writes its list there, so that the rest shows what was left in it.
+// A block begins with unused room, into which free writes its list; the rest keeps its old content.
 void* allocate(std::size_t size) noexcept {
   if (until_failure > 0 && --until_failure == 0) {
     has_failed = true;
@@ -37,7 +37,7 @@ void release(void* memory) noexcept {
 
 }  // namespace
 
-// Out of line: inlined, g++ takes malloc and free for a mismatch with new and delete.
+// Not inlined: otherwise g++ warns of malloc and free that do not match new and delete.
 [[gnu::noinline]] void* operator new(std::size_t size) {
   void* const memory = allocate(size);
   if (memory == nullptr) throw std::bad_alloc();

@@ -5,8 +5,8 @@ namespace heap {
 
 enum class Shortage { once, lasting };
 
-/// Lets the nth allocation from here on fail, once or with all after it, on this thread: std::bad_alloc, or null for
-/// the nothrow form.
+/// Makes this thread's nth allocation from now on fail, alone or together with all later ones: std::bad_alloc, or null
+/// for the nothrow form.
 class Failing_Allocation {
 public:
   explicit Failing_Allocation(long nth, Shortage shortage = Shortage::once);
@@ -17,9 +17,9 @@ public:
   bool failed() const;
 };
 
-/// Allocations so far on this thread.
+/// Allocations of this thread so far.
 long allocations();
-/// Blocks that are allocated now, by all threads.
+/// Allocated blocks of all threads.
 long live_blocks();
 
 }  // namespace heap

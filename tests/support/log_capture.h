@@ -12,8 +12,8 @@
 #include <utility>
 #include <vector>
 
-/// Records what is logged while it lives, instead of standard error: "PRIORITY file op_status: text", the line number
-/// in the text replaced by N and a call stack by STACK.
+/// While it lives, keeps log records that would go to standard error, as "PRIORITY file op_status: text". In the text N
+/// replaces the line number and STACK the call stack.
 class Log_Capture : private ACE_Log_Msg_Callback {
 public:
   explicit Log_Capture(bool debug = false)
@@ -33,7 +33,7 @@ public:
     ACE::debug(debug_);
   }
 
-  /// What was logged since the last call.
+  /// The records since the last call.
   std::vector<std::string> take() {
     std::vector<std::string> lines;
     for (Record const& record : std::exchange(records_, {})) lines.push_back(line(record));
@@ -51,7 +51,7 @@ private:
     char text[ACE_Log_Record::MAXLOGMSGLEN];
   };
 
-  // Takes no memory: what is reported while memory is short must be seen.
+  // Takes no memory, so that it sees reports of missing memory.
   void log(ACE_Log_Record& logged) override {
     Record& record = records_.emplace_back();
     record.priority = static_cast<ACE_Log_Priority>(logged.type());
@@ -59,14 +59,14 @@ private:
     char const* const file = log_->file() != nullptr ? std::strrchr(log_->file(), '/') : nullptr;
     std::strncpy(record.file, file != nullptr ? file + 1 : "", sizeof record.file - 1);
     std::strncpy(record.text, logged.msg_data(), sizeof record.text - 1);
-    errno = EDOM;  // as callbacks do; who reports must not notice
+    errno = EDOM;  // as a callback may; the reporting code must not notice
   }
 
   static std::string line(Record const& record) {
     std::string text = std::regex_replace(record.text, std::regex("(src/backup/[a-z0-9_/]+):[0-9]+"), "$1:N");
     std::smatch last_words;
     if (std::regex_search(text, last_words, std::regex("is (NULL|empty|NULL or \"\"):\n"))) {
-      // A stack follows: it must be there, and what it says is the machine's.
+      // A call stack must follow; its content depends on the machine.
       auto const stack = static_cast<std::size_t>(last_words.position() + last_words.length());
       text.replace(stack, std::string::npos, text.size() > stack + 1 ? "STACK" : "");
     }

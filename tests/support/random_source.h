@@ -8,11 +8,11 @@
 
 constexpr int no_random_bytes = -1;
 
-/// While one lives, OpenSSL's random source gives only `byte`, or fails for `no_random_bytes`.
+/// While it lives, OpenSSL's random source gives only `byte`, or fails for `no_random_bytes`.
 class Random_Source {
 public:
   explicit Random_Source(int byte) {
-    // OpenSSL's own source once first: what it never set up it sets up at the exit, and leaks.
+    // Use OpenSSL's own source once: if it is not set up by now, it is set up at the exit and leaks.
     unsigned char unused = 0;
     reinterpret_cast<int (*)(unsigned char*, int)>(dlsym(RTLD_DEFAULT, "RAND_bytes"))(&unused, 1);
     byte_ = byte;
@@ -28,7 +28,7 @@ private:
     return byte_ == no_random_bytes ? 0 : 1;
   }
 
-  // Looked up: a direct call would need libcrypto on the test's own link line, and is marked as deprecated.
+  // Found by name: a direct call would be deprecated and need the test to link libcrypto.
   static void use(RAND_METHOD const* source) {
     reinterpret_cast<int (*)(RAND_METHOD const*)>(dlsym(RTLD_DEFAULT, "RAND_set_rand_method"))(source);
   }

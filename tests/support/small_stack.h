@@ -5,7 +5,7 @@
 
 #include <functional>
 
-/// Runs `work` on a thread with a stack of 1 MiB, what 64-bit Windows gives a program.
+/// Runs `work` on a thread with a stack of 1 MiB, as programs have on 64-bit Windows.
 inline void on_small_stack(std::function<void()> const& work) {
   pthread_attr_t attributes;
   pthread_attr_init(&attributes);

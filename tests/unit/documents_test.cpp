@@ -1,4 +1,4 @@
-// The examples of the documents for users, and the list of log messages, held against the library.
+// Compares the examples of the documents, and the list of log messages, with the library.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -24,7 +24,7 @@ using Lines = std::vector<std::string>;
 using json_spirit::Object;
 using Texts = std::set<std::string>;
 
-// What an example of C++ code works on.
+// The variables of an example in C++.
 struct Sample_Scope {
   Object document;
   And_Filter_SQL filter;
@@ -32,7 +32,6 @@ struct Sample_Scope {
   Lines shown;
 };
 
-// Its place and what it does.
 using Sample = std::pair<char const*, void (*)(Sample_Scope&)>;
 
 #include "document_code.inc"
@@ -47,7 +46,7 @@ std::string source(char const* path) { return file_text(std::filesystem::path(SO
 
 bool starts_with(std::string const& text, char const* start) { return text.rfind(start, 0) == 0; }
 
-// What stands between two blank lines of a box: lines that go in, then lines "=> ..." that come out.
+// A part of a box between two blank lines: input lines, then lines "=> ..." with the output.
 struct Example {
   std::string place;
   std::string kind;
@@ -139,7 +138,7 @@ Lines with_log(Lines results, Log_Capture& log) {
   return results;
 }
 
-// All matches, each written by `shape` ("$1 of $2").
+// All matches, each in the form of `shape` ("$1 of $2").
 Texts found(std::string const& text, char const* pattern, std::string const& shape = "$1") {
   std::regex const expression(pattern);
   Texts matches;
@@ -149,7 +148,7 @@ Texts found(std::string const& text, char const* pattern, std::string const& sha
   return matches;
 }
 
-// What can be logged, each "format | PRIORITY, status n".
+// All log messages, each as "format | PRIORITY, status n".
 Texts messages_in_sources() {
   Texts all;
   for (auto const& entry : std::filesystem::recursive_directory_iterator(SOURCE_DIR "/src/backup/utils/sql")) {

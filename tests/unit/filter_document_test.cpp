@@ -1,4 +1,4 @@
-// What the examples of docs/filter-documents.md leave open; those run in documents_test.cpp.
+// Filter documents. The examples of docs/filter-documents.md run in documents_test.cpp; here is the rest.
 #include <gtest/gtest.h>
 
 #include <functional>

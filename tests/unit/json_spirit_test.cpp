@@ -26,7 +26,7 @@ std::string dump(Value const& value, bool pretty = false) {
   return {text.c_str(), text.size()};
 }
 
-// What `action` threw; the empty text for nothing.
+// The text of what `action` threw, or the empty text.
 template <class Action>
 std::string error_of(Action action) {
   try {
@@ -106,7 +106,7 @@ TEST(Value, assignment_from_and_into_its_own_content) {
   EXPECT_TRUE(value.is_null());  // NOLINT(*-use-after-move,*.Move): the promised state
 }
 
-// Lets the 1st, 2nd, 3rd ... allocation of `action` fail until it passes. Returns how often it failed.
+// Makes the 1st, 2nd, 3rd ... allocation of `action` fail until it succeeds. Returns the number of failures.
 template <class Action>
 long fail_each_allocation(Action action) {
   for (long failures = 0;; ++failures) {

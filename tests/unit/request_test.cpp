@@ -1,4 +1,4 @@
-// Requests: what the examples of docs/requests.md leave open; those run in documents_test.cpp.
+// Requests. The examples of docs/requests.md run in documents_test.cpp; here is the rest.
 #include <ace/OS_NS_Thread.h>
 #include <gtest/gtest.h>
 
@@ -44,7 +44,7 @@ Params params_of(char const* query) {
   return params;
 }
 
-// The conditions and controls that parameters give, as a rendered SELECT without its "SELECT *".
+// A request as a rendered SELECT, without "SELECT *".
 template <class Parameters>
 std::string parsed(Parameters const& params) {
   Select_SQL select;
@@ -174,7 +174,7 @@ TEST(SQL_Filter_Parser, parses_start_afresh_or_add) {
 }
 
 TEST(SQL_Filter_Parser, nested_query_strings_are_read_once) {
-  // Escapes in the innermost value must not make each level read the rest of the text again.
+  // With escapes only in the innermost value, no level may read the rest of the text again.
   for (char const* inner : {"size=1", "size=1%zz", "size=1+"}) {
     std::size_t const levels = 16384;
     std::string query;
@@ -187,7 +187,7 @@ TEST(SQL_Filter_Parser, nested_query_strings_are_read_once) {
 }
 
 TEST(SQL_Filter_Parser, a_request_cannot_cost_the_square_of_its_size) {
-  // Each level takes one escape off, and would read the rest of the text again.
+  // Each level decodes one escape and would read the rest of the text again.
   auto const staircase_of = [](int levels) {
     std::string text;
     for (int i = 0; i < levels; ++i) text += "AND=";
@@ -203,7 +203,7 @@ TEST(SQL_Filter_Parser, a_request_cannot_cost_the_square_of_its_size) {
   Object object;
   EXPECT_FALSE(parser.convert_kv_to_params("AND", staircase, object));
 
-  // One that is read alone, two are too much.
+  // One is read, two are too much.
   Value const short_staircase = staircase_of(2000);
   EXPECT_TRUE(parser.parse_filter_i("AND", short_staircase, &filter));
   EXPECT_FALSE(parser.parse_filter_i("AND", Object{{"AND", short_staircase}, {"OR", short_staircase}}, &filter));

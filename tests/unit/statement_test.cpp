@@ -18,7 +18,7 @@ namespace {
 
 using Lines = std::vector<std::string>;
 
-// A caller's own statement that renders its way.
+// A program's own statement with its own rendering.
 class Own_SQL : public SQL {
 public:
   explicit Own_SQL(bool* destroyed = nullptr) : SQL(nullptr, TYPE_RAW, true), destroyed_(destroyed) {}
@@ -150,7 +150,7 @@ TEST(SQL, numbering_goes_on_where_the_caller_is) {
             "(`a`=:18446744073709551615) AND (`a`=:0) AND (`a`=:1) {:0=1 :1=2 :18446744073709551615=0}");
 }
 
-// Marks are written at once where that is exact, and come from names elsewhere: the same either way.
+// Marks are written at once when that is exact, otherwise made from names: the result is the same.
 TEST(SQL, marks_are_those_that_names_are_converted_to) {
   Own_SQL const own;
   Union_SQL appending(Union_SQL::distinct);

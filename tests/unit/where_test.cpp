@@ -1,4 +1,4 @@
-// The WHERE clause, and DELETE, which has little else.
+// The WHERE clause and DELETE.
 #include "backup/utils/sql/where_sql.h"
 
 #include <gtest/gtest.h>

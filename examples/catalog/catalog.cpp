@@ -43,8 +43,8 @@ std::size_t end_of_insert(std::vector<File> const& files, std::size_t begin, std
   return end;
 }
 
-void set_file(Insert_SQL& insert, Binding_Value const& run, File const& file) {
-  insert.value_new_uuid("id")
+void set_file(Insert_SQL& insert, Byte_String const& id, Binding_Value const& run, File const& file) {
+  insert.value("id", id)
       .value("run_uuid", run)
       .value("path", file.path)
       .value("name", file.name)
@@ -139,7 +139,7 @@ void Catalog::insert(Binding_Value const& run, std::vector<File> const& files, s
   Insert_SQL insert("files");
   for (std::size_t i = begin; i < end; ++i) {
     if (i > begin) insert.new_entry();
-    set_file(insert, run, files[i]);
+    set_file(insert, ids_.next(), run, files[i]);
   }
   try {
     store_.run(insert, Store::BY_POSITION);  // a database finds a mark faster by its place than by its name

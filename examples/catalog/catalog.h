@@ -7,6 +7,7 @@
 
 #include "backup/utils/sql/binding_value.h"
 #include "file.h"
+#include "rising_ids.h"
 
 class SQL;
 class Select_SQL;
@@ -49,5 +50,6 @@ private:
   unsigned long long run_alone(SQL const& statement);
 
   backup::Store& store_;
+  Rising_Ids ids_;                // of files
   std::size_t const most_bytes_;  // to a statement
 };

@@ -25,7 +25,7 @@ template <class Change>
 void change_files(Change_Options const& options, bool retired, char const* done, Change change) {
   Request const request = read_request(options.request);
   Key_Outcomes outcomes;
-  Select_SQL const files = find_ids(request, retired, outcomes);
+  Select_SQL const files = find_ids(request, dialect_of(options.store), retired, outcomes);
   require_conditions(outcomes);
   auto const store = open_store(options.store, Access::change);
   if (outcomes.empty() && !options.all) {

@@ -28,32 +28,29 @@ void write_positional(std::ostream& out, char const* title, std::string const& t
   for (Binding_Value const& value : values) out << "      " << ++position << " = " << value_text(value) << '\n';
 }
 
-void explain_for(SQL const& statement, SQL::Database_Type db, std::ostream& out) {
+}  // namespace
+
+void explain(Key_Outcomes const& outcomes, std::ostream& out) {
+  if (!outcomes.empty()) out << "keys\n";
+  for (Key_Outcome const& outcome : outcomes) out << "  " << printable(outcome_text(outcome)) << '\n';
+}
+
+void explain(File_Statements const& files, SQL::Database_Type db, std::ostream& out) {
+  out << (db == SQL::DB_MYSQL ? "MySQL\n" : "SQLite\n");
   std::string text;
   Bindings bindings;
-  statement.get_sql(db, text, bindings);
+  files.page.get_sql(db, text, bindings);
   write_named(out, "statement", text, bindings);
 
   std::vector<Binding_Value> values;
-  statement.get_sql(db, text, values);
+  files.page.get_sql(db, text, values);
   write_positional(out, "statement", text, values);
 
   bindings.clear();
-  statement.get_count_sql(db, text, bindings);
+  files.all.get_count_sql(db, text, bindings);
   write_named(out, "count query", text, bindings);
 
   values.clear();
-  statement.get_count_sql(db, text, values);
+  files.all.get_count_sql(db, text, values);
   write_positional(out, "count query", text, values);
-}
-
-}  // namespace
-
-void explain(Key_Outcomes const& outcomes, SQL const& statement, std::ostream& out) {
-  if (!outcomes.empty()) out << "keys\n";
-  for (Key_Outcome const& outcome : outcomes) out << "  " << printable(outcome_text(outcome)) << '\n';
-  out << "MySQL\n";
-  explain_for(statement, SQL::DB_MYSQL, out);
-  out << "SQLite\n";
-  explain_for(statement, SQL::DB_SQLITE, out);
 }

@@ -2,11 +2,11 @@
 
 #include <iosfwd>
 
+#include "questions.h"
 #include "request.h"
 
-class SQL;
-
-/// Writes what became of the keys of a request, then the texts of the statement and of its count query, for MySQL and
-/// for SQLite: with named parameters, then with positional ones, the values below each. Texts and values are written as
-/// `printable` has them.
-void explain(Key_Outcomes const& outcomes, SQL const& statement, std::ostream& out);
+/// Write what became of the keys of a request, and the texts of a statement and of the count query, for one database:
+/// with named parameters, then with positional ones, the values below each. Texts and values are written as `printable`
+/// has them.
+void explain(Key_Outcomes const& outcomes, std::ostream& out);
+void explain(File_Statements const& files, SQL::Database_Type db, std::ostream& out);

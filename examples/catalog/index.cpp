@@ -1,5 +1,6 @@
 #include "index.h"
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <cstddef>
@@ -95,6 +96,8 @@ public:
 private:
   void store_batch() {
     Clock::time_point const start = Clock::now();
+    // An index by name takes names in their order at a fraction of what it takes at random places.
+    std::sort(batch_.begin(), batch_.end(), [](File const& a, File const& b) { return a.name < b.name; });
     std::vector<Refused_File> const refused = catalog_.add_files(run_, batch_, totals_.left_out);
     storing_time_ += Clock::now() - start;
     auto next = refused.begin();

@@ -25,6 +25,10 @@ std::unique_ptr<backup::Store> open_store(std::string const& address, Access acc
   return open_sqlite_catalog(address, access);
 }
 
+SQL::Database_Type dialect_of(std::string const& address) {
+  return backup::MySQL_Store::is_url(address) ? SQL::DB_MYSQL : SQL::DB_SQLITE;
+}
+
 void refuse_store(std::string const& address, std::string const& reason) {
   throw std::runtime_error(address + reason +
                            "; 'catalog index DIR --store STORE' makes a catalogue in a new file or an empty database");

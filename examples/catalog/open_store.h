@@ -3,6 +3,8 @@
 #include <memory>
 #include <string>
 
+#include "backup/utils/sql/sql.h"
+
 namespace backup {
 class Store;
 }
@@ -18,6 +20,9 @@ enum class Access {
 /// opened, or is no catalogue of this schema: with a text for the user, or a Store_Error for `store_error_text`. An
 /// address that is opened holds no password.
 std::unique_ptr<backup::Store> open_store(std::string const& address, Access access);
+
+/// The dialect of the store at `address`, which is not opened.
+SQL::Database_Type dialect_of(std::string const& address);
 
 /// Throws the error that there is no catalogue at `address` for `reason`, which tells how to make one.
 [[noreturn]] void refuse_store(std::string const& address, std::string const& reason);

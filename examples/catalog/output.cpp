@@ -38,8 +38,8 @@ std::string cell_text(Cell cell, Binding_Value const& value) {
 
 class Table_Writer : public Page_Writer {
 public:
-  Table_Writer(std::ostream& out, Columns const& columns, unsigned long long total, unsigned long long offset)
-      : out_(out), columns_(columns), total_(total), offset_(offset), widths_(columns.size()) {
+  Table_Writer(std::ostream& out, Columns const& columns, Total total, unsigned long long offset)
+      : out_(out), columns_(columns), total_(std::move(total)), offset_(offset), widths_(columns.size()) {
     Line& header = lines_.emplace_back();
     for (Column const& column : columns) {
       std::string title = column.name;
@@ -50,7 +50,7 @@ public:
   }
 
   void row(Store::Row const& values) override {
-    if (lines_.size() == most_lines) write_lines();
+    if (lines_.size() == most_held_rows) write_lines();
     ++rows_;
     Line& line = lines_.emplace_back();
     for (std::size_t i = 0; i < columns_.size(); ++i) {
@@ -61,18 +61,17 @@ public:
 
   void end() override {
     write_lines();
+    if (!out_.flush()) return;
     if (rows_ == 0) {
       out_ << "0";
     } else {
       out_ << grouped(offset_ + 1) << '-' << grouped(offset_ + rows_);
     }
-    out_ << " of " << grouped(total_) << '\n';
+    out_ << " of " << grouped(total_(rows_)) << '\n';
   }
 
 private:
   using Line = std::vector<std::string>;
-
-  static constexpr std::size_t most_lines = 1000;
 
   // No column becomes narrower again.
   void write_lines() {
@@ -96,7 +95,7 @@ private:
 
   std::ostream& out_;
   Columns const& columns_;
-  unsigned long long total_;
+  Total const total_;
   unsigned long long offset_;
   std::vector<Line> lines_;  // not yet written
   std::vector<std::size_t> widths_;
@@ -105,22 +104,35 @@ private:
 
 class JSON_Writer : public Page_Writer {
 public:
-  JSON_Writer(std::ostream& out, Columns const& columns, unsigned long long total, unsigned long long offset)
-      : out_(out), columns_(columns) {
-    out_ << "{\"total\":" << total << ",\"offset\":" << offset << ",\"rows\":[";
-  }
+  JSON_Writer(std::ostream& out, Columns const& columns, Total total, unsigned long long offset)
+      : out_(out), columns_(columns), total_(std::move(total)), offset_(offset) {}
 
   void row(Store::Row const& values) override {
     json_spirit::Object object;
     for (std::size_t i = 0; i < columns_.size(); ++i) object[columns_[i].name] = json(columns_[i].cell, values[i]);
     json_spirit::JSON_Dump const text(json_spirit::Value(std::move(object)), false);
-    out_ << separator_ << printable_json(text.c_str());
+    if (rows_ == most_held_rows) begin();
+    held_ += separator_ + printable_json(text.c_str());
     separator_ = ",\n";
+    if (++rows_ > most_held_rows) write_held();
   }
 
-  void end() override { out_ << "]}\n"; }
+  void end() override {
+    if (rows_ <= most_held_rows) begin();
+    out_ << "]}\n";
+  }
 
 private:
+  void begin() {
+    out_ << "{\"total\":" << total_(rows_) << ",\"offset\":" << offset_ << ",\"rows\":[";
+    write_held();
+  }
+
+  void write_held() {
+    out_ << held_;
+    held_.clear();
+  }
+
   static json_spirit::Value json(Cell cell, Binding_Value const& value) {
     if (cell == Cell::number || value.type() == Binding_Value::null_type) return value.val();
     return valid_utf8(cell_text(cell, value));
@@ -128,7 +140,11 @@ private:
 
   std::ostream& out_;
   Columns const& columns_;
-  char const* separator_ = "\n";
+  Total const total_;
+  unsigned long long offset_;
+  std::string separator_ = "\n";
+  std::string held_;  // rows not yet written
+  unsigned long long rows_ = 0;
 };
 
 class CSV_Writer : public Page_Writer {
@@ -177,11 +193,11 @@ private:
 }  // namespace
 
 std::unique_ptr<Page_Writer> page_writer(Format format, std::ostream& out, bool is_terminal, Columns const& columns,
-                                         unsigned long long total, unsigned long long offset) {
+                                         Total total, unsigned long long offset) {
   switch (format) {
-    case Format::json: return std::make_unique<JSON_Writer>(out, columns, total, offset);
+    case Format::json: return std::make_unique<JSON_Writer>(out, columns, std::move(total), offset);
     case Format::csv: return std::make_unique<CSV_Writer>(out, is_terminal, columns);
     case Format::table: break;
   }
-  return std::make_unique<Table_Writer>(out, columns, total, offset);
+  return std::make_unique<Table_Writer>(out, columns, std::move(total), offset);
 }

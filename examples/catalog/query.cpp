@@ -18,10 +18,18 @@ namespace {
 
 Store::Row const& as_it_is(Store::Row const& row) { return row; }
 
-// Prints `shown(row)` for each row.
+// Prints `shown(row)` for each row of `statement`; `all` gives the number of all of them, when the page does not tell
+// it by ending before its limit, which is negative when there is none. What writes its total first and has not held all
+// its rows by then is told it beforehand: a store that gives rows cannot count.
 template <class Shown>
-void print(Store& store, SQL const& statement, Columns const& columns, Format format, unsigned long long total,
+void print(Store& store, SQL const& statement, Total const& all, Columns const& columns, Format format, long long limit,
            unsigned long long offset, Shown shown) {
+  Total total = [&](unsigned long long rows) {
+    bool const is_last = limit < 0 || rows < static_cast<unsigned long long>(limit);
+    return is_last && (rows > 0 || offset == 0) ? offset + rows : all(rows);
+  };
+  bool const holds_all = limit >= 0 && static_cast<unsigned long long>(limit) <= most_held_rows;
+  if (format == Format::json && !holds_all) total = [number = all(0)](unsigned long long) { return number; };
   auto const page = page_writer(format, std::cout, is_output_terminal(), columns, total, offset);
   store.query(statement, [&](Store::Row const& row) {
     page->row(shown(row));
@@ -30,9 +38,11 @@ void print(Store& store, SQL const& statement, Columns const& columns, Format fo
   page->end();
 }
 
-void print(Store& store, Select_SQL const& select, Columns const& columns, Format format) {
-  auto const offset = static_cast<unsigned long long>(std::max(select.offset(), 0LL));
-  print(store, select, columns, format, store.count(select), offset, as_it_is);
+// All rows of it.
+template <class Shown>
+void print_all(Store& store, Select_SQL const& select, Columns const& columns, Format format, Shown shown) {
+  auto const all = [&](unsigned long long) { return store.count(select); };
+  print(store, select, all, columns, format, -1, 0, shown);
 }
 
 void require_run(Store& store, Read_Options const& options, std::string const& run) {
@@ -47,21 +57,26 @@ void find(Find_Options const& options) {
   if (options.explain) return explain_find(options);
   Request const request = read_request(options.request);
   Key_Outcomes outcomes;
-  Select_SQL const select = find_files(options.query, request, outcomes);
+  File_Statements const files = find_files(options.query, request, dialect_of(options.read.store), outcomes);
   for (std::string const& line : complaints(outcomes)) std::cerr << "catalog: " << line << '\n';
   if (!options.lenient && is_useless(outcomes)) {
     throw Misuse("nothing listed: no part of the request can be used; known keys are " + request_keys() +
                  "; --lenient lists without it");
   }
   auto const store = open_store(options.read.store, Access::read);
-  print(*store, select, file_columns(), options.read.format);
+  auto const all = [&](unsigned long long) { return store->count(files.all); };
+  auto const offset = static_cast<unsigned long long>(std::max(files.page.offset(), 0LL));
+  print(*store, files.page, all, file_columns(), options.read.format, files.page.limit(), offset, as_it_is);
 }
 
 void explain_find(Find_Options const& options) {
   Request const request = read_request(options.request);
-  Key_Outcomes outcomes;
-  Select_SQL const select = find_files(options.query, request, outcomes);
-  explain(outcomes, select, std::cout);
+  for (SQL::Database_Type const db : {SQL::DB_MYSQL, SQL::DB_SQLITE}) {
+    Key_Outcomes outcomes;
+    File_Statements const files = find_files(options.query, request, db, outcomes);
+    if (db == SQL::DB_MYSQL) explain(outcomes, std::cout);
+    explain(files, db, std::cout);
+  }
 }
 
 void changes(Changes_Options const& options) {
@@ -73,18 +88,17 @@ void changes(Changes_Options const& options) {
   find_added(added, store->dialect(), "'added'", options.from, options.to);
   Select_SQL& removed = made(both.add_select_sql());
   find_added(removed, store->dialect(), "'removed'", options.to, options.from);
-  unsigned long long const total = store->count(added) + store->count(removed);
   removed.sort_by("path", false);  // the order of the last SELECT is the union's
-  print(*store, both, change_columns(), options.read.format, total, 0, as_it_is);
+  auto const all = [&](unsigned long long) { return store->count(added) + store->count(removed); };
+  print(*store, both, all, change_columns(), options.read.format, -1, 0, as_it_is);
 }
 
 void stats(Read_Options const& options) {
   auto const store = open_store(options.store, Access::read);
-  Select_SQL const totals = file_totals();
-  print(*store, totals, total_columns(), options.format, store->count(totals), 0, with_whole_sum);
+  print_all(*store, file_totals(), total_columns(), options.format, with_whole_sum);
 }
 
 void runs(Read_Options const& options) {
   auto const store = open_store(options.store, Access::read);
-  print(*store, list_runs(), run_columns(), options.format);
+  print_all(*store, list_runs(), run_columns(), options.format, as_it_is);
 }

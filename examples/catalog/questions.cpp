@@ -27,10 +27,22 @@ void add_keys(Select_SQL& select, Columns const& columns) {
   }
 }
 
-// Each file has a run and each run a host. Were the joins inner ones, MariaDB would begin with the hosts and fetch the
-// files one by one, at their places all over the table.
+// Each file has a run and each run a host. Were the joins inner ones, MariaDB would begin with the hosts, and sort the
+// files of a run in a table of its own making.
 void join_run_and_host(Select_SQL& files) {
   files.left_join("runs", "r", "r.id=f.run_uuid").left_join("hosts", "h", "h.id=r.host_uuid");
+}
+
+// The same. A condition on a run or a host makes an outer join an inner one to MariaDB, which is told the order then.
+void join_run_and_host(Select_SQL& files, SQL::Database_Type db, bool asks_of_runs) {
+  if (db != SQL::DB_MYSQL || !asks_of_runs) return join_run_and_host(files);
+  files.from(
+      "`files` `f` STRAIGHT_JOIN `runs` `r` FORCE INDEX (PRIMARY) ON r.id=f.run_uuid"
+      " STRAIGHT_JOIN `hosts` `h` FORCE INDEX (PRIMARY) ON h.id=r.host_uuid");
+}
+
+bool asks_of_runs(Key_Outcomes const& outcomes) {
+  return std::any_of(outcomes.begin(), outcomes.end(), [](Key_Outcome const& o) { return o.asks_of_runs; });
 }
 
 // The expression of the column `name`; `name` is one of them.
@@ -92,29 +104,34 @@ Columns const& change_columns() {
   return columns;
 }
 
-Select_SQL find_files(File_Query const& query, Request const& request, Key_Outcomes& outcomes) {
+File_Statements find_files(File_Query const& query, Request const& request, SQL::Database_Type db,
+                           Key_Outcomes& outcomes) {
   Select_SQL select("files", "f");
   add_keys(select, file_columns());
-  join_run_and_host(select);
   Filter_SQL& filter = made(select.and_filter());
   SQL_Filter_Parser const parser = add_request(request, filter, outcomes);
   if (query.name) filter.add_substr_matching("f.name", *query.name);
   if (query.min_size) filter.add_kv_item(Item_SQL::OP_GE, "f.size", *query.min_size, Filter_SQL::no_flags);
   if (query.kind) filter.add_kv_eq_item("f.kind", static_cast<int>(*query.kind));
   if (query.host) filter.add_kv_eq_item("h.name", *query.host);
+  bool const is_of_runs = query.host || asks_of_runs(outcomes);
+  Select_SQL all(select);  // the same conditions
+  all.count("*");
+  if (is_of_runs) join_run_and_host(all, db, true);
+  join_run_and_host(select, db, is_of_runs);
   select.limit(files_per_page);
   sort_files(select, query, parser);
   if (query.limit) select.limit(*query.limit);
   if (query.offset) select.offset(*query.offset);
-  return select;
+  return {select, all};
 }
 
-Select_SQL find_ids(Request const& request, bool retired, Key_Outcomes& outcomes) {
+Select_SQL find_ids(Request const& request, SQL::Database_Type db, bool retired, Key_Outcomes& outcomes) {
   Select_SQL select("files", "f");
   select.add_key("f.id", nullptr);
-  join_run_and_host(select);
   Filter_SQL& filter = made(select.and_filter());
   add_request(request, filter, outcomes);
+  join_run_and_host(select, db, asks_of_runs(outcomes));
   retired ? filter.add_not_null_item("f.retired") : filter.add_null_item("f.retired");
   return select;
 }

@@ -27,13 +27,20 @@ Columns const& run_columns();
 Columns const& total_columns();
 Columns const& change_columns();
 
+/// A page of files, and all files of which it is one, to be counted.
+struct File_Statements {
+  Select_SQL page;
+  Select_SQL all;
+};
+
 /// Files with the host they were found on, by path unless otherwise wanted, 20 to a page. Equal rows in the wanted
-/// order come by path, so that pages never overlap. `request` must outlive the statement; what became of its keys goes
+/// order come by path, so that pages never overlap. `request` must outlive the statements; what became of its keys goes
 /// to `outcomes`. Throws Misuse for a request that `add_request` refuses, and for more orders than sort keys.
-Select_SQL find_files(File_Query const& query, Request const& request, Key_Outcomes& outcomes);
+File_Statements find_files(File_Query const& query, Request const& request, SQL::Database_Type db,
+                           Key_Outcomes& outcomes);
 /// The ids of the files that meet a request, of those that are retired or of those that are not. The rest is as above;
 /// the request's controls do not count.
-Select_SQL find_ids(Request const& request, bool retired, Key_Outcomes& outcomes);
+Select_SQL find_ids(Request const& request, SQL::Database_Type db, bool retired, Key_Outcomes& outcomes);
 /// The files that the run `to` has and the run `from` has not, by path; `word` says so in the first column.
 void find_added(Select_SQL& files, SQL::Database_Type db, char const* word, std::string const& from,
                 std::string const& to);

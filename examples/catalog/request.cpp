@@ -295,8 +295,10 @@ Key_Outcome Reader::judge(Pair const& pair) {
     return outcome_of(pair, Outcome::failed, wanted(condition));
   }
   if (char const* const reason = unfit(condition)) return outcome_of(pair, Outcome::failed, reason);
-  if (char const* const reason = doubt(condition)) return outcome_of(pair, Outcome::loose, reason);
-  return outcome_of(pair, Outcome::condition);
+  char const* const reason = doubt(condition);
+  Key_Outcome outcome = outcome_of(pair, reason == nullptr ? Outcome::condition : Outcome::loose, reason);
+  outcome.asks_of_runs = *filter.name != 'f';
+  return outcome;
 }
 
 void Reader::read_control(std::string const& key, Value const& value) {
@@ -366,7 +368,7 @@ void Reader::read_document(Object const& document, Filter_SQL& filter) {
   generate_filter_from_obj(document, filter);
   bool const has_conditions = conditions_ > before;
   outcomes_.push_back({"--document", has_conditions ? Outcome::condition : Outcome::loose,
-                       has_conditions ? "" : ": no condition in it"});
+                       has_conditions ? "" : ": no condition in it", true});
 }
 
 Object read_object(std::string const& source, std::string const& text) {

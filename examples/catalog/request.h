@@ -46,7 +46,8 @@ enum class Outcome {
 struct Key_Outcome {
   std::string key;  ///< in groups with those before it: "OR/size"
   Outcome outcome;
-  std::string detail;  ///< for failed and loose: "='true': an integer is wanted"
+  std::string detail;         ///< for failed and loose: "='true': an integer is wanted"
+  bool asks_of_runs = false;  ///< of runs or hosts, or may do so
 };
 using Key_Outcomes = std::vector<Key_Outcome>;
 

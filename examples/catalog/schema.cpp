@@ -20,16 +20,20 @@ struct Words {
   char const* integer;
   char const* boolean;
   char const* time;
-  char const* index;  ///< of the files of a run
+  char const* indexes;  ///< of files, where they are a part of the table's statement
   char const* engine;
 };
 
 constexpr Words sqlite_words{"BLOB", "TEXT", "TEXT", "TEXT", "INTEGER", "INTEGER", "TEXT", "", ""};
-// The index also finds the path of a file in another run.
-constexpr Words mysql_words{"BINARY(16)",      "VARCHAR(255) CHARACTER SET utf8mb4 COLLATE utf8mb4_bin",
-                            "VARBINARY(4096)", "MEDIUMBLOB",
-                            "BIGINT",          "BOOLEAN",
-                            "VARBINARY(32)",   ", INDEX files_by_run (run_uuid, path(255))",
+constexpr Words mysql_words{"BINARY(16)",
+                            "VARCHAR(255) CHARACTER SET utf8mb4 COLLATE utf8mb4_bin",
+                            "VARBINARY(4096)",
+                            "MEDIUMBLOB",
+                            "BIGINT",
+                            "BOOLEAN",
+                            "VARBINARY(32)",
+                            ", INDEX files_by_run (run_uuid), INDEX files_by_name (name(255)),"
+                            " INDEX files_by_retired (retired)",
                             " ENGINE=InnoDB"};
 
 constexpr char const* statements[] = {
@@ -41,8 +45,19 @@ constexpr char const* statements[] = {
 
     "CREATE TABLE IF NOT EXISTS files (id {uuid} NOT NULL PRIMARY KEY, run_uuid {uuid} NOT NULL, path {path} NOT NULL,"
     " name {name} NOT NULL, kind {integer} NOT NULL, size {integer} NOT NULL, modified {integer} NOT NULL,"
-    " owner {name} NOT NULL, retired {time}{index}, FOREIGN KEY (run_uuid) REFERENCES runs (id)){engine}",
+    " owner {name} NOT NULL, retired {time}{indexes}, FOREIGN KEY (run_uuid) REFERENCES runs (id)){engine}",
 };
+
+constexpr char const* sqlite_indexes[] = {
+    "CREATE INDEX IF NOT EXISTS files_by_run ON files (run_uuid)",
+    "CREATE INDEX IF NOT EXISTS files_by_name ON files (name)",
+    "CREATE INDEX IF NOT EXISTS files_by_retired ON files (retired) WHERE retired IS NOT NULL",
+};
+
+// From version 3, which found nothing by name; on MySQL the paths in its index had files read all over the table.
+constexpr char const* mysql_indexes =
+    "ALTER TABLE files DROP INDEX files_by_run, ADD INDEX files_by_run (run_uuid),"
+    " ADD INDEX files_by_name (name(255)), ADD INDEX files_by_retired (retired)";
 
 // From version 2, which did not count what was left out and had no room for long paths and names on MySQL.
 constexpr char const* longer_texts[] = {
@@ -63,21 +78,35 @@ void run(Store& store, char const* statement) {
   text.set("integer", words.integer);
   text.set("boolean", words.boolean);
   text.set("time", words.time);
-  text.set("index", words.index);
+  text.set("indexes", words.indexes);
   text.set("engine", words.engine);
   store.run(text.str());
 }
 
+// What is done of an upgrade shows in the database: on MySQL a statement that changes a schema stays done, whatever
+// follows.
+bool has(Store& store, char const* what, char const* condition) {
+  Select_SQL there;
+  return store.count(there.from(what).count("*").where(condition, false)) > 0;
+}
+
 bool counts_left_out(Store& store) {
-  Select_SQL columns;
-  columns.from("information_schema.columns").count("*");
-  columns.where("table_schema=DATABASE() AND table_name='runs' AND column_name='left_out'", false);
-  return store.count(columns) > 0;
+  return is_mysql(store) ? has(store, "information_schema.columns",
+                               "table_schema=DATABASE() AND table_name='runs' AND column_name='left_out'")
+                         : has(store, "pragma_table_info('runs')", "name='left_out'");
+}
+
+bool is_indexed(Store& store) {
+  return has(store, "information_schema.statistics", "table_schema=DATABASE() AND index_name='files_by_name'");
+}
+
+void create_sqlite_indexes(Store& store) {
+  for (char const* const statement : sqlite_indexes) run(store, statement);
 }
 
 }  // namespace
 
-bool is_older(long long version) { return version == 2; }
+bool is_older(long long version) { return version == 2 || version == 3; }
 
 void check_version(long long version, std::string const& address) {
   if (version == schema_version) return;
@@ -88,14 +117,18 @@ void check_version(long long version, std::string const& address) {
 }
 
 void upgrade_schema(Store& store) {
-  if (is_mysql(store)) {
-    for (char const* const statement : longer_texts) run(store, statement);
-    if (counts_left_out(store)) return;  // a statement of this kind stays done, whatever follows
+  bool const mysql = is_mysql(store);
+  if (!counts_left_out(store)) {
+    for (char const* const statement : longer_texts) {
+      if (mysql) run(store, statement);
+    }
+    run(store, left_out_column);
   }
-  run(store, left_out_column);
+  if (!mysql) return create_sqlite_indexes(store);
+  if (!is_indexed(store)) run(store, mysql_indexes);
 }
 
 void create_schema(Store& store) {
   for (char const* const statement : statements) run(store, statement);
-  if (!is_mysql(store)) store.run("CREATE INDEX files_by_run ON files (run_uuid)");
+  if (!is_mysql(store)) create_sqlite_indexes(store);
 }

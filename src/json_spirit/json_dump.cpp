@@ -151,6 +151,6 @@ JSON_Dump::JSON_Dump(Value const& value, bool pretty) {
   }
 }
 
-JSON_Dump::~JSON_Dump() { secure_wipe(text_); }
+JSON_Dump::~JSON_Dump() { backup::secure_wipe(text_); }
 
 }  // namespace json_spirit

@@ -134,7 +134,7 @@ TEST(Factories, without_memory_convert_no_half_of_a_document) {
         EXPECT_EQ(render(filter), converted ? whole : "1") << nth;
       }
     }
-    EXPECT_GE(nth, 10);
+    EXPECT_GE(nth, 5);
   }
 }
 

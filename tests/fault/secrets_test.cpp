@@ -92,7 +92,7 @@ long copies_left(Scenario const& scenario, std::size_t size) {
   renew_known();
   deep_in_the_stack([&] {
     Secure_String clear(known.digits, known.digits + size);
-    Secure_Wipe_Guard<Secure_String> const wipe(clear);
+    backup::Secure_Wipe_Guard<Secure_String> const wipe(clear);
     deep_in_the_stack([&] { scenario.use(clear); });
   });
   return copies_in_memory(size);
@@ -126,10 +126,10 @@ TEST(Secrets, leave_no_copy_in_memory) {
        [](Secure_String const& secret) {
          Secure_String text(secret);
          text.append(1000, 'x').append(secret);
-         secure_wipe(text);
+         backup::secure_wipe(text);
          EXPECT_TRUE(text.empty());
          Secure_Byte_String bytes(secret.begin(), secret.end());
-         Secure_Wipe_Guard<Secure_Byte_String> const wipe(bytes);
+         backup::Secure_Wipe_Guard<Secure_Byte_String> const wipe(bytes);
          Binding_Value const value(bytes);
          Secure_Hex_String const from_text(secret.data(), secret.size());
          from_text.get_bytes(bytes);
@@ -146,7 +146,7 @@ TEST(Secrets, leave_no_copy_in_memory) {
          EXPECT_EQ(backup::AES_Decoder(message.data(), message.size(), key.data(), key.size(), nullptr).buffer(),
                    nullptr);
          Secure_Byte_String own_key(secret.begin(), secret.end());
-         Secure_Wipe_Guard<Secure_Byte_String> const wipe(own_key);
+         backup::Secure_Wipe_Guard<Secure_Byte_String> const wipe(own_key);
          own_key.resize(32);
          Binding_Value out;
          EXPECT_TRUE(Binding_Value_AES_Converter(own_key, "text").convert("x", out));

@@ -48,8 +48,8 @@ Hex_String_T<Allocator>::Hex_String_T(char const* hex, unsigned long long length
 template <template <class> class Allocator>
 Hex_String_T<Allocator>::~Hex_String_T() {
   if constexpr (std::is_same_v<Allocator<char>, secure_allocator<char>>) {
-    secure_wipe(bytes_);
-    secure_wipe(hex_);
+    backup::secure_wipe(bytes_);
+    backup::secure_wipe(hex_);
   }
 }
 

@@ -14,7 +14,7 @@ BACKUP_RUNTIME_API void* secure_memset(void* memory, int value, std::size_t coun
 
 /// Allocator that wipes memory with `secure_memset` before it gives it back. It holds no state: all instances are
 /// equal. Short strings live inside the string object, which no allocator sees: the holder of a secure string must wipe
-/// it with `secure_wipe` at its end.
+/// it with `backup::secure_wipe` at its end.
 template <class T>
 class secure_allocator {
 public:
@@ -52,6 +52,8 @@ using Byte_String = std::basic_string<unsigned char>;
 using Secure_Byte_String =
     std::basic_string<unsigned char, std::char_traits<unsigned char>, secure_allocator<unsigned char>>;
 
+namespace backup {
+
 /// Empties `text` and overwrites its whole capacity, also inside the string object.
 template <class Char>
 void secure_wipe(std::basic_string<Char, std::char_traits<Char>, secure_allocator<Char>>& text) noexcept {
@@ -73,3 +75,5 @@ public:
 private:
   String& text_;
 };
+
+}  // namespace backup

@@ -15,7 +15,7 @@ Characters to_characters(Bytes const& bytes) {
 
 json_spirit::Value secure_characters(Secure_Byte_String const& bytes) {
   Secure_String text = to_characters<Secure_String>(bytes);
-  Secure_Wipe_Guard<Secure_String> const wipe(text);
+  backup::Secure_Wipe_Guard<Secure_String> const wipe(text);
   return text;
 }
 
@@ -54,9 +54,8 @@ Binding_Value::Binding_Value(double value) noexcept : Value(value), type_(real_t
 
 Binding_Value::Binding_Value(Binding_Value const& other) = default;
 
-Binding_Value::Binding_Value(Binding_Value&& other) noexcept : Value(std::move(other)), type_(other.type_) {
-  other.type_ = null_type;
-}
+Binding_Value::Binding_Value(Binding_Value&& other) noexcept
+    : Value(static_cast<Value&&>(other)), type_(std::exchange(other.type_, null_type)) {}
 
 Binding_Value& Binding_Value::operator=(Binding_Value const& other) {
   Binding_Value copy(other);  // may throw, so it comes first
@@ -65,9 +64,8 @@ Binding_Value& Binding_Value::operator=(Binding_Value const& other) {
 
 Binding_Value& Binding_Value::operator=(Binding_Value&& other) noexcept {
   if (this == &other) return *this;
-  Value::operator=(std::move(other));
-  type_ = other.type_;
-  other.type_ = null_type;
+  Value::operator=(static_cast<Value&&>(other));
+  type_ = std::exchange(other.type_, null_type);
   return *this;
 }
 

@@ -31,7 +31,7 @@ bool convert_text(Binding_Value const& in, Binding_Value& out, Decode decode, De
   if (in.type() == Binding_Value::secure_str_type) {
     Secure_String const& text = in.val().get_secure_str();
     Secure_Byte_String bytes = text.empty() ? Secure_Byte_String() : decode_secure(text);
-    Secure_Wipe_Guard<Secure_Byte_String> const wipe(bytes);
+    backup::Secure_Wipe_Guard<Secure_Byte_String> const wipe(bytes);
     bool const accepted = text.empty() || bytes.size() == uuid_bytes;
     out = Binding_Value(bytes);
     return accepted;

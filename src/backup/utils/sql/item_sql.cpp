@@ -168,8 +168,7 @@ std::string const& Key_Item_SQL::key() const { return key_; }
 unsigned int Key_Item_SQL::flags() const { return flags_; }
 
 std::string Key_Item_SQL::quote_key(std::string const& key) {
-  bool const is_plain =
-      !key.empty() && key.front() != '`' && key.back() != '`' && std::memchr(key.data(), '.', key.size()) == nullptr;
+  bool const is_plain = !key.empty() && key.front() != '`' && key.back() != '`' && key.find('.') == std::string::npos;
   if (is_plain) {
     std::string quoted(key.size() + 2, '`');
     std::memcpy(quoted.data() + 1, key.data(), key.size());

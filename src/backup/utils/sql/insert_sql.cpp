@@ -45,15 +45,21 @@ Insert_SQL::Insert_SQL(Insert_SQL const& other)
 
 Insert_SQL::~Insert_SQL() { delete entries_.load(); }
 
+// Changes nothing when memory runs short. What it replaces ends last: `other` may be a part of it.
 Insert_SQL& Insert_SQL::operator=(Insert_SQL const& other) {
-  Insert_SQL const replaced(*this);  // `other` may be a part of it
+  if (this == &other) return *this;
+  std::vector<Entry>* const entries = entries_.load();
+  std::vector<Entry> other_entries;
+  if (entries != nullptr) other_entries = other.made_entries();
+  std::vector<std::string> columns = other.columns_;
+  std::vector<Row> rows = other.rows_;
   SQL::operator=(other);
   table_ = other.table_;
   or_expr_ = other.or_expr_;
-  columns_ = other.columns_;
-  rows_ = other.rows_;
+  columns_.swap(columns);
+  rows_.swap(rows);
+  if (entries != nullptr) entries->swap(other_entries);
   select_ = other.select_;
-  if (std::vector<Entry>* const entries = entries_.load()) *entries = made_entries();
   return *this;
 }
 

@@ -20,6 +20,7 @@ public:
   /// With `copy` keeps a copy, without it the pointer, whose text must outlive every use. Null is kept as null.
   void set(char const* text, bool copy);
   void clear() noexcept;
+  void swap(SQL_Text& other) noexcept;
   char const* get() const noexcept { return text_; }
   /// True when null or "".
   bool empty() const noexcept { return !is_set(text_); }

@@ -148,6 +148,24 @@ TEST(Factories, without_memory_leave_a_group_its_members) {
   }
 }
 
+TEST(Insert_SQL, without_memory_assignment_changes_nothing) {
+  Insert_SQL other("o");
+  other.value("column", key).new_entry().value(key, 1);
+  for (long nth = 1;; ++nth) {
+    Insert_SQL insert("t");
+    insert.value("a", key).value(key + "b", 1);
+    std::string const before = render(insert);
+    heap::Failing_Allocation const no_memory(nth);
+    try {
+      insert = other;
+    } catch (std::bad_alloc const&) {  // what it holds is looked at below
+    }
+    if (!no_memory.failed()) break;
+    EXPECT_EQ(render(insert), before);
+    EXPECT_EQ(insert.entries().front().count(key + "b"), 1U) << nth;
+  }
+}
+
 TEST(Factories, without_random_bytes_new_uuids_change_nothing_and_are_reported) {
   SQL statement("x", SQL::TYPE_RAW, true);
   statement.bind_new_uuid(":u").unbind(":u");  // sets up the random source, which must not fail half-way

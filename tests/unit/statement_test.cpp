@@ -51,6 +51,9 @@ TEST(SQL, text_is_kept_by_pointer_or_copied) {
   EXPECT_EQ(render(copied), "SELECT 1");
   copied = static_cast<SQL const&>(copied);
   EXPECT_EQ(render(copied), "SELECT 1");
+  SQL const borrowed(copied.sql(), SQL::TYPE_RAW, true);
+  copied = borrowed;
+  EXPECT_EQ(render(copied), "SELECT 1");
   copied.sql(nullptr, false);
   EXPECT_TRUE(copied.empty());
   EXPECT_TRUE(SQL("", SQL::TYPE_RAW, true).empty());

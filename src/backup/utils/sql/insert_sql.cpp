@@ -20,7 +20,7 @@ constexpr char const* source_file = "src/backup/utils/sql/insert_sql";
 
 column_value::Reporter reporter(int line = __builtin_LINE()) { return {{source_file, line}, "insert", "add"}; }
 
-// The dialect's verb, or null when none is written.
+// The dialect's verb; null where none is written.
 char const* verb(SQL::Database_Type db, Insert_SQL::Or_Expr expression) {
   bool const mysql = db == SQL::DB_MYSQL;
   if (!mysql && db != SQL::DB_SQLITE) return nullptr;
@@ -45,15 +45,21 @@ Insert_SQL::Insert_SQL(Insert_SQL const& other)
 
 Insert_SQL::~Insert_SQL() { delete entries_.load(); }
 
+// Changes nothing when memory runs short. What it replaces ends last: `other` may be a part of it.
 Insert_SQL& Insert_SQL::operator=(Insert_SQL const& other) {
-  Insert_SQL const replaced(*this);  // keeps `other` alive when it is a part of this
+  if (this == &other) return *this;
+  std::vector<Entry>* const entries = entries_.load();
+  std::vector<Entry> other_entries;
+  if (entries != nullptr) other_entries = other.made_entries();
+  std::vector<std::string> columns = other.columns_;
+  std::vector<Row> rows = other.rows_;
   SQL::operator=(other);
   table_ = other.table_;
   or_expr_ = other.or_expr_;
-  columns_ = other.columns_;
-  rows_ = other.rows_;
+  columns_.swap(columns);
+  rows_.swap(rows);
+  if (entries != nullptr) entries->swap(other_entries);
   select_ = other.select_;
-  if (std::vector<Entry>* const entries = entries_.load()) *entries = made_entries();
   return *this;
 }
 
@@ -88,7 +94,7 @@ Insert_SQL& Insert_SQL::new_entry() {
   return *this;
 }
 
-// Made once. When two threads ask at the same time, one of them drops its result.
+// Made once: of two threads that ask at the same time one throws its own away.
 std::vector<Insert_SQL::Entry> const& Insert_SQL::entries() const {
   std::vector<Entry>* entries = entries_.load();
   if (entries != nullptr) return *entries;
@@ -120,7 +126,7 @@ Insert_SQL& Insert_SQL::value_i(std::string const& column, SQL_Value const& valu
   return store(column, SQL_Value(value));
 }
 
-// Fast when the column is the next one.
+// Rows are mostly filled in the order of the columns.
 Insert_SQL& Insert_SQL::store(std::string const& column, SQL_Value&& value) {
   Row& row = rows_.back();
   std::size_t const next = row.size();
@@ -132,7 +138,7 @@ Insert_SQL& Insert_SQL::store(std::string const& column, SQL_Value&& value) {
   return *this;
 }
 
-// Changes nothing when memory is short.
+// Changes nothing when memory runs short.
 void Insert_SQL::store_anywhere(Row& row, std::string const& column, SQL_Value&& value) {
   std::size_t const listed = columns_.size();
   std::size_t const place = place_of(column);
@@ -146,7 +152,7 @@ void Insert_SQL::store_anywhere(Row& row, std::string const& column, SQL_Value&&
   }
 }
 
-// The column's place in the list; a new column is appended.
+// Where the column is listed, at the end when it was not.
 std::size_t Insert_SQL::place_of(std::string const& column) {
   auto const listed = std::find(columns_.begin(), columns_.end(), column);
   auto const place = static_cast<std::size_t>(listed - columns_.begin());
@@ -231,7 +237,7 @@ Insert_SQL& Insert_SQL::value_time(std::string const& column, long long const& s
   return store(column, column_value::from_time(seconds));
 }
 
-// Stores a new statement as the column's value. When memory is short, null with errno ENOMEM, and nothing is stored.
+// A new statement as the column's value. Null with errno ENOMEM and nothing stored when memory is short.
 template <class T, class... Arguments>
 T* Insert_SQL::store_new(std::string const& column, Arguments... arguments) {
   return add_new<T>([&](ACE_Intrusive_Auto_Ptr<SQL> const& statement) { store(column, SQL_Value(statement)); },

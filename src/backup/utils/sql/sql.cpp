@@ -96,6 +96,10 @@ SQL& SQL::operator=(SQL const& other) {
   if (this == &other) return *this;
   auto extras = other.extras_ == nullptr ? nullptr : std::make_unique<Extras>(*other.extras_);
   bool const has_copy = other.extras_ != nullptr && other.sql_ == other.extras_->sql.get();
+  if (!has_copy && extras_ != nullptr && extras_->sql.get() != nullptr) {  // `other` may share this own text
+    if (extras == nullptr) extras = std::make_unique<Extras>();
+    extras->sql.swap(extras_->sql);
+  }
   sql_ = has_copy ? extras->sql.get() : other.sql_;
   extras_ = std::move(extras);
   type_ = other.type_;

@@ -30,4 +30,9 @@ void SQL_Text::clear() noexcept {
   copy_.reset();
 }
 
+void SQL_Text::swap(SQL_Text& other) noexcept {
+  std::swap(text_, other.text_);
+  copy_.swap(other.copy_);
+}
+
 }  // namespace backup

@@ -20,6 +20,7 @@ public:
   /// With `copy` keeps a copy. Without it keeps the pointer, and the text must outlive every use. Null stays null.
   void set(char const* text, bool copy);
   void clear() noexcept;
+  void swap(SQL_Text& other) noexcept;
   char const* get() const noexcept { return text_; }
   bool empty() const noexcept { return !is_set(text_); }
 

@@ -15,12 +15,30 @@ namespace {
 
 using Utf8 = rapidjson::UTF8<>;
 
-struct String_Stream {
+// Gathers what comes character by character. Wiped at its end like the text.
+class String_Stream {
+public:
   using Ch = char;
-  void Put(char c) { text += c; }
-  void Flush() {}
 
-  Secure_String& text;
+  explicit String_Stream(Secure_String& text) : text_(text) {}
+  String_Stream(String_Stream const&) = delete;
+  String_Stream& operator=(String_Stream const&) = delete;
+  ~String_Stream() { secure_memset(buffer_, 0, sizeof buffer_); }
+
+  void Put(char c) {
+    if (at_ == buffer_ + sizeof buffer_) flush();
+    *at_++ = c;
+  }
+  void Flush() {}
+  void flush() {
+    text_.append(buffer_, static_cast<std::size_t>(at_ - buffer_));
+    at_ = buffer_;
+  }
+
+private:
+  Secure_String& text_;
+  char buffer_[256];
+  char* at_ = buffer_;
 };
 
 template <class Writer>
@@ -115,11 +133,12 @@ private:
 
 template <template <class, class, class, class, unsigned> class Writer>
 void dump(Value const& value, Secure_String& text) {
-  String_Stream stream{text};
+  String_Stream stream(text);
   Throwing_Allocator allocator;
   using Text_Writer = Writer<String_Stream, Utf8, Utf8, Throwing_Allocator, rapidjson::kWriteDefaultFlags>;
   Text_Writer writer(stream, &allocator);
   Value_Writer<Text_Writer>(writer).write(value);
+  stream.flush();
 }
 
 }  // namespace

@@ -102,7 +102,9 @@ public:
     end_arrays(container);
     while (objects_ != nullptr) {
       std::unique_ptr<Value::Object_Box> const box(std::exchange(objects_, objects_->next));
-      for (auto& member : box->map) end_arrays(member.second);
+      for (auto& member : box->map) {
+        if (is_container(member.second)) end_arrays(member.second);
+      }
     }
   }
 
@@ -124,6 +126,7 @@ private:
       } else if (next.type_ == array_type) {
         end_array(next);
       }
+      while (current.size() > 1 && !is_container(current.back())) current.pop_back();
       while (current.size() == 1) current = take_array(current.front());
       if (current.empty()) return;
       next = std::move(current.back());

@@ -161,7 +161,7 @@ void add_condition(Filter_SQL& filter, std::string const* key, std::string const
   Item_SQL::Item_Op const op = Item_SQL::op_name_to_value(op_name.c_str(), op_name.size());
   bool const is_uuid = backup::is_uuid_key(*key);
   if (operand.type() == json_spirit::array_type) {
-    backup::add_set_condition(filter, *key, operand.get_array(), op_name == "EQ", is_uuid);
+    backup::add_set_condition(filter, *key, operand.get_array(), op == Item_SQL::OP_EQ, is_uuid);
   } else if (is_uuid && operand.type() == json_spirit::str_type) {
     filter.add_key_uuid_item(op, *key, operand.get_str());
   } else {

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <cstring>
-
 /// One entry of a constant table from texts to values. A table ends with an entry whose key is null and whose value is
 /// all zero, so a miss reads as a zero value. The table is an aggregate; it must outlive whoever searches it.
 template <class T>
@@ -17,8 +15,12 @@ struct Key2_Value_T {
   }
 
 private:
-  // The first character alone rules out most.
   bool is(char const* text, unsigned long long length) const {
-    return key_length == length && (length == 0 || (*key == *text && std::strncmp(key, text, length) == 0));
+    if (key_length != length) return false;
+    for (unsigned long long i = 0; i < length; ++i) {
+      if (key[i] != text[i]) return false;
+      if (key[i] == '\0') break;  // the key may be shorter than it says
+    }
+    return true;
   }
 };

@@ -41,7 +41,7 @@ public:
   void reserve(std::size_t size) {
     if (size <= capacity_) return;
     if (size > std::numeric_limits<std::uint32_t>::max() / 2) throw std::bad_alloc();
-    auto const capacity = static_cast<std::uint32_t>(std::max<std::size_t>(size, 2 * capacity_));
+    auto const capacity = static_cast<std::uint32_t>(std::max(size, std::size_t{2} * capacity_));
     auto* const larger = new SQL*[capacity];
     std::copy(begin(), end(), larger);
     if (!is_inline()) delete[] heap_;

@@ -22,7 +22,10 @@
 
 namespace {
 
-constexpr std::size_t files_per_batch = 20000;
+// A first batch is seen by others soon. Later ones grow with their run: each writes most pages of the index by name
+// anew.
+constexpr std::size_t least_files_per_batch = 20000;
+constexpr std::size_t most_files_per_batch = 50000;
 constexpr std::size_t bytes_per_batch = 16UL * 1024UL * 1024UL;  // of paths, which may have megabytes each
 constexpr unsigned long long left_out_named = 10;
 
@@ -70,7 +73,8 @@ public:
   void add(File const& file) {
     batch_.push_back(file);
     batch_bytes_ += file.path.size();
-    if (batch_.size() == files_per_batch || batch_bytes_ >= bytes_per_batch) store_batch();
+    std::size_t const full = std::clamp<std::size_t>(stored_, least_files_per_batch, most_files_per_batch);
+    if (batch_.size() >= full || batch_bytes_ >= bytes_per_batch) store_batch();
   }
 
   void end(bool complete) {

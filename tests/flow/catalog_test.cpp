@@ -666,13 +666,17 @@ TEST_P(Catalog_Server, keeps_what_is_committed_when_a_connection_breaks) {
   Select_SQL connections;
   connections.from("information_schema.processlist").select("id").and_filter()->add_kv_eq_item("db", own_database());
   for (auto const& row : administrator.rows(connections)) {
-    administrator.run("KILL CONNECTION " + std::to_string(row[0].val().get_int64()));
+    try {
+      administrator.run("KILL CONNECTION " + std::to_string(row[0].val().get_int64()));
+    } catch (backup::Store_Error const&) {
+      // that of a 'find', which has ended by itself
+    }
   }
   ASSERT_TRUE(comes("code"));
   EXPECT_EQ(content(home_ / "code"), "1\n");
   EXPECT_THAT(content(home_ / "broken"),
               ::testing::ContainsRegex("(^|\n)catalog: .*([cC]onnection|gone away).* \\(MySQL error [0-9]+\\)"));
-  EXPECT_EQ(total("find --limit 0") % 20000, 7);
+  EXPECT_EQ(total("find --limit 0") % 10000, 7);
   EXPECT_THAT(column(page("runs"), "state"), ::testing::UnorderedElementsAre("complete", "interrupted"));
 }
 
@@ -707,7 +711,7 @@ echo "exit $?"
 "${server[@]}" >again 2>&1 &
 trap 'kill $!; wait' EXIT
 wait_for "$seen"
-echo "$((found % 20000)) more than whole batches"
+echo "$((found % 10000)) more than whole batches"
 "$C" runs --store "$url" --format csv | cut -d, -f3
 END
 )" WITH_MARIADB " server bash crash.sh");

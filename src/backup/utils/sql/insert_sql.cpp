@@ -20,7 +20,7 @@ constexpr char const* source_file = "src/backup/utils/sql/insert_sql";
 
 column_value::Reporter reporter(int line = __builtin_LINE()) { return {{source_file, line}, "insert", "add"}; }
 
-// The dialect's verb; null where none is written.
+// The dialect's verb, or null when none is written.
 char const* verb(SQL::Database_Type db, Insert_SQL::Or_Expr expression) {
   bool const mysql = db == SQL::DB_MYSQL;
   if (!mysql && db != SQL::DB_SQLITE) return nullptr;
@@ -45,7 +45,7 @@ Insert_SQL::Insert_SQL(Insert_SQL const& other)
 
 Insert_SQL::~Insert_SQL() { delete entries_.load(); }
 
-// Changes nothing when memory runs short. What it replaces ends last: `other` may be a part of it.
+// Changes nothing when memory is short. The old rows end last, because `other` may be a part of them.
 Insert_SQL& Insert_SQL::operator=(Insert_SQL const& other) {
   if (this == &other) return *this;
   std::vector<Entry>* const entries = entries_.load();
@@ -94,7 +94,7 @@ Insert_SQL& Insert_SQL::new_entry() {
   return *this;
 }
 
-// Made once: of two threads that ask at the same time one throws its own away.
+// Made once. When two threads ask at the same time, one of them drops its result.
 std::vector<Insert_SQL::Entry> const& Insert_SQL::entries() const {
   std::vector<Entry>* entries = entries_.load();
   if (entries != nullptr) return *entries;
@@ -126,7 +126,7 @@ Insert_SQL& Insert_SQL::value_i(std::string const& column, SQL_Value const& valu
   return store(column, SQL_Value(value));
 }
 
-// Rows are mostly filled in the order of the columns.
+// Fast when the column is the next one.
 Insert_SQL& Insert_SQL::store(std::string const& column, SQL_Value&& value) {
   Row& row = rows_.back();
   std::size_t const next = row.size();
@@ -138,7 +138,7 @@ Insert_SQL& Insert_SQL::store(std::string const& column, SQL_Value&& value) {
   return *this;
 }
 
-// Changes nothing when memory runs short.
+// Changes nothing when memory is short.
 void Insert_SQL::store_anywhere(Row& row, std::string const& column, SQL_Value&& value) {
   std::size_t const listed = columns_.size();
   std::size_t const place = place_of(column);
@@ -152,7 +152,7 @@ void Insert_SQL::store_anywhere(Row& row, std::string const& column, SQL_Value&&
   }
 }
 
-// Where the column is listed, at the end when it was not.
+// The column's place in the list; a new column is appended.
 std::size_t Insert_SQL::place_of(std::string const& column) {
   auto const listed = std::find(columns_.begin(), columns_.end(), column);
   auto const place = static_cast<std::size_t>(listed - columns_.begin());
@@ -237,7 +237,7 @@ Insert_SQL& Insert_SQL::value_time(std::string const& column, long long const& s
   return store(column, column_value::from_time(seconds));
 }
 
-// A new statement as the column's value. Null with errno ENOMEM and nothing stored when memory is short.
+// Stores a new statement as the column's value. When memory is short, null with errno ENOMEM, and nothing is stored.
 template <class T, class... Arguments>
 T* Insert_SQL::store_new(std::string const& column, Arguments... arguments) {
   return add_new<T>([&](ACE_Intrusive_Auto_Ptr<SQL> const& statement) { store(column, SQL_Value(statement)); },

@@ -80,7 +80,7 @@ std::string lower_text(Binding_Value const& value) {
     text = value.val().get_str();
   } else {
     Secure_String const& secret = value.val().get_secure_str();
-    text.assign(secret.begin(), secret.end());
+    text.assign(secret.data(), secret.size());  // by iterators it would leave a copy of the secret behind
   }
   std::locale const locale;
   std::use_facet<std::ctype<char>>(locale).tolower(text.data(), text.data() + text.size());

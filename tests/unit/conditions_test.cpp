@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <locale>
 #include <utility>
 
 #include "backup/utils/sql/delete_sql.h"
@@ -151,6 +152,16 @@ TEST(Filter_SQL, finds_and_removes_its_own_entries) {
   EXPECT_FALSE(filter.remove_item(nullptr));
   EXPECT_NE(filter.find_kv_item("a"), nullptr);
   EXPECT_EQ(render(filter), "(raw) AND ((`deep`=:1)) AND (`t`.`a`=:2) AND (`a`=:3) {:1=1 :2=1 :3=2}");
+}
+
+TEST(KV_Item_SQL, lower_case_follows_a_facet_of_the_program) {
+  struct One_Letter : std::ctype<char> {
+    char do_tolower(char c) const override { return c == '\xC4' ? '\xE4' : c; }
+  };
+  std::locale const before = std::locale::global(std::locale(std::locale::classic(), new One_Letter));
+  std::string const text = render(KV_Item_SQL(Item_SQL::OP_EQ, "n", "\xC4X", Filter_SQL::lower_case));
+  std::locale::global(before);
+  EXPECT_EQ(text, "LOWER(`n`)=:1 {:1=\"\xE4X\"}");
 }
 
 TEST(Filter_SQL, clear_makes_an_and_filter_and_copies_share_entries) {

@@ -83,7 +83,8 @@ std::string lower_text(Binding_Value const& value) {
     text.assign(secret.data(), secret.size());  // by iterators it would leave a copy of the secret behind
   }
   std::locale const locale;
-  std::use_facet<std::ctype<char>>(locale).tolower(text.data(), text.data() + text.size());
+  auto const& types = std::use_facet<std::ctype<char>>(locale);
+  for (char& c : text) c = types.tolower(c);  // a program's facet may define this form only
   return text;
 }
 

@@ -45,7 +45,7 @@ Insert_SQL::Insert_SQL(Insert_SQL const& other)
 
 Insert_SQL::~Insert_SQL() { delete entries_.load(); }
 
-// Changes nothing when memory runs short. What it replaces ends last: `other` may be a part of it.
+// Changes nothing when memory runs short. `other` may be a part of the old rows, so these are destroyed last.
 Insert_SQL& Insert_SQL::operator=(Insert_SQL const& other) {
   if (this == &other) return *this;
   std::vector<Entry>* const entries = entries_.load();
@@ -94,7 +94,7 @@ Insert_SQL& Insert_SQL::new_entry() {
   return *this;
 }
 
-// Made once: of two threads that ask at the same time one throws its own away.
+// Two threads may make the entries at the same time: one keeps its own, the other drops its own.
 std::vector<Insert_SQL::Entry> const& Insert_SQL::entries() const {
   std::vector<Entry>* entries = entries_.load();
   if (entries != nullptr) return *entries;

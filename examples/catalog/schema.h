@@ -25,6 +25,5 @@ void upgrade_schema(backup::Store& store);
 ///
 /// Keys are uuids of 16 bytes. A column that refers to one ends in "_uuid": so filter documents recognise it. Times are
 /// POSIX seconds, except `retired`, the text YYYY-MM-DD hh:mm:ss in UTC. Names and paths are stored byte for byte.
-/// Files are indexed by run, by name and, if they are retired, by that time; docs/performance.md says why there are no
-/// other indexes. Throws Store_Error.
+/// Files are indexed by run, by name and, if they are retired, by that time. Throws Store_Error.
 void create_schema(backup::Store& store);

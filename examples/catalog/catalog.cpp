@@ -18,11 +18,11 @@ using backup::Store_Error;
 
 namespace {
 
-// One statement text serves all full inserts. More rows to a statement gain nothing, fewer cost time.
+// All full inserts have the same statement text. More rows in a statement gain nothing, fewer cost time.
 constexpr std::size_t rows_per_insert = 100;
 constexpr std::size_t bytes_per_insert = 1024UL * 1024UL;
 
-// A server that is sent more than this at once ends the connection. SQLite's own limit no path can reach.
+// A server ends the connection when it gets more than this at once. No path can reach SQLite's own limit.
 std::size_t largest_statement(Store& store) {
   if (store.dialect() != SQL::DB_MYSQL) return std::numeric_limits<std::size_t>::max();
   Select_SQL limit;
@@ -54,22 +54,22 @@ void set_file(Insert_SQL& insert, Byte_String const& id, Binding_Value const& ru
       .value("owner", file.owner);
 }
 
-// The condition that a row is one of those that `ids` selects. MySQL does not change a table that the same statement
-// reads, but through a table of its own, which DISTINCT makes sure of.
+// Adds the condition that `ids` selects the row. MySQL does not change a table that the same statement reads directly;
+// DISTINCT makes it read the ids from a table of their own.
 void choose(Where_SQL& rows, Select_SQL const& ids) {
   Select_SQL& chosen = made(made(rows.and_filter()).add_key_select_sql_in_item("id"));
   chosen.distinct(true).add_key("id", nullptr);
   made(chosen.sql_table("chosen")) = ids;
 }
 
-// Locks the run's row, which a run that is dropped meanwhile has no more.
+// Locks the run's row; throws when the run was dropped meanwhile.
 void update_run(Store& store, Update_SQL& update, Binding_Value const& run) {
   made(update.and_filter()).add_kv_eq_item("id", run);
   if (store.run(update) > 0) return;
   throw std::runtime_error("run " + uuid_text(run.val().get_str()) + " was dropped while it was written");
 }
 
-// Locks the run's row; false when there is none. The lock keeps the value that stands.
+// Locks the run's row by an update that changes nothing; false when there is no such row.
 bool lock_run(Store& store, std::string const& run) {
   Update_SQL lock("runs");
   made(lock.set_sql("complete")).sql("complete", true);

@@ -21,8 +21,8 @@ struct Refused_File {
   std::string reason;
 };
 
-/// What changes a catalogue. Each call is one transaction, run again when another one stood in its way; after an
-/// exception nothing of it is kept. All of them lock a run's row before its files.
+/// Changes a catalogue. Each call is one transaction, which runs again after a conflict with another one; after an
+/// exception nothing of it is kept. All calls lock a run's row before its files.
 class Catalog {
 public:
   /// `store` holds the schema and outlives this object.
@@ -30,17 +30,17 @@ public:
 
   /// Returns the new run's id. The host is added when it is new.
   Binding_Value start_run(std::string const& host, std::string const& directory, long long time);
-  /// Adds files and keeps how many were left out until now. Returns those, in their order, that could not be added.
+  /// Adds files, and stores how many were left out until now. Returns, in order, the files that could not be added.
   std::vector<Refused_File> add_files(Binding_Value const& run, std::vector<File> const& files,
                                       unsigned long long left_out);
   void end_run(Binding_Value const& run, bool complete, unsigned long long left_out, long long time);
-  // The last two throw std::runtime_error with a text for the user when the run has been dropped meanwhile.
+  // `add_files` and `end_run` throw std::runtime_error with a text for the user when the run was dropped meanwhile.
 
-  /// Deletes a run, by its id's text, and its files. The number of files; none when there is no such run. Throws
-  /// std::runtime_error with a text for the user when the run has not ended, unless `force` is set.
+  /// Deletes a run and its files; `run` is the text of its id. Returns the number of files, none when there is no such
+  /// run. Throws std::runtime_error with a text for the user when the run has not ended, unless `force` is set.
   std::optional<unsigned long long> drop_run(std::string const& run, bool force);
 
-  /// Mark files as no longer wanted, and delete them. `files` selects their ids. The number of files.
+  /// Mark files as no longer wanted, or delete them. `files` selects their ids. Both return the number of files.
   unsigned long long retire(Select_SQL const& files, long long time);
   unsigned long long remove(Select_SQL const& files);
 
@@ -51,5 +51,5 @@ private:
 
   backup::Store& store_;
   Rising_Ids ids_;                // of files
-  std::size_t const most_bytes_;  // to a statement
+  std::size_t const most_bytes_;  // of a statement
 };

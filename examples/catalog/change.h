@@ -7,13 +7,13 @@
 struct Change_Options {
   std::string store;
   Request_Source request;
-  bool all = false;  ///< a request without conditions is meant so
+  bool all = false;  ///< a request may be without conditions
 };
 
-/// The commands that change files: `retire` marks those that meet the request and are not retired yet, `purge` deletes
-/// those that meet it and are. Each writes their number to the standard output.
+/// The commands that change files: `retire` marks the files that meet the request and are not retired yet, `purge`
+/// deletes the retired files that meet it. Each writes the number of files to the standard output.
 ///
-/// Both throw Misuse, with nothing changed, when the request has a key that is not plainly a condition, for what is
-/// left out of a request widens it; or no condition at all and `all` is not set.
+/// Both throw Misuse, with nothing changed, when a key of the request is not plainly a condition: with fewer conditions
+/// the request finds more files. They also throw it for a request without conditions, unless `all` is set.
 void retire(Change_Options const& options);
 void purge(Change_Options const& options);

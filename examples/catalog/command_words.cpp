@@ -12,7 +12,7 @@
 
 namespace {
 
-// Letters to insert, to delete, to replace or to swap with their neighbours, that make one word of the other.
+// The least number of letters to insert, delete, replace or swap with a neighbour to make one word of the other.
 std::size_t distance(std::string const& from, std::string const& to) {
   std::vector<std::size_t> before_last(to.size() + 1);
   std::vector<std::size_t> last(to.size() + 1);
@@ -32,7 +32,7 @@ std::size_t distance(std::string const& from, std::string const& to) {
   return row.back();
 }
 
-// The word that is most likely meant, "" when none is near. The beginning of a word is near to it.
+// The word that was most likely meant, "" when none is near. The beginning of a word is near to it.
 std::string nearest(std::string const& word, Words const& words) {
   constexpr std::size_t longest = 64;
   std::string best;

@@ -8,9 +8,9 @@ namespace CLI {
 class App;
 }
 
-/// Throws Misuse, which suggests the command nearest to `word`, unless it is one of `app`'s.
+/// The command `word` of `app`. Throws Misuse, which suggests the nearest command, when there is none.
 CLI::App& find_command(CLI::App& app, std::string const& word);
 
-/// Throws Misuse for a word on the command line that `app` could not place, an option or an argument too many; it
-/// suggests the nearest option. Returns when there is none.
+/// Throws Misuse for an unknown option or an argument too many; suggests the nearest option. Returns when there is
+/// neither.
 void require_known_words(CLI::App const& app);

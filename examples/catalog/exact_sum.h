@@ -4,7 +4,7 @@
 
 #include "backup/utils/sql/binding_value.h"
 
-/// A sum of sizes. 64 bits hold two of the largest files only; these hold 2^64 of them.
+/// A sum of file sizes. 64 bits hold only two of the largest files; this sum holds 2^64 of them.
 class Exact_Sum {
 public:
   void add(unsigned long long number, unsigned int shift = 0) { sum_ += static_cast<Wide>(number) << shift; }

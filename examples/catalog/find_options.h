@@ -6,6 +6,6 @@ class App;
 struct File_Query;
 struct Request_Source;
 
-/// Give a command the options that fill a query, and the request that it may stand beside.
+/// Give a command the options of a query, or those of a request.
 void add_query_options(CLI::App& command, File_Query& query);
 void add_request_options(CLI::App& command, Request_Source& request);

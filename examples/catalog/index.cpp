@@ -22,18 +22,18 @@
 
 namespace {
 
-// A first batch is seen by others soon. Later ones grow with their run: each writes most pages of the index by name
-// anew.
+// The first batch is small, so that others see it soon. Later ones grow with their run: each one writes most pages of
+// the index by name again.
 constexpr std::size_t least_files_per_batch = 20000;
 constexpr std::size_t most_files_per_batch = 50000;
-constexpr std::size_t bytes_per_batch = 16UL * 1024UL * 1024UL;  // of paths, which may have megabytes each
+constexpr std::size_t bytes_per_batch = 16UL * 1024UL * 1024UL;  // of paths; one may have megabytes
 constexpr unsigned long long left_out_named = 10;
 
 using Clock = std::chrono::steady_clock;
 
 volatile std::sig_atomic_t interrupt_requested = 0;
 
-// A first signal asks for an end at the next file, a second one ends the process at once. SIGHUP stays ignored where
+// The first signal ends the run at the next file, the second one ends the process at once. SIGHUP stays ignored where
 // the parent process ignores it, as nohup does.
 void catch_signals() {
   static constexpr int signals[] = {SIGHUP, SIGINT, SIGTERM};
@@ -58,10 +58,10 @@ std::string existing_directory(std::string const& directory) {
   return path.string();
 }
 
-// A run in the making: collects files and stores them by the batch.
+// Collects the files of a new run and stores them in batches.
 class Recorder {
 public:
-  // `refused` is called for each file that the store does not take; `totals` has what was left out, those among it.
+  // Calls `refused` for each file that the store does not take; `totals` counts it among the files left out.
   Recorder(backup::Store& store, Index_Options const& options, std::string const& directory, Tree_Walk::Report refused,
            Index_Totals const& totals)
       : catalog_(store),
@@ -82,7 +82,7 @@ public:
     catalog_.end_run(run_, complete, totals_.left_out, std::time(nullptr));
   }
 
-  // Ends the run after an error, where the store, opened anew, still can; the error is told anyway.
+  // Ends the run after an error, if the store can be opened again. The caller throws the error in either case.
   void give_up() noexcept {
     try {
       auto const store = open_store(address_, Access::change);
@@ -100,7 +100,7 @@ public:
 private:
   void store_batch() {
     Clock::time_point const start = Clock::now();
-    // An index by name takes names in their order at a fraction of what it takes at random places.
+    // To add names in their order costs an index a fraction of adding them at random places.
     std::sort(batch_.begin(), batch_.end(), [](File const& a, File const& b) { return a.name < b.name; });
     std::vector<Refused_File> const refused = catalog_.add_files(run_, batch_, totals_.left_out);
     storing_time_ += Clock::now() - start;
@@ -153,7 +153,7 @@ void print_summary(Recorder const& recorder, Clock::duration time) {
   }
 }
 
-// Feeds the walk to the recorder, to its end or to a signal; true when it came to its end.
+// Records the walk's files until its end or a signal; true at its end.
 bool record_all(Tree_Walk& walk, Recorder& recorder, Index_Totals& totals, Progress& progress) {
   File file;
   while (walk.next(file)) {

@@ -10,11 +10,11 @@ struct Index_Options {
 
 enum class Index_Result {
   whole,
-  left_out,    ///< done, but something could not be read or stored; how much is kept with the run
-  interrupted  ///< ended early by a signal; what was found until then is kept
+  left_out,    ///< done, but something could not be read or stored; the catalogue counts how much
+  interrupted  ///< ended early by a signal; the files found until then are kept
 };
 
-/// Indexes a directory as a new run. What was left out, and an early end, is said on the standard error stream. Throws
-/// std::runtime_error with a text for the user when it cannot be done; what was stored until then is kept, unless the
-/// run has been dropped.
+/// Indexes a directory as a new run. Reports on the standard error stream what was left out, and an early end. Throws
+/// std::runtime_error with a text for the user on failure; the files stored until then are kept, unless the run was
+/// dropped.
 Index_Result index_directory(Index_Options const& options);

@@ -6,7 +6,7 @@
 
 class ACE_Log_Msg;
 
-/// While it lives, this thread's log goes to it and not to the standard error stream. They do not nest.
+/// While it lives, it gets this thread's log instead of the standard error stream. Captures do not nest.
 class Log_Capture : private ACE_Log_Msg_Callback {
 public:
   Log_Capture();

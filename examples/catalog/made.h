@@ -2,7 +2,7 @@
 
 #include <new>
 
-/// The part that a builder returned for filling. Throws std::bad_alloc for null, a builder's sign of short memory.
+/// The part that a builder returned. Throws std::bad_alloc for null, by which a builder reports missing memory.
 template <class T>
 T& made(T* part) {
   if (part == nullptr) throw std::bad_alloc();

@@ -27,7 +27,7 @@ namespace {
 
 enum Exit_Code : int { exit_success = 0, exit_failed = 1, exit_misuse = 2, exit_left_out = 3 };
 
-// What the command line asks for: set while it is parsed, called afterwards.
+// The command that was asked for: set while the command line is parsed, called afterwards.
 using Command = std::function<Exit_Code()>;
 
 std::string machine_name() {
@@ -84,7 +84,7 @@ void add_index(CLI::App& app, Command& command) {
   index.callback([options, &command] { command = [options] { return index_into_store(*options); }; });
 }
 
-// A command that does `work` with its options, which `add_options` gave it.
+// Adds a command that calls `work` with the options that `add_options` defines.
 template <class Options, class Add_Options>
 CLI::App& add_command(CLI::App& app, Command& command, char const* name, char const* description,
                       void (*work)(Options const&), Add_Options add_options) {
@@ -188,7 +188,7 @@ void add_help(CLI::App& app, Command& command) {
   help.add_option("COMMAND", *word, "The command")->type_name("");
   help.callback([word, &app, &command] {
     command = [word, &app] {
-      // The app itself would print the help of the command that is given, which is this one.
+      // The app's own help would be that of the given command, which is this one.
       std::cout << (word->empty() ? app.get_formatter()->make_help(&app, app.get_name(), CLI::AppFormatMode::Normal)
                                   : find_command(app, *word).help("catalog"));
       return exit_success;

@@ -16,10 +16,10 @@ using backup::Store;
 
 namespace {
 
-// The table that tells whose database it is. It is made first, and has the schema's version once the schema is whole.
+// The table that marks a catalogue. It is made first, and gets the schema's version once the schema is whole.
 constexpr char const* mark = "catalog_schema";
 
-// Tables of the database, or of them the one with the name.
+// The number of the database's tables, or of those with the name.
 unsigned long long count_tables(Store& store, char const* name = nullptr) {
   Select_SQL tables;
   tables.from("information_schema.tables").count("*");
@@ -29,7 +29,7 @@ unsigned long long count_tables(Store& store, char const* name = nullptr) {
   return store.count(tables);
 }
 
-// None when the database is no catalogue, or one that is not whole.
+// None when the database is no catalogue, or its schema is not whole.
 std::optional<long long> version_of(Store& store) {
   if (count_tables(store, mark) == 0) return std::nullopt;
   Select_SQL version(mark);
@@ -38,8 +38,8 @@ std::optional<long long> version_of(Store& store) {
   return rows.front().front().val().get_int64();
 }
 
-// Statements that change a schema are no transaction: what a dead process left half made is completed. The lock goes
-// with the connection at the latest.
+// Schema changes are no transaction: this process completes what a dead one left half made. The lock ends with the
+// connection at the latest.
 void lock_schema(Store& store, std::string const& url) {
   constexpr char const* statement = "SELECT GET_LOCK(CONCAT('catalog ',MD5(DATABASE())),600)";
   long long is_locked = 0;
@@ -88,8 +88,8 @@ void check_catalog(Store& store, std::string const& url) {
 std::unique_ptr<Store> open_mysql_catalog(std::string const& url, Access access) {
   char const* const password = std::getenv("MYSQL_PWD");
   auto store = std::make_unique<MySQL_Store>(url, password == nullptr ? "" : password);
-  // Of each text only so much is sorted by, paths are longer than what a server begins with, and its buffer must hold
-  // 15 texts of that length.
+  // MySQL sorts by the first bytes of a text only, by default by fewer than a path can have. The buffer must hold 15
+  // texts of that length.
   store->run("SET @@SESSION.max_sort_length=1048576,@@SESSION.sort_buffer_size=33554432");
   if (store->rows(Select_SQL().select("DATABASE()")).at(0).at(0).type() == Binding_Value::null_type) {
     throw std::runtime_error(url + " names no database: mysql://host/DATABASE");
@@ -98,7 +98,7 @@ std::unique_ptr<Store> open_mysql_catalog(std::string const& url, Access access)
   if (access == Access::read) {
     store->run("SET SESSION TRANSACTION READ ONLY");
   } else {
-    // Otherwise what reads files in order to change some locks the gaps between all of them, and no other run can grow.
+    // At the default level, reading files to change some locks the gaps between all of them, and no other run can grow.
     store->run("SET SESSION TRANSACTION ISOLATION LEVEL READ COMMITTED");
     upgrade_if_older(*store, url);
   }

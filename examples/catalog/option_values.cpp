@@ -8,7 +8,7 @@
 
 namespace {
 
-// Factor of the unit in bits; -1 for a text that is no unit.
+// The unit's factor as an exponent of 2; -1 for a text that is no unit.
 int unit_bits(std::string const& unit, std::string const& units) {
   if (unit.empty()) return 0;
   std::size_t const place = unit.size() == 1 ? units.find(unit) : std::string::npos;

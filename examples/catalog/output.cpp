@@ -22,7 +22,7 @@ std::string kind_text(long long number) {
   return word != nullptr ? word : std::to_string(number);
 }
 
-// The value as text without regard to a format; empty for NULL.
+// The value as text, the same for every format; empty for NULL.
 std::string cell_text(Cell cell, Binding_Value const& value) {
   if (value.type() == Binding_Value::null_type) return {};
   json_spirit::Value const& val = value.val();
@@ -73,7 +73,7 @@ public:
 private:
   using Line = std::vector<std::string>;
 
-  // No column becomes narrower again.
+  // A column never becomes narrower.
   void write_lines() {
     for (Line const& line : lines_) {
       for (std::size_t i = 0; i < line.size(); ++i) widths_[i] = std::max(widths_[i], display_width(line[i]));

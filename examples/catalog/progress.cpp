@@ -18,7 +18,7 @@ std::size_t terminal_columns() {
   return ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : 80;
 }
 
-// A block that goes to and fro between the brackets, twice a second across.
+// A block that moves to and fro between the brackets, once a second.
 std::string bar(double seconds) {
   constexpr std::size_t ways = bar_width - block_width;
   std::size_t const step = static_cast<std::size_t>(seconds * 2 * ways) % (2 * ways);
@@ -60,7 +60,7 @@ void Progress::wipe() {
   drawn_ = false;
 }
 
-// A line that filled the terminal would move it up and could not be wiped.
+// A line as wide as the terminal would scroll it and could not be wiped.
 void Progress::draw(std::string const& counts, double seconds) {
   wipe();
   std::cerr << (bar(seconds) + ' ' + counts).substr(0, terminal_columns() - 1) << std::flush;

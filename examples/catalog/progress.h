@@ -9,8 +9,8 @@ struct Index_Totals {
   unsigned long long left_out = 0;
 };
 
-/// Shows progress on the standard error stream: a bar on a terminal, a line every few seconds elsewhere. How much is
-/// still to come nobody knows, so the bar only moves.
+/// Shows progress on the standard error stream: a bar on a terminal, a line every few seconds elsewhere. The rest is
+/// unknown, so the bar only moves.
 class Progress {
 public:
   Progress();
@@ -22,7 +22,7 @@ public:
   void update(Index_Totals const& totals);
   /// Writes a line, above the bar.
   void note(std::string const& line);
-  /// Takes the bar off the terminal, for other output; the end of the object does it too.
+  /// Takes the bar off the terminal, for other output; so does the destructor.
   void wipe();
 
 private:

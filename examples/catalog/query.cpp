@@ -18,9 +18,9 @@ namespace {
 
 Store::Row const& as_it_is(Store::Row const& row) { return row; }
 
-// Prints `shown(row)` for each row of `statement`; `all` gives the number of all of them, when the page does not tell
-// it by ending before its limit, which is negative when there is none. What writes its total first and has not held all
-// its rows by then is told it beforehand: a store that gives rows cannot count.
+// Prints `shown(row)` for each row of `statement`; a negative `limit` means none. A page that ends before its limit
+// gives the number of all rows; otherwise `all` counts them. JSON begins with that number and holds back only so many
+// rows: for a longer page it is counted first, because a store cannot count while it gives rows.
 template <class Shown>
 void print(Store& store, SQL const& statement, Total const& all, Columns const& columns, Format format, long long limit,
            unsigned long long offset, Shown shown) {
@@ -33,12 +33,12 @@ void print(Store& store, SQL const& statement, Total const& all, Columns const& 
   auto const page = page_writer(format, std::cout, is_output_terminal(), columns, total, offset);
   store.query(statement, [&](Store::Row const& row) {
     page->row(shown(row));
-    return std::cout.good();  // what cannot be written need not be read
+    return std::cout.good();  // after a failed write the other rows need not be read
   });
   page->end();
 }
 
-// All rows of it.
+// Prints all rows of `select`.
 template <class Shown>
 void print_all(Store& store, Select_SQL const& select, Columns const& columns, Format format, Shown shown) {
   auto const all = [&](unsigned long long) { return store.count(select); };

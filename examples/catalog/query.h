@@ -5,18 +5,18 @@
 #include "output.h"
 #include "questions.h"
 
-/// What the commands that read a catalogue have in common.
+/// The options of all commands that read a catalogue.
 struct Read_Options {
   std::string store;
   Format format = Format::table;
 };
 
 struct Find_Options {
-  Read_Options read;  ///< not for `explain_find`
+  Read_Options read;  ///< `explain_find` does not use it
   File_Query query;
   Request_Source request;
   bool explain = false;
-  bool lenient = false;  ///< a request of which nothing can be used is no misuse
+  bool lenient = false;  ///< lists files also when no part of the request can be used
 };
 
 struct Changes_Options {
@@ -25,15 +25,15 @@ struct Changes_Options {
   std::string to;
 };
 
-/// The commands that read: each writes its answer to the standard output. The first two throw Misuse for a request
-/// that cannot be read; `find` says on the standard error stream what it could not use of one, throws Misuse when that
-/// is all of it, unless `lenient` is set, and with `explain` set is `explain_find`. When the standard output fails, the
-/// rest is not read; that it failed is left to the caller.
+/// The commands that read. Each writes its answer to the standard output and reads no further when that fails; the
+/// caller reports the failure. The first two throw Misuse for a request that cannot be read. `find` reports on the
+/// standard error stream what it could not use of a request. When that is all of it, `find` throws Misuse, unless
+/// `lenient` is set. With `explain` set it is `explain_find`.
 void find(Find_Options const& options);
 /// Writes the statements of `find` instead, see `explain`.
 void explain_find(Find_Options const& options);
-/// Lists the files that the run `to` found and `from` did not, and the other way round. Throws std::runtime_error
-/// without such a run.
+/// Lists the files that the run `to` found and `from` did not, and the other way round. Throws std::runtime_error when
+/// one of the runs does not exist.
 void changes(Changes_Options const& options);
 void stats(Read_Options const& options);
 void runs(Read_Options const& options);

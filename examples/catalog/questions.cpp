@@ -11,7 +11,7 @@
 namespace {
 
 constexpr long long files_per_page = 20;
-constexpr std::size_t total_bytes = 3;  // of the columns of totals
+constexpr std::size_t total_bytes = 3;  // its place in total_columns()
 
 constexpr char const* run_state =
     "CASE WHEN r.ended IS NULL THEN 'running' WHEN r.complete THEN 'complete' ELSE 'interrupted' END";
@@ -27,13 +27,13 @@ void add_keys(Select_SQL& select, Columns const& columns) {
   }
 }
 
-// Each file has a run and each run a host. Were the joins inner ones, MariaDB would begin with the hosts, and sort the
-// files of a run in a table of its own making.
+// Each file has a run and each run a host, so inner joins would give the same rows. With them, however, MariaDB would
+// begin with the hosts, and sort the files of a run in a temporary table.
 void join_run_and_host(Select_SQL& files) {
   files.left_join("runs", "r", "r.id=f.run_uuid").left_join("hosts", "h", "h.id=r.host_uuid");
 }
 
-// The same. A condition on a run or a host makes an outer join an inner one to MariaDB, which is told the order then.
+// The same rows. With a condition on a run or a host MariaDB makes the joins inner ones: this sets their order.
 void join_run_and_host(Select_SQL& files, SQL::Database_Type db, bool asks_of_runs) {
   if (db != SQL::DB_MYSQL || !asks_of_runs) return join_run_and_host(files);
   files.from(
@@ -45,13 +45,13 @@ bool asks_of_runs(Key_Outcomes const& outcomes) {
   return std::any_of(outcomes.begin(), outcomes.end(), [](Key_Outcome const& o) { return o.asks_of_runs; });
 }
 
-// The expression of the column `name`; `name` is one of them.
+// The expression of the column `name`, which exists.
 char const* expression_of(std::string const& name, Columns const& columns) {
   return std::find_if(columns.begin(), columns.end(), [&](Column const& c) { return name == c.name; })->expression;
 }
 
-// Explicit keys and orders win over the request's. Only expressions of the program's own reach the statement: a sort
-// key is SQL text, not a value.
+// Keys and orders of `query` win over the request's. A sort key is SQL text, not a value, so only the program's own
+// expressions reach the statement.
 void sort_files(Select_SQL& select, File_Query const& query, SQL_Filter_Parser const& request) {
   std::string keys = request.controls().sort() == nullptr ? "f.path" : *request.controls().sort();
   select.sort_by("f.path", false);
@@ -138,7 +138,7 @@ Select_SQL find_ids(Request const& request, SQL::Database_Type db, bool retired,
 
 void find_added(Select_SQL& files, SQL::Database_Type db, char const* word, std::string const& from,
                 std::string const& to) {
-  // MySQL would look each path up by its beginning, which deep directories share.
+  // MySQL would look up each path by its first bytes, which are the same in a deep directory.
   char const* const identity = db == SQL::DB_MYSQL ? "SHA2(files.path,256)" : "files.path";
   for (Column const& column : change_columns()) {
     files.add_key(column.expression == nullptr ? word : column.expression, column.name);

@@ -28,7 +28,7 @@ namespace {
 using Filter = SQL_Filter_Parser::Filter;
 using Filters = SQL_Filter_Parser::Filters;
 
-// Every column is qualified, for the statements join three tables.
+// Every column is qualified: the statements join three tables.
 Filters const allowed_keys[] = {
     {"name", 4, {"f", Filter::TYPE_TEXT, Filter::COLUMN_IS_NAME_DOT_KEY, 0}},
     {"path", 4, {"f", Filter::TYPE_TEXT, Filter::COLUMN_IS_NAME_DOT_KEY, 0}},
@@ -43,8 +43,8 @@ Filters const allowed_keys[] = {
     {"host", 4, {"h.name", Filter::TYPE_TEXT, Filter::COLUMN_IS_NAME, Filter::FLAG_LOWER_CASE}},
     {nullptr, 0, {nullptr, 0, 0, 0}}};
 
-// A database parses and runs only so much: SQLite takes expressions 1,000 deep, where each condition of a chain
-// may count twice, about 30 levels of parentheses, 2,000 sort keys and patterns of 50,000 bytes.
+// Databases limit a statement: SQLite takes expressions 1,000 deep, where each condition of a chain may count twice,
+// about 30 levels of parentheses, 2,000 sort keys, and patterns of 50,000 bytes, in an SQLite_Store 4,096.
 constexpr std::size_t most_conditions = 200;
 constexpr std::size_t most_levels = 16;
 constexpr std::size_t most_sort_keys = 32;
@@ -69,7 +69,7 @@ std::vector<std::string> pieces_of(std::string const& list) {
   return pieces;
 }
 
-// The elements of a list, be it an array or a text; null when it is neither.
+// The elements of a list, which is an array or a text; null for any other value.
 std::optional<Array> elements_of(Value const& list) {
   if (list.type() == json_spirit::array_type) return list.get_array();
   if (!is_text(list)) return std::nullopt;
@@ -96,7 +96,7 @@ std::string detail_of(Value const& value, std::string const& reason) {
   return "='" + shortened(is_text(value) ? value.get_str() : json.c_str()) + "': " + reason;
 }
 
-// A condition taken apart.
+// The parts of a condition.
 struct Condition {
   Item_SQL::Item_Op op;
   std::string key;
@@ -126,7 +126,7 @@ char const* wanted(SQL_Filter_Parser::Control_Kind kind) {
   }
 }
 
-// Why a value that the library takes is of no use to the database, or to the catalogue; null when it is of use.
+// Why the database or the catalogue cannot use a value that the library accepts; null when they can.
 char const* unfit(Condition const& condition) {
   auto const is_word = [&](Value const& v) {
     return condition.key == "kind" && is_text(v) && !is_integer(v.get_str());
@@ -150,13 +150,13 @@ char const* unfit(Condition const& condition) {
              : nullptr;
 }
 
-// The kind of JSON value that a key of the type is given.
+// The kind of JSON value for a key of the type.
 json_spirit::Value_type kind_of(unsigned int type) {
   if (type == Filter::TYPE_BOOL) return json_spirit::bool_type;
   return type == Filter::TYPE_INT ? json_spirit::int_type : json_spirit::str_type;
 }
 
-// How a value may be taken for another than it was meant to be; null when it is plain.
+// Why a value may not mean what its sender meant; null when it is clear.
 char const* doubt(Condition const& condition) {
   if (!condition.has_value()) return nullptr;
   Value const& value = condition.value;
@@ -181,7 +181,7 @@ char const* doubt(Condition const& condition) {
 
 // A pair of the request, or of a group in it.
 struct Pair {
-  std::string path;  // of the groups around it, each with a slash
+  std::string path;  // the groups around it, each with a slash
   std::string key;
   Value value;
   std::size_t level;
@@ -191,8 +191,8 @@ Key_Outcome outcome_of(Pair const& pair, Outcome outcome, char const* reason = n
   return {pair.path + pair.key, outcome, reason == nullptr ? "" : detail_of(pair.value, reason)};
 }
 
-// Feeds the parser pair by pair. The parser tells the log of what fails, and nobody of what it ignores or takes
-// loosely, so each pair is looked at before.
+// Gives the parser one pair at a time. The parser logs what fails, but reports nowhere what it ignores or takes
+// loosely, so the reader judges each pair first.
 class Reader {
 public:
   Reader(Filter_SQL& filter, Key_Outcomes& outcomes) : parser_(&filter, allowed_keys), outcomes_(outcomes) {}
@@ -281,7 +281,7 @@ Key_Outcome Reader::open_group(Pair const& group, std::vector<Pair>& left) {
   return outcome_of(group, Outcome::condition);
 }
 
-// The verdict on a pair that is no group: the parser's own, but for what it does not see.
+// Judges a pair that is no group: by the parser, then by what the parser does not check.
 Key_Outcome Reader::judge(Pair const& pair) {
   unsigned long long prefix = 0;
   Item_SQL::Item_Op const op = parser_.parse_op_key(pair.key, &prefix);
@@ -305,7 +305,7 @@ void Reader::read_control(std::string const& key, Value const& value) {
   SQL_Filter_Parser::Control_Kind const kind = SQL_Filter_Parser::control_kind(key);
   std::vector<std::string> const pieces = is_text(value) ? pieces_of(value.get_str()) : std::vector<std::string>();
   if (kind == SQL_Filter_Parser::SORT_KEYS && is_text(value)) {
-    // A sort list without a name in it would be a sort key without a name.
+    // An empty list would become a sort key without a name.
     if (pieces.empty()) return add(key, Outcome::failed, value, "no key");
     std::string const too_many = "more than " + std::to_string(most_sort_keys) + " keys";
     if (pieces.size() > most_sort_keys) return add(key, Outcome::failed, value, too_many);
@@ -321,7 +321,7 @@ void Reader::read_control(std::string const& key, Value const& value) {
   outcomes_.push_back({key, Outcome::control, ""});
 }
 
-// Why an object or a text is no part of a document; null for a part.
+// Why a value is no valid part of a document; null for a valid part.
 char const* flaw(Value const& part) {
   if (is_text(part)) return part.get_str().empty() ? "an empty text" : nullptr;
   if (part.type() != json_spirit::obj_type) return "neither an object nor a text";
@@ -342,7 +342,7 @@ char const* flaw(Value const& part) {
   return backup::is_uuid_key(*item_get_key(object)) && !is_valid_uuid(operand->get_str()) ? "no uuid" : nullptr;
 }
 
-// The library leaves out what is no part of a document; here that is an error, for less of a filter finds more.
+// The library skips invalid parts of a document. Here they are errors: a filter with fewer conditions finds more.
 void Reader::read_document(Object const& document, Filter_SQL& filter) {
   struct Part {
     std::string place;

@@ -10,7 +10,7 @@ namespace {
 
 constexpr std::size_t id_size = 16;
 constexpr std::size_t time_size = 6;
-constexpr std::size_t first_counted = 9;  // the bytes before have the time, the version and the variant
+constexpr std::size_t first_counted = 9;  // the bytes before hold the time, the version and the variant
 
 }  // namespace
 
@@ -20,7 +20,7 @@ Rising_Ids::Rising_Ids() : id_(id_size, 0) {
   auto time = std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
   for (std::size_t i = time_size; i-- > 0; time >>= 8) id_[i] = static_cast<unsigned char>(time & 0xFF);
   id_[6] = static_cast<unsigned char>((id_[6] & 0x0F) | 0x70);
-  id_[first_counted] &= 0x7F;  // room for more than there are files
+  id_[first_counted] &= 0x7F;  // room to count more files than there are
 }
 
 Byte_String Rising_Ids::next() {

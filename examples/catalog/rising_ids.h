@@ -4,9 +4,9 @@
 
 #include "backup/runtime/secure_memory.h"
 
-/// Ids in rising order: uuids of version 7 (RFC 9562, section 6.2, method 2), the first of the time it is made at and
-/// random bits, each other one the next number. A database adds rows with such keys at the end of its index; keys at
-/// random places would have every page of it read and written again.
+/// Ids in rising order: uuids of version 7 (RFC 9562, section 6.2, method 2). The first one has its time and random
+/// bits, each later one is the next number. A database adds rows with such keys at the end of its index; for random
+/// keys it would read and write every page again.
 class Rising_Ids {
 public:
   /// Throws std::runtime_error when the system has no random bits.

@@ -10,8 +10,8 @@ using backup::Store;
 
 namespace {
 
-// The database's words. MySQL needs a length where a column has a key, and collates what is no bytes; but lower-casing,
-// which the names of hosts are compared by, works on texts only.
+// The database's type names. MySQL needs a length for a column with a key, and collates all texts, so most columns are
+// bytes. Host names are texts: they are compared in lower case, and only texts can be lower-cased.
 struct Words {
   char const* uuid;
   char const* host;
@@ -20,7 +20,7 @@ struct Words {
   char const* integer;
   char const* boolean;
   char const* time;
-  char const* indexes;  ///< of files, where they are a part of the table's statement
+  char const* indexes;  ///< of files, where the table's statement has them
   char const* engine;
 };
 
@@ -54,7 +54,8 @@ constexpr char const* sqlite_indexes[] = {
     "CREATE INDEX IF NOT EXISTS files_by_retired ON files (retired) WHERE retired IS NOT NULL",
 };
 
-// From version 3, which found nothing by name; on MySQL the paths in its index had files read all over the table.
+// From version 3, without an index by name. On MySQL its index by run held paths, so files were read all over the
+// table.
 constexpr char const* mysql_indexes =
     "ALTER TABLE files DROP INDEX files_by_run, ADD INDEX files_by_run (run_uuid),"
     " ADD INDEX files_by_name (name(255)), ADD INDEX files_by_retired (retired)";
@@ -83,8 +84,8 @@ void run(Store& store, char const* statement) {
   store.run(text.str());
 }
 
-// What is done of an upgrade shows in the database: on MySQL a statement that changes a schema stays done, whatever
-// follows.
+// An upgrade looks at the database for the steps already done: on MySQL a schema change stays done, even when a later
+// step fails.
 bool has(Store& store, char const* what, char const* condition) {
   Select_SQL there;
   return store.count(there.from(what).count("*").where(condition, false)) > 0;

@@ -13,19 +13,17 @@ void check_version(long long version, std::string const& address);
 
 /// True for a version that `upgrade_schema` brings forward.
 bool is_older(long long version);
-/// Brings the tables of an older catalogue, or of one whose upgrade did not come to its end, to this version. Throws
-/// Store_Error.
+/// Brings the tables of an older catalogue, or of one upgraded only in part, to this version. Throws Store_Error.
 void upgrade_schema(backup::Store& store);
 
-/// Creates those of the catalogue's tables that are not there:
+/// Creates the missing tables of the catalogue:
 ///
 ///   hosts  a machine, by name
-///   runs   one indexing of a directory of a host; `ended` is null while it is running, and if it died; `left_out`
+///   runs   one indexing of a directory of a host; `ended` is null while it runs, and when it died; `left_out`
 ///          counts what could not be read or stored
-///   files  what a run found; `retired` says since when a file is no longer wanted, null for one that is
+///   files  what a run found; `retired` says since when a file is no longer wanted, null for the others
 ///
-/// Keys are uuids of 16 bytes; a column that refers to one ends in "_uuid", by which filter documents know it. Times
-/// are POSIX seconds, `retired` the text YYYY-MM-DD hh:mm:ss in UTC, names and paths the bytes they are. Files are
-/// indexed by run, by name and, where they have one, by the time since when they are retired: docs/performance.md says
-/// why by nothing else. Throws Store_Error.
+/// Keys are uuids of 16 bytes. A column that refers to one ends in "_uuid": so filter documents recognise it. Times are
+/// POSIX seconds, except `retired`, the text YYYY-MM-DD hh:mm:ss in UTC. Names and paths are stored byte for byte.
+/// Files are indexed by run, by name and, if they are retired, by that time. Throws Store_Error.
 void create_schema(backup::Store& store);

@@ -14,7 +14,7 @@ using backup::Store_Error;
 
 namespace {
 
-// SQLite keeps this number in the file's header, whose file it is, and beside it the version of the schema.
+// SQLite keeps this number in the file's header, to mark whose file it is, next to the version of the schema.
 constexpr long long application_id = 0x43544C47;
 
 long long pragma(Store& store, std::string const& name) {
@@ -64,13 +64,13 @@ void check_catalog(Store& store, std::string const& file) {
   check_version(pragma(store, "user_version"), file);
 }
 
-// SQLite takes the first of them for a database in memory, a user may take the others for one too.
+// SQLite opens the first of them as a database in memory; a user may expect the same of the others.
 bool names_memory(std::string const& file) {
   bool const is_uri = file.compare(0, 5, "file:") == 0;
   return file == ":memory:" || (is_uri && file.find("memory") != std::string::npos);
 }
 
-// Reading needs no right to write, unless a writer was killed and what it left half done must be rolled back first.
+// Reading needs no right to write, except after a writer was killed: its unfinished changes must be rolled back first.
 std::unique_ptr<Store> open_for_reading(std::string const& file) {
   try {
     return std::make_unique<SQLite_Store>(file, SQLite_Store::OPEN_READ_ONLY);

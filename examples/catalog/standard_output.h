@@ -2,8 +2,8 @@
 
 #include <string>
 
-/// The standard output of a command. From its making on, a reader that has gone is an error of the stream and no
-/// signal, so that what is under way can be ended in order. One in a process.
+/// The standard output of a command. Once it is made, a reader that has gone gives an error of the stream instead of a
+/// signal, so the command can end in order. One per process.
 class Standard_Output {
 public:
   Standard_Output();
@@ -11,16 +11,16 @@ public:
   Standard_Output& operator=(Standard_Output const&) = delete;
   ~Standard_Output() = default;
 
-  /// Writes what is left. Throws std::runtime_error when that, or anything before, could not be written; when it is the
-  /// reader that has gone, the process ends by SIGPIPE instead, unless that is ignored, as other programs do.
+  /// Writes the rest. Throws std::runtime_error when any of the output could not be written. When its reader has gone,
+  /// the process ends by SIGPIPE instead, as other programs do, unless that signal is ignored.
   void finish() const;
 
 private:
   void (*const broken_pipe_)(int);
 };
 
-/// Writes a line that tells what was changed. Throws std::runtime_error, which tells it too, when it cannot be written.
+/// Writes `change` as a line. When it cannot be written, throws std::runtime_error with the same text in it.
 void report_change(std::string const& change);
 
-/// True for a terminal, which control characters change.
+/// True for a terminal, which obeys control characters.
 bool is_output_terminal();

@@ -51,7 +51,7 @@ char const* find(Table const& table, int code) {
 }  // namespace
 
 std::string store_error_text(std::string const& address, backup::Store_Error const& error) {
-  // Without a statement it is about opening, and names the store itself, or does not on purpose.
+  // An error without a statement comes from opening. It names the store already, or keeps it out on purpose.
   std::string text = error.statement().empty() ? error.message() : address + ": " + error.message();
   bool const is_server = backup::MySQL_Store::is_url(address);
   char const* const advice = is_server ? find(mysql_advice, error.code()) : find(sqlite_advice, error.code() & 0xFF);

@@ -91,7 +91,7 @@ std::string printable_json(std::string const& json) {
       out += bytes;
       return;
     }
-    out += "\\u";  // none is above U+FFFF
+    out += "\\u";  // no such character is above U+FFFF
     for (unsigned int shift = 16; shift > 0;) out += digits[point.value >> (shift -= 4) & 0xFU];
   });
   return out;

@@ -7,13 +7,13 @@
 /// characters, characters that reorder a line, and bytes that are no UTF-8 as \xNN. The result is valid UTF-8.
 std::string printable(std::string const& text);
 
-/// JSON text with the characters above U+007E that harm a terminal as \uXXXX, which leaves its value as it is.
+/// JSON text of the same value: characters above U+007E that harm a terminal become \uXXXX.
 std::string printable_json(std::string const& json);
 
 /// `text` with U+FFFD in place of each byte that is no UTF-8.
 std::string valid_utf8(std::string const& text);
 
-/// Code points of a valid UTF-8 text: its columns, but for wide and combining characters.
+/// The number of code points in a valid UTF-8 text: its width in columns, except for wide and combining characters.
 std::size_t display_width(std::string const& text);
 
 /// Digits in groups of three: 1,234,567.

@@ -22,7 +22,7 @@ File_Kind kind_of(mode_t mode) {
   return S_ISLNK(mode) ? File_Kind::link : File_Kind::other;
 }
 
-// Directories to hold open at once; the rest of the process, the database first, needs some files too.
+// How many directories may be open at once; the rest of the process, above all the database, needs files too.
 std::size_t most_open() {
   constexpr long most = 64;
   constexpr long files_elsewhere = 24;
@@ -43,7 +43,7 @@ DIR* open_directory(int parent, char const* name) {
   return directory;
 }
 
-// The next name, of the directory itself and its parent none; null at the end, with errno when that is an error.
+// The next name except "." and ".."; null at the end, and null with errno for an error.
 char const* next_name(DIR* directory) {
   for (;;) {
     errno = 0;
@@ -97,7 +97,7 @@ bool Tree_Walk::next(File& file) {
   return false;
 }
 
-// Takes the next name of the level into `name_`; false after the last.
+// Reads the next name of the level into `name_`; false after the last.
 bool Tree_Walk::read_name(Level& level) {
   if (level.is_kept) {
     if (level.next_name == level.names.size()) return false;
@@ -114,8 +114,7 @@ bool Tree_Walk::read_name(Level& level) {
   return name != nullptr;
 }
 
-// Opens the directory at `path_`, `name` in `parent`, and makes it the one that is read. False with errno when it
-// cannot.
+// Opens the directory at `path_`, `name` in `parent`, and goes on in it. False with errno when it cannot be opened.
 bool Tree_Walk::enter(int parent, char const* name) {
   Directory directory(open_directory(parent, name));
   struct stat status {};
@@ -130,7 +129,7 @@ bool Tree_Walk::enter(int parent, char const* name) {
   return true;
 }
 
-// The top stays open: from there closed directories can be found again.
+// The top stays open: closed directories can be found again from there.
 void Tree_Walk::close_outermost() {
   Level& level = levels_[first_open_++];
   if (!level.is_kept) {
@@ -141,7 +140,7 @@ void Tree_Walk::close_outermost() {
   level.directory.reset();
 }
 
-// Ends the directory that is read. What is still to come of its parent is lost when that cannot be opened again.
+// Leaves the current directory. When its parent cannot be opened again, the parent's remaining names are lost.
 void Tree_Walk::leave() {
   std::size_t const last = levels_.size() - 1;
   if (last > 1 && levels_[last - 1].directory == nullptr) {
@@ -158,7 +157,7 @@ void Tree_Walk::leave() {
   first_open_ = std::min(first_open_, std::max<std::size_t>(levels_.size(), 1));
 }
 
-// The parent of the directory that is read; null with errno when neither ".." nor its path leads there.
+// Opens the parent of the current directory; null with errno when neither ".." nor its path leads there.
 Tree_Walk::Directory Tree_Walk::reopen_parent() const {
   std::size_t const index = levels_.size() - 2;
   auto const is_parent = [&](Directory const& directory) {
@@ -177,7 +176,7 @@ Tree_Walk::Directory Tree_Walk::reopen_parent() const {
     from = dirfd(directory.get());
   }
   if (is_parent(directory)) return directory;
-  errno = ENOENT;  // another one is there now
+  errno = ENOENT;  // another directory is there now
   return nullptr;
 }
 

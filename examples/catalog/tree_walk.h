@@ -24,10 +24,9 @@ private:
 /// Walks everything below a directory, one entry in memory at a time, a directory before its content. Symbolic links
 /// are entries and are not followed; other file systems are entered.
 ///
-/// The directories on the way down are held open, 64 at most and fewer where the process may not open as many. In a
-/// deeper tree the outer ones are closed, what is still to come of their names is kept, and they are opened again on
-/// the way back. What cannot be read is reported and skipped; a directory whose content cannot be read is still an
-/// entry.
+/// The walk holds the directories on the way down open, at most 64, and fewer when the process may not open as many. In
+/// a deeper tree it closes the outer ones, keeps their remaining names, and opens them again on the way back. It
+/// reports and skips what it cannot read; a directory with unreadable content is still an entry.
 class Tree_Walk {
 public:
   /// Called with the path and the system's reason.
@@ -50,7 +49,7 @@ private:
     std::size_t path_length;  // of the directory's path with a slash at its end
     dev_t device;
     ino_t number;
-    bool is_kept = false;  // what was still to come is in `names`, each with a zero byte at its end
+    bool is_kept = false;  // `names` has the remaining names, each with a zero byte at its end
     std::string names;
     std::size_t next_name = 0;
   };
@@ -64,7 +63,7 @@ private:
 
   Report unreadable_;
   std::size_t const most_open_;
-  std::vector<Level> levels_;  // open are the first one and those from first_open_
+  std::vector<Level> levels_;  // the first one and those from first_open_ on are open
   std::size_t first_open_ = 1;
   std::string path_;
   std::string name_;

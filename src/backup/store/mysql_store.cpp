@@ -11,7 +11,7 @@ namespace backup {
 
 namespace {
 
-// What begins and ends a transaction, which not every server prepares.
+// True for the texts that begin and end a transaction, which not every server prepares.
 bool is_control(std::string const& text) {
   return text == "START TRANSACTION" || text == "COMMIT" || text == "ROLLBACK";
 }
@@ -22,7 +22,7 @@ struct MySQL_Store::Connection {
   Connection(std::string const& url, Secure_String const& password) : db(url, password) {}
 
   MySQL_Connection db;
-  MySQL_Statement_Cache cache;  // goes before the database
+  MySQL_Statement_Cache cache;  // destroyed before the database
 };
 
 MySQL_Store::MySQL_Store(std::string const& url, Secure_String const& password)
@@ -48,7 +48,7 @@ Store::Result MySQL_Store::execute(Command const& command) {
     db.run(command.text);
     return {};
   } catch (...) {
-    // What was left unread may have ended the transaction, and an error does not tell; the answer to a statement does.
+    // Rows left unread may have ended the transaction. An error does not tell; the answer to another statement does.
     if (in_transaction()) db.settle();
     throw;
   }

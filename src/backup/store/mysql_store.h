@@ -9,48 +9,50 @@
 
 namespace backup {
 
-/// A database on a MySQL or MariaDB server, through one connection. What is said of the server was measured on MariaDB
+/// A database on a MySQL or MariaDB server, through one connection. The facts about the server were measured on MariaDB
 /// 10.11; MySQL itself was not tried.
 ///
-/// Its session is set to UTF-8, UTC, commits of their own for statements outside a transaction, and the SQL modes
-/// NO_BACKSLASH_ESCAPES, without which a text literal of this library could end early, and STRICT_ALL_TABLES.
-/// EMPTY_STRING_IS_NULL is taken away. The modes are read back: without them there is no store, and a session that
-/// loses the first one later runs nothing more.
+/// The store sets its session to UTF-8, UTC, autocommit, and the SQL modes NO_BACKSLASH_ESCAPES and STRICT_ALL_TABLES,
+/// and removes the mode EMPTY_STRING_IS_NULL. Without NO_BACKSLASH_ESCAPES a text literal of this library could end
+/// early. The constructor reads the modes back and throws when one is missing. When the session loses
+/// NO_BACKSLASH_ESCAPES later, every statement is an error.
 ///
-/// Strict mode refuses a value that is out of its column's range, too long for it, or no date; with OR_IGNORE it
-/// stores another one in its place. It lets through what is rounded to a column's decimals, loses blanks at its end, or
-/// loses the time of day in a DATE, and a date of zeros.
+/// Strict mode refuses a value that is out of its column's range, too long for it, or no date; with OR_IGNORE the
+/// server stores another value instead. Strict mode allows a date of zeros. It also rounds numbers to the column's
+/// decimals, and drops blanks at the end of a text and the time of day in a DATE.
 ///
-/// A lost connection is an error and stays one: a new connection would not know of the open transaction. No statement
-/// has a time limit, and the client library makes the process ignore SIGPIPE.
+/// After a lost connection every statement is an error: a new connection would not know of the open transaction.
+/// Statements have no time limit. The client library makes the process ignore SIGPIPE.
 ///
-/// The protocol knows no named parameters; BY_NAME the store puts marks in their places, outside of literals, quoted
-/// names and comments, so a literal that looks like a name is left alone. A statement takes at most 65,535 values; one
-/// larger than the server's max_allowed_packet costs the connection.
+/// The protocol has no named parameters: BY_NAME, the store replaces each name by a mark, but leaves literals, quoted
+/// names and comments alone. A statement takes at most 65,535 values. A statement larger than the server's
+/// max_allowed_packet ends the connection.
 ///
-/// Integers come back as unsigned where the column is, dates and times as texts, DECIMAL as an integer when it has no
-/// decimals and fits 64 bits, else as text, digit by digit. Texts of binary columns are bytes. The database compares,
-/// sorts and lowers texts by the columns' collations; binary columns it does not lower. In a LIKE without ESCAPE a
-/// backslash escapes on columns of utf8mb4 in this mode too; on columns of latin1 and binary ones it does not.
+/// Integers of unsigned columns come back unsigned, dates and times as texts, texts of binary columns as bytes. A
+/// DECIMAL comes back as an integer when its column has no decimals and it fits 64 bits, else as the text of its
+/// digits. The database compares, sorts and lower-cases texts by their columns' collations; it does not lower-case
+/// binary columns. In a LIKE without ESCAPE a backslash escapes on utf8mb4 columns, even in this mode; on latin1 and
+/// binary columns it does not.
 ///
-/// `run` returns the rows that an UPDATE found, changed or not; of REPLACE each replaced row counts twice; 0 for a
-/// statement that returns rows.
+/// For an UPDATE, `run` returns the number of rows found, changed or not. A REPLACE counts each replaced row twice. A
+/// statement that returns rows gives 0.
 ///
-/// When a callback stops a query early, or throws, what comes of its rows within 10 milliseconds is read and dropped.
-/// Is there more, a text that begins with SELECT is cancelled on the server (KILL QUERY), through a second connection
-/// with the same settings, which is refused where a proxy or another server answers; rows that were not read may then
-/// stay unlocked (FOR UPDATE), and what a function called for them would have changed stays as it was. The transaction
-/// goes on, and no other statement is hit. Where that cannot be done, and of other statements, whose changes would be
-/// taken back, the rest is read to its end. A row that is long in coming is waited for.
+/// When a callback stops a query early, or throws, the store reads and drops the other rows. After 10 milliseconds of
+/// this it cancels the query on the server (KILL QUERY), through a second connection with the same settings. It cancels
+/// only a text that begins with SELECT, because other statements would lose their changes, and not where a proxy or
+/// another server answers; then it reads to the end. It always waits for the next row, even a late one.
+///
+/// Cancelling may leave unread rows unlocked (FOR UPDATE), and functions in the query do not run for them. The
+/// transaction goes on, and no other statement is cancelled.
 class BACKUP_STORE_API MySQL_Store : public Store {
 public:
   /// True for a text that begins with "mysql:" or "mariadb:", in letters of any case.
   static bool is_url(std::string const& text);
 
   /// `url` is "mysql://[user@]host[:port]/[database]", by TCP, or "mysql://[user@]/[database]?socket=path", or the same
-  /// with "mariadb://"; percent escapes are decoded. Throws Store_Error when there is no such connection, and for a
-  /// password in `url`; a URL that is refused, which may hold one, is not in the error. A server that says nothing is
-  /// given up after 10 seconds. The password is kept until this store goes.
+  /// with "mariadb://"; percent escapes are decoded. Throws Store_Error when it cannot connect, after 10 seconds when
+  /// the server does not answer, and for a malformed URL or one with a password; the error does not show such a URL.
+  /// The store keeps the password until its end.
   explicit MySQL_Store(std::string const& url, Secure_String const& password = Secure_String());
   ~MySQL_Store() override;
 

@@ -23,7 +23,8 @@ namespace backup {
 
 namespace {
 
-// LIKE recurses for each "%": half as many take up to 350 KB of stack. SQLite's own limit of 50,000 takes 4 MB.
+// LIKE recurses for each "%". A pattern of this length can make it do so half as often and take up to 350 KB of stack;
+// SQLite's own limit of 50,000 takes 4 MB.
 constexpr int longest_pattern = 4096;
 
 struct Close {
@@ -54,7 +55,7 @@ public:
     sqlite3_busy_handler(db, wait, this);
   }
 
-  // A statement begins.
+  // Called when a statement begins.
   void restart() noexcept { waited_ = {}; }
 
   std::string message() const {
@@ -96,8 +97,8 @@ struct Link {
   fail(is_locked(code) ? link.lock_wait.message() : message, code, text);
 }
 
-// True when nothing but blanks, comments and semicolons is left. SQLite's own parser would tell too, but some settings
-// act as soon as they are parsed.
+// True when only blanks, comments and semicolons are left. SQLite's own parser would tell too, but it applies some
+// settings while it parses.
 bool is_blank(char const* text) {
   std::string_view rest(text);
   for (;;) {
@@ -125,7 +126,7 @@ Handle compile(Link const& link, std::string const& text, bool keep) {
   return handle;
 }
 
-// Binds without copying: what it is given must live until the statement is through.
+// Binds without a copy: texts and bytes must live until the statement ends.
 class Binder {
 public:
   Binder(sqlite3_stmt* statement, std::size_t place) : statement_(statement), index_(static_cast<int>(place) + 1) {}
@@ -157,8 +158,8 @@ private:
 
 Prepared prepare(Link const& link, std::string const& text, bool keep) {
   Prepared prepared{text, compile(link, text, keep), {}};
-  // A copy of the names: SQLite finds one only by searching them all, and moves them when it compiles the text again
-  // after a schema change.
+  // The names are copied: SQLite searches all of them for one, and moves them when it compiles the text again after a
+  // schema change.
   Parameters& parameters = prepared.parameters;
   parameters.places = static_cast<std::size_t>(sqlite3_bind_parameter_count(prepared.handle.get()));
   for (std::size_t place = 0; place < parameters.places; ++place) {
@@ -169,7 +170,7 @@ Prepared prepare(Link const& link, std::string const& text, bool keep) {
   return prepared;
 }
 
-// A statement with the values of one run; ready for the next one when it goes back.
+// A statement with the values of one run. The destructor makes it ready for the next run and returns it to the cache.
 class Running_Statement {
 public:
   Running_Statement(Link const& link, Cache& cache, Store::Command const& command)
@@ -201,14 +202,13 @@ public:
     return false;
   }
 
-  // Ends it, also before its last row: what a statement outside a transaction changed is committed here, or fails to
-  // be.
+  // Ends the statement, also before its last row. Outside a transaction this commits its changes, which may fail.
   void finish() {
     int const code = sqlite3_reset(statement_);
     if (code != SQLITE_OK) fail_step(code);
   }
 
-  // Columns are known after the first step only, which may compile the statement again.
+  // Valid only after the first step, which may compile the statement again.
   std::size_t column_count() const { return static_cast<std::size_t>(sqlite3_column_count(statement_)); }
 
   std::vector<std::string> column_names() const {
@@ -238,16 +238,16 @@ private:
     }
   }
 
-  // The text or bytes of the column, in a buffer that keeps its storage from row to row. No bytes come as a null
-  // pointer.
+  // The text or bytes of the column, in a buffer that keeps its storage from row to row. SQLite gives a null pointer
+  // for no bytes.
   std::string const& characters(void const* data, int column) {
     auto const size = static_cast<std::size_t>(sqlite3_column_bytes(statement_, column));
     buffer_.assign(size == 0 ? "" : static_cast<char const*>(or_no_memory(data)), size);
     return buffer_;
   }
 
-  // SQLite's functions quote their arguments ("JSON path error near 'x'"). With values bound, only the message of a
-  // constraint is told, which names columns, or that of a text that does not compile any more, which knows no values.
+  // SQLite's functions quote their arguments ("JSON path error near 'x'"). With values bound, only two messages are
+  // safe: that of a constraint, which names columns, and that of a text that no longer compiles, which knows no values.
   [[noreturn]] void fail_step(int code) {
     bool const may_quote = node_.front().parameters.places > 0 && (code & 0xFF) != SQLITE_CONSTRAINT;
     if (!may_quote) fail(link_, sqlite3_errmsg(link_.db), code, command_.text);
@@ -271,13 +271,13 @@ int open_flags(SQLite_Store::Open_Mode mode) {
   return flags | SQLITE_OPEN_READWRITE | (mode == SQLite_Store::OPEN_OR_CREATE ? SQLITE_OPEN_CREATE : 0);
 }
 
-// Why a file that is not there is not made. SQLite tries a second time, without making it, and tells of that only.
+// Why a missing file was not created. SQLite tries a second time without creating it, and reports only that failure.
 int creation_error(std::string const& file) {
   std::filesystem::path const directory = std::filesystem::path(file).parent_path();
   return faccessat(AT_FDCWD, directory.empty() ? "." : directory.c_str(), W_OK, AT_EACCESS) == 0 ? ENOENT : errno;
 }
 
-// <SQLite's message>[: <what the system says>]
+// <SQLite's message>[: <the system's message>]
 std::string open_error(sqlite3* db, int code, std::string const& file, SQLite_Store::Open_Mode mode) {
   std::string const message = sqlite3_errmsg(db);
   bool const is_system = (code & 0xFF) == SQLITE_CANTOPEN || (code & 0xFF) == SQLITE_IOERR;
@@ -286,7 +286,7 @@ std::string open_error(sqlite3* db, int code, std::string const& file, SQLite_St
   return cause == 0 ? message : message + ": " + std::system_category().message(cause);
 }
 
-// SQLite would wait for the other end of a pipe, and take a directory for what it calls an I/O error.
+// SQLite would wait for the other end of a pipe, and report an I/O error for a directory.
 bool is_other_than_file(std::string const& path) {
   std::error_code ignored;
   auto const status = std::filesystem::status(path, ignored);
@@ -298,7 +298,7 @@ Database open_database(std::string const& path, SQLite_Store::Open_Mode mode, Lo
     throw Store_Error("cannot open a database whose path is empty or holds a zero byte", 0, "");
   }
   std::string const place = "cannot open database '" + path + "': ";
-  // Where SQLite is built to read URIs, a path that begins like one is still a path.
+  // A path that begins like a URI is still a path, even where SQLite is built to read URIs.
   std::string const file = path.compare(0, 5, "file:") == 0 ? "./" + path : path;
   if (file != ":memory:" && is_other_than_file(file)) throw Store_Error(place + "not a regular file", 0, "");
   sqlite3* handle = nullptr;
@@ -307,7 +307,7 @@ Database open_database(std::string const& path, SQLite_Store::Open_Mode mode, Lo
   if (code == SQLITE_OK) {
     lock_wait.attach(handle);
     sqlite3_limit(handle, SQLITE_LIMIT_LIKE_PATTERN_LENGTH, longest_pattern);
-    // The second setting is in the file, which is read here for the first time.
+    // The second setting is in the file: this is the first read of it.
     code = sqlite3_exec(handle, "PRAGMA foreign_keys=ON;PRAGMA schema_version", nullptr, nullptr, nullptr);
   }
   if (is_locked(code)) fail(lock_wait.message(), code, "");
@@ -326,7 +326,7 @@ struct SQLite_Store::Connection {
 
   Lock_Wait lock_wait;
   Database db;
-  Cache cache;  // goes before the database
+  Cache cache;  // destroyed before the database
 };
 
 SQLite_Store::SQLite_Store(std::string const& path, Open_Mode mode, std::chrono::milliseconds wait)
@@ -365,7 +365,7 @@ Store::Result SQLite_Store::execute(Command const& command) {
     more = statement.step();
   }
   statement.finish();
-  // A statement that changes no row leaves the number of the one before.
+  // After a statement that changes no row, SQLite still gives the number of the one before.
   bool const changed = sqlite3_total_changes64(db) != changes_before;
   if (changed) result.changed = static_cast<unsigned long long>(sqlite3_changes64(db));
   return result;

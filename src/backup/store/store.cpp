@@ -48,7 +48,7 @@ bool is_count(Store::Row const& row) {
 }
 
 char const* begin_text(SQL::Database_Type db) {
-  // A lock taken later, by the first change after a read, would fail at once instead of waiting for another writer.
+  // When the first change after a read takes the lock, it fails at once instead of waiting for another writer.
   return db == SQL::DB_SQLITE ? "BEGIN IMMEDIATE" : "START TRANSACTION";
 }
 
@@ -142,7 +142,7 @@ Transaction::~Transaction() {
   try {
     if (store_.in_transaction()) store_.run("ROLLBACK");
   } catch (std::exception const&) {
-    // Nobody to tell: the database rolls back when the connection closes.
+    // The database rolls back when the connection closes.
   }
 }
 

@@ -13,8 +13,8 @@
 
 namespace backup {
 
-/// What went wrong on the database. `what()` holds the driver's message, its code and the statement's text; a bound
-/// value never, so a message that might quote one is replaced by the driver's general words for the code.
+/// An error of the database or the store. `what()` holds the driver's message, its code and the statement's text, never
+/// a bound value: general words replace a message that may quote one.
 class BACKUP_STORE_API Store_Error : public std::runtime_error {
 public:
   Store_Error(std::string const& message, int code, std::string const& statement);
@@ -23,7 +23,7 @@ public:
 
   /// The driver's code; 0 when the store itself refused.
   int code() const noexcept { return code_; }
-  /// What went wrong, without the statement: for users of a program, whom a statement tells nothing.
+  /// The error without the statement, for users of a program.
   std::string const& message() const noexcept { return texts_->message; }
   /// The text of the statement, with its parameter marks; empty when there was none.
   std::string const& statement() const noexcept { return texts_->statement; }
@@ -46,21 +46,21 @@ private:
 ///     for (Store::Row const& row : store.rows(cheap)) std::cout << row[0].val().get_str() << '\n';
 ///     store.transact([&] { store.run("DELETE FROM item"); });
 ///
-/// Statements are rendered for the store's own dialect and their values are bound, by name or by position; prepared
-/// statements are kept where the driver allows it, and used again for the same text. A parameter without a value is
-/// an error and nothing is run; a value that the text does not name is one BY_NAME, and left out BY_POSITION. Every
-/// failure is a Store_Error, but for want of memory (std::bad_alloc).
+/// The store renders a statement for its own dialect and binds the values by name or by position. Where the driver
+/// allows it, it keeps the prepared statement and uses it again for the same text. A parameter without a value is an
+/// error, and nothing runs. A value that the text does not name is an error BY_NAME and is left out BY_POSITION.
+/// Missing memory throws std::bad_alloc, every other failure a Store_Error.
 ///
-/// Values go in as their own kind: null, integers, reals, texts and bytes of any length with zero bytes, secret kinds
-/// like plain ones; booleans as 1 and 0; objects and arrays as compact JSON text. They come back as null, integer,
-/// real, text or bytes.
+/// Null, integers, reals, texts and bytes are stored as such; texts and bytes have any length and may hold zero bytes.
+/// Secret kinds are stored like plain ones, booleans as 1 and 0, objects and arrays as compact JSON text. Values come
+/// back as null, integer, real, text or bytes.
 class BACKUP_STORE_API Store {
 public:
   enum Binding_Mode { BY_NAME, BY_POSITION };
 
   using Row = std::vector<Binding_Value>;
   /// Called for each row, with the values in column order; the row is valid during the call. False stops the statement,
-  /// what it throws passes through. It must not use the store, which refuses that.
+  /// an exception passes through. The callback must not use the store: that is an error.
   using Row_Callback = std::function<bool(Row const& row)>;
 
   Store(Store const&) = delete;
@@ -69,17 +69,17 @@ public:
 
   virtual SQL::Database_Type dialect() const = 0;
 
-  /// What an error of this store's tells about the next attempt.
+  /// What an error of this store means for another attempt.
   enum Failure {
-    CONFLICT,       ///< another transaction stood in the way: the whole transaction may succeed when it is run again
+    CONFLICT,       ///< another transaction was in the way; run again, the whole transaction may succeed
     REFUSED_VALUE,  ///< a value that the database never takes: too long, out of range, against a constraint
     OTHER_FAILURE
   };
   virtual Failure failure(Store_Error const& error) const = 0;
 
-  /// Runs `work`, all of one transaction, and commits it. After a CONFLICT it is rolled back and runs again, ten times
-  /// in all with growing pauses between, so what `work` leaves outside the database it makes anew each time. Any other
-  /// error rolls back and passes through, as does the tenth CONFLICT.
+  /// Runs `work` as one transaction and commits it. After a CONFLICT, rolls back and runs `work` again, ten times in
+  /// all with growing pauses, so `work` must set anew what it changes outside the database. Any other error rolls back
+  /// and passes through, and so does the tenth CONFLICT.
   void transact(std::function<void()> const& work);
 
   /// Runs a statement and returns the number of rows it inserted, changed or deleted.
@@ -95,15 +95,15 @@ public:
   /// The number that the statement's count query gives.
   unsigned long long count(SQL const& statement, Binding_Mode mode = BY_NAME);
 
-  /// One run of one statement, as a database is asked for it.
+  /// One run of one statement.
   struct Command {
     std::string text;
     /// The values of its parameters: a list gives them by position, a map by name.
     std::variant<std::vector<Binding_Value>, Bindings> values;
-    /// Empty: nobody looks at the rows, so they are not even read from the driver.
+    /// Empty: the store does not read the rows' values from the driver.
     Row_Callback on_row;
   };
-  /// What came of it.
+  /// The result of a run.
   struct Result {
     unsigned long long changed = 0;    ///< rows inserted, changed or deleted
     std::vector<std::string> columns;  ///< names; none when the statement returns no rows
@@ -115,30 +115,30 @@ protected:
 private:
   friend class Transaction;
 
-  /// The one way to a database, which each store has its own of: all functions above make a command and come here.
-  /// `command` lives until it is through, so its values are bound where they are.
+  /// Runs a command on the store's database; all functions above end here. `command` outlives the call, so its values
+  /// are bound without a copy.
   virtual Result execute(Command const& command) = 0;
-  /// As the database itself last said.
+  /// As the database itself last answered.
   virtual bool in_transaction() const = 0;
 
-  /// `execute`, unless a Transaction is open here that the database has ended, or a row callback asks for it.
+  /// `execute`; an error from a row callback, and after the database has ended the open Transaction.
   Result perform(Command const& command);
 
   bool has_transaction_ = false;
   bool is_running_ = false;
 };
 
-/// A transaction from construction to `commit()`; destroyed before that, it is rolled back. They do not nest: a second
-/// one is an error.
+/// A transaction from construction to `commit()`; the destructor rolls back what is not committed. Transactions do not
+/// nest: a second one is an error.
 ///
-/// Nothing else may begin or end one: on MariaDB a text that does both at once (BEGIN, COMMIT AND CHAIN) goes
-/// unnoticed.
+/// No statement may begin or end a transaction itself: on MariaDB the store does not notice a text that does both at
+/// once (BEGIN, COMMIT AND CHAIN).
 ///
-/// A database may end one by itself: MariaDB rolls back to resolve a deadlock and commits before a statement that
-/// changes the schema, SQLite rolls back when its disk is full. Statements that follow are errors then, rather than
-/// each committed alone.
+/// A database may end a transaction: MariaDB rolls back to resolve a deadlock and commits before a statement that
+/// changes the schema, SQLite rolls back when its disk is full. Each later statement is then an error and is not
+/// committed alone.
 ///
-/// `Store::transact` is the same for work that can run again, which a database may ask for at any time.
+/// A database may ask at any time to run a transaction again: `Store::transact` does so.
 ///
 /// On MariaDB others may change what a transaction has read before it writes. On SQLite a transaction is the only
 /// writer from its beginning.
@@ -147,11 +147,10 @@ public:
   explicit Transaction(Store& store);
   Transaction(Transaction const&) = delete;
   Transaction& operator=(Transaction const&) = delete;
-  /// Rolls back what was not committed; a failure to do so is left to the database, which rolls back with the
-  /// connection.
+  /// Rolls back what was not committed. When that fails, the database rolls back at the end of the connection.
   ~Transaction();
 
-  /// After a failure the transaction is still open and is rolled back at the end.
+  /// After a failure the transaction is still open, and the destructor rolls it back.
   void commit();
 
 private:

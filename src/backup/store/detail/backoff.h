@@ -7,8 +7,8 @@
 
 namespace backup {
 
-/// Pauses between attempts at what others use too: each up to twice as long as the one before, and at random, so that
-/// those who wait do not come back together. They stay short enough for everyone's turn to come soon.
+/// Pauses between attempts at something that others use too. Pauses are random, so that those who wait do not come back
+/// together. The longest one doubles each time, up to 50 ms, so everyone's turn comes soon.
 class Backoff {
 public:
   void restart() noexcept { longest_ = shortest; }

@@ -8,7 +8,7 @@
 /// What the drivers of all databases have in common.
 namespace backup {
 
-/// Throws std::bad_alloc for null, a driver's sign of short memory.
+/// Throws std::bad_alloc for null, by which a driver reports missing memory.
 template <class T>
 T* or_no_memory(T* result) {
   if (result == nullptr) throw std::bad_alloc();

@@ -8,8 +8,8 @@
 
 namespace backup {
 
-/// A value on its way to the server: numbers inside, texts and bytes where they are, which must live until the
-/// statement is through. A driver for `hand_over`.
+/// A driver for `hand_over`: a value in the client library's form. Numbers are copied. Texts and bytes are not: they
+/// must live until the statement ends.
 class MySQL_Binder {
 public:
   void null() { bind_.buffer_type = MYSQL_TYPE_NULL; }
@@ -22,7 +22,7 @@ public:
   void text(char const* data, std::size_t size) { characters(MYSQL_TYPE_STRING, data, size); }
   void bytes(char const* data, std::size_t size) { characters(MYSQL_TYPE_BLOB, data, size); }
 
-  /// What the driver takes; it points into this object.
+  /// The value for the client library; it points into this object.
   MYSQL_BIND bound() {
     if (bind_.buffer == nullptr) bind_.buffer = number_.data();
     return bind_;
@@ -38,7 +38,7 @@ private:
 
   void characters(enum_field_types type, char const* data, std::size_t size) {
     bind_.buffer_type = type;
-    bind_.buffer = const_cast<char*>(data);  // the driver reads it only
+    bind_.buffer = const_cast<char*>(data);  // the driver only reads it
     bind_.buffer_length = static_cast<unsigned long>(size);
   }
 

@@ -12,7 +12,7 @@
 
 namespace backup {
 
-/// A column of a result: where the driver puts its cells, and how they are taken.
+/// A column of a result: the driver writes its cells here, and `read` makes values of them.
 class MySQL_Column {
 public:
   explicit MySQL_Column(MYSQL_FIELD const& field) : is_unsigned_((field.flags & UNSIGNED_FLAG) != 0) {
@@ -36,7 +36,7 @@ public:
     }
   }
 
-  /// What the driver takes; it points into this object.
+  /// The buffer for the client library; it points into this object.
   MYSQL_BIND bound() {
     MYSQL_BIND bind{};
     bind.buffer_type = kind_ == integer ? MYSQL_TYPE_LONGLONG : kind_ == real ? MYSQL_TYPE_DOUBLE : MYSQL_TYPE_STRING;
@@ -49,7 +49,7 @@ public:
     return bind;
   }
 
-  /// The cell of the row fetched last; this column is the one numbered `column`. False when the driver cannot give it.
+  /// Reads this column's cell of the row fetched last; `column` is its number. False when the driver cannot give it.
   bool read(MYSQL_STMT* statement, unsigned int column, Binding_Value& value) {
     if (is_null_ != 0) {
       value = Binding_Value();
@@ -78,7 +78,7 @@ public:
 private:
   enum Kind { integer, real, whole_decimal, text, bytes };
 
-  static constexpr unsigned int binary_charset = 63;  // the number that MySQL gives to bytes
+  static constexpr unsigned int binary_charset = 63;  // MySQL's number for bytes
 
   template <class Number>
   Number number() const {
@@ -97,7 +97,7 @@ private:
     return true;
   }
 
-  // A cell larger than the buffer is copied a second time, whole.
+  // Copies a cell that is larger than the buffer a second time, whole.
   bool fetch_rest(MYSQL_STMT* statement, unsigned int column) {
     characters_.resize(size_);
     MYSQL_BIND whole{};

@@ -38,17 +38,17 @@ std::vector<std::string> row_of(MYSQL* db, std::string const& query) {
   return cells;
 }
 
-// True when the comma list holds the word.
+// True when the comma-separated list holds the word.
 bool has_word(std::string const& list, std::string const& word) {
   return (',' + list + ',').find(',' + word + ',') != std::string::npos;
 }
 
 void set_session(MYSQL* db) {
-  // Not left to the handshake, which a server's settings may overrule.
+  // A server's settings may overrule the handshake.
   if (mysql_set_character_set(db, charset) != 0) fail_mysql(mysql_error(db), mysql_errno(db), "");
   std::string modes;
   for (char const* const mode : required_modes) modes += std::string(mode) + ',';
-  // EMPTY_STRING_IS_NULL gives way to another mode, not to an empty text, which that mode takes for null.
+  // Another mode replaces EMPTY_STRING_IS_NULL: in that mode an empty text here would be null.
   run_plain(db, "SET SESSION sql_mode=REPLACE(CONCAT('" + modes + "',@@SESSION.sql_mode),'EMPTY_STRING_IS_NULL','" +
                     required_modes[0] + "'),time_zone='+00:00',autocommit=1");
   std::string const set = row_of(db, "SELECT @@SESSION.sql_mode").front();
@@ -65,7 +65,7 @@ void set_options(MYSQL* db, bool has_socket) {
   mysql_optionsv(db, MYSQL_OPT_PROTOCOL, &protocol);
   mysql_optionsv(db, MYSQL_OPT_CONNECT_TIMEOUT, &connect_seconds);
   mysql_optionsv(db, MYSQL_OPT_RECONNECT, &no);
-  mysql_optionsv(db, MYSQL_OPT_LOCAL_INFILE, &off);  // the server could ask for any file of this machine
+  mysql_optionsv(db, MYSQL_OPT_LOCAL_INFILE, &off);  // else the server could ask for any file of this machine
 }
 
 char const* or_null(std::string const& text) { return text.empty() ? nullptr : text.c_str(); }
@@ -118,18 +118,18 @@ bool MySQL_Connection::cancel() const {
   try {
     MySQL_Handle const other = connect(url_, password_);
     std::vector<std::string> const its = row_of(other.get(), std::string("SELECT ") + server_and_id);
-    // Behind the same name another server may answer, where the number is somebody else's.
+    // Another server may answer under the same name, where the number belongs to another connection.
     bool const is_same = its[0] == server_ && its[1] == std::to_string(mysql_thread_id(other.get()));
     is_sent = is_same && !id_.empty();
     if (is_sent) run_plain(other.get(), "KILL QUERY " + id_);
   } catch (std::exception const&) {
-    // Nothing is lost: the rows are read.
+    // The caller reads the rows instead.
   }
   return is_sent;
 }
 
 void MySQL_Connection::settle() const {
-  // The first one may be what is hit.
+  // A late cancellation may hit the first one.
   if (mysql_query(db_.get(), "DO 0") != 0 && mysql_errno(db_.get()) == ER_QUERY_INTERRUPTED) {
     mysql_query(db_.get(), "DO 0");
   }

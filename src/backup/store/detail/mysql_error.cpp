@@ -16,7 +16,7 @@ void fail_mysql(std::string const& message, unsigned int code, std::string const
   throw Store_Error(with_code(message, "MySQL", number), number, text);
 }
 
-// Messages of the client, and those here, quote names at most; others quote the values ("Duplicate entry 'x'").
+// The client's messages, and those listed here, quote only names; others quote values ("Duplicate entry 'x'").
 std::string mysql_message_without_values(std::string const& message, unsigned int code) {
   switch (code) {
     case ER_DUP_ENTRY: return "duplicate entry for a unique key";

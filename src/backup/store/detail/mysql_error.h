@@ -9,7 +9,7 @@ namespace backup {
 /// Throws Store_Error with the message and its code, and std::bad_alloc for the client's code of short memory.
 [[noreturn]] void fail_mysql(std::string const& message, unsigned int code, std::string const& text);
 
-/// What a failed statement with values says: `message` when it quotes names at most, else words for its code.
+/// The message for a failed statement with values: `message` when it quotes only names, else words for its code.
 std::string mysql_message_without_values(std::string const& message, unsigned int code);
 
 /// `Store::failure` by the server's code.

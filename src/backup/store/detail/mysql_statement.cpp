@@ -20,7 +20,7 @@ namespace backup {
 
 namespace {
 
-// The rest of a result that comes within it is cheaper to read than to cancel.
+// Rows that come within this time are cheaper to read than to cancel.
 constexpr std::chrono::milliseconds patience(10);
 
 MySQL_Statement_Cache::Prepared prepare(MYSQL* db, std::string const& text) {
@@ -35,7 +35,7 @@ MySQL_Statement_Cache::Prepared prepare(MYSQL* db, std::string const& text) {
   return prepared;
 }
 
-// True for a SELECT, which can be stopped anywhere: what stops a statement that changes rows takes the changes back.
+// True for a SELECT, which can be cancelled anywhere; cancelling a statement that changes rows undoes the changes.
 bool only_reads(std::string const& text) {
   std::string_view rest(text);
   rest.remove_prefix(std::min(rest.find_first_not_of(" \t\n\r("), rest.size()));
@@ -43,7 +43,7 @@ bool only_reads(std::string const& text) {
   return is_word(rest.substr(0, static_cast<std::size_t>(end - rest.begin())), "select");
 }
 
-// What the driver takes for `elements`; it points into them.
+// The client library's form of `elements`; it points into them.
 template <class Elements>
 std::vector<MYSQL_BIND> bound(Elements& elements) {
   std::vector<MYSQL_BIND> binds;
@@ -52,8 +52,8 @@ std::vector<MYSQL_BIND> bound(Elements& elements) {
   return binds;
 }
 
-// A statement with the values of one run. One that does not come to its end is closed, which leaves the connection free
-// for the next.
+// A statement with the values of one run. Unless the run comes to its end, the statement is closed, and the connection
+// is free for the next one.
 class Running_Statement {
 public:
   Running_Statement(MySQL_Connection const& connection, MySQL_Statement_Cache& cache, Store::Command const& command)
@@ -110,7 +110,7 @@ private:
     }
   }
 
-  // Ends it after its last row. The number of changed rows.
+  // Ends the statement after its last row. Returns the number of changed rows.
   unsigned long long finish() {
     if (is_cancelled_) return 0;
     unsigned long long const changed = columns_.empty() ? mysql_stmt_affected_rows(statement_) : 0;
@@ -118,7 +118,7 @@ private:
     while (mysql_stmt_more_results(statement_) != 0) {
       check(mysql_stmt_next_result(statement_) == 0 && mysql_stmt_free_result(statement_) == 0);
     }
-    // One that returns rows fails, after it has run, when their columns have changed since it was prepared.
+    // A kept statement that returns rows would fail, after it has run, once their columns have changed.
     if (columns_.empty() && MySQL_Statement_Cache::keeps(command_.text)) cache_.put_back(node_);
     return changed;
   }
@@ -136,7 +136,7 @@ private:
     for (unsigned int i = 0; i < columns_.size(); ++i) check(columns_[i].read(statement_, i, row[i]));
   }
 
-  // Reads to the end what nobody wants. When it takes long, the server is told to stop, once.
+  // Reads the unwanted rest to its end. When that takes long, tries once to cancel it.
   void drop_rest() {
     using Clock = std::chrono::steady_clock;
     Clock::time_point const enough = Clock::now() + patience;
@@ -155,18 +155,18 @@ private:
     if (is_cancelled_) connection_.settle();
   }
 
-  // The same where another error is under way.
+  // `drop_rest` during another exception.
   void drop_rest_unheard() {
     try {
       drop_rest();
     } catch (Store_Error const&) {
-      // The first error is told.
+      // The caller gets the first error.
     }
   }
 
   void check(bool went_well) {
     if (went_well) return;
-    // What goes wrong while rows are fetched the driver tells of the connection only.
+    // The driver reports errors of fetching for the connection only.
     bool const is_statement = mysql_stmt_errno(statement_) != 0;
     MYSQL* const db = connection_.get();
     unsigned int const code = is_statement ? mysql_stmt_errno(statement_) : mysql_errno(db);

@@ -15,7 +15,7 @@ struct Close_MySQL_Statement {
 };
 using MySQL_Statement_Cache = Statement_Cache<std::unique_ptr<MYSQL_STMT, Close_MySQL_Statement>>;
 
-/// `Store::execute` as a prepared statement, one of the cache's when it has it.
+/// `Store::execute` by a prepared statement, from the cache when it has one for the text.
 Store::Result run_statement(MySQL_Connection const& connection, MySQL_Statement_Cache& cache,
                             Store::Command const& command);
 

@@ -14,8 +14,8 @@ std::size_t through(std::string_view text, std::string_view end, std::size_t fro
   return found == std::string_view::npos ? text.size() : found + end.size();
 }
 
-// The length of the literal, quoted name or comment that `text` begins with; 0 when it is none. A doubled quote counts
-// as the end of one and the beginning of the next.
+// The length of the literal, quoted name or comment that `text` begins with; 0 when it begins with none. A doubled
+// quote counts as the end of one and the beginning of the next.
 std::size_t opaque_length(std::string_view text) {
   switch (text.front()) {
     case '\'':
@@ -27,7 +27,7 @@ std::size_t opaque_length(std::string_view text) {
       return is_comment ? through(text, "\n", 2) : 0;
     }
     case '/': {
-      // What stands in a comment for some versions only is run.
+      // The server runs the content of a comment for some versions only.
       bool const is_comment = text.substr(0, 2) == "/*" && text.substr(0, 3) != "/*!" && text.substr(0, 4) != "/*M!";
       return is_comment ? through(text, "*/", 2) : 0;
     }

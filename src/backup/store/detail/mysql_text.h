@@ -7,14 +7,14 @@
 
 namespace backup {
 
-/// A statement with its named parameters for a database that knows only marks by place.
+/// A statement with marks in place of its named parameters, for a database that has only marks.
 struct MySQL_Text {
   std::string text;       ///< a "?" in place of each name
-  Parameters parameters;  ///< its names; `places` counts them only
+  Parameters parameters;  ///< its names; `places` counts only these
 };
 
 /// Replaces ":name" outside of literals, quoted names and comments, as MySQL reads them with NO_BACKSLASH_ESCAPES. A
-/// name is of `is_name_byte`. Linear.
+/// name consists of bytes that `is_name_byte` accepts. Linear.
 MySQL_Text mark_names(std::string const& named);
 
 /// True when `text` is the word in letters of any case; `lower` is in lower case, ASCII.

@@ -43,7 +43,7 @@ std::string decode(std::string_view text) {
 
 bool is_scheme(std::string_view text) { return is_word(text, "mysql") || is_word(text, "mariadb"); }
 
-// Cuts off what stands before `separator`; false, with `text` unchanged, when it is not there.
+// Moves the text before `separator` to `before`; false, with `text` unchanged, without a separator.
 bool cut(std::string_view& text, char separator, std::string_view& before) {
   std::size_t const found = text.find(separator);
   if (found == std::string_view::npos) return false;
@@ -63,7 +63,7 @@ void read_host(std::string_view text, MySQL_URL& url) {
     if (text.empty()) refuse("a bracket that is not closed");
     text.remove_prefix(1);
   }
-  // The client would take other characters for a list of servers, or for settings of its own.
+  // The client would read other characters as a list of servers, or as its own settings.
   auto const is_odd = [](char c) {
     return std::isalnum(static_cast<unsigned char>(c)) == 0 && std::strchr(".-_:", c) == nullptr;
   };
@@ -107,7 +107,7 @@ MySQL_URL parse_mysql_url(std::string const& url) {
   read_host(authority, parts);
   std::string_view database = rest;
   bool const has_options = cut(rest, '?', database);
-  // What is left of a URL whose password has a slash.
+  // The database's name looks like this when a password in the URL has a slash.
   if (database.find_first_of("/@") != std::string_view::npos) refuse("'/' or '@' in the database's name");
   parts.database = decode(database);
   if (has_options) read_options(rest, parts);

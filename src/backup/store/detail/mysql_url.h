@@ -16,9 +16,9 @@ struct MySQL_URL {
   std::string socket;    ///< empty: TCP
 };
 
-/// "mariadb://" is another word for "mysql://", letters of any case. Percent escapes are decoded in each part. Throws
-/// std::runtime_error with the reason for any other text, also when it holds a password: a URL is seen by others, in
-/// lists of processes, logs and messages. So a user's name with a colon is refused, escaped or not.
+/// "mariadb://" means the same as "mysql://"; letters may have any case. Percent escapes are decoded in each part.
+/// Throws std::runtime_error with the reason for any other text, and for a password: others see a URL in lists of
+/// processes, logs and messages. So a user name with a colon is refused, escaped or not.
 MySQL_URL parse_mysql_url(std::string const& url);
 
 }  // namespace backup

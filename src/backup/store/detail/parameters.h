@@ -13,11 +13,11 @@
 
 namespace backup {
 
-/// What a prepared statement wants values for.
+/// The parameters of a prepared statement.
 struct Parameters {
-  /// The named ones with their places, which count from 0, in order of name; a name may have several places.
+  /// The names with their places, in order of name. Places count from 0; a name may have several.
   std::vector<std::pair<std::string, std::size_t>> names;
-  /// Places in all.
+  /// The number of places.
   std::size_t places = 0;
 };
 
@@ -29,7 +29,7 @@ struct Unfit_Value : std::runtime_error {
 };
 
 /// Calls `bind(place, value)` for each place with its value of `command`. Throws Store_Error unless places and values
-/// match one by one, and when `bind` throws std::runtime_error, of which Unfit_Value is one.
+/// match one by one, and when `bind` throws Unfit_Value or another std::runtime_error.
 template <class Bind>
 void bind_all(Store::Command const& command, Parameters const& parameters, Bind bind) {
   auto const refuse = [&](std::string const& reason, int code = 0) { throw Store_Error(reason, code, command.text); };
@@ -67,13 +67,13 @@ void bind_all(Store::Command const& command, Parameters const& parameters, Bind 
   if (parameter != names.end()) refuse("no value for the parameter " + parameter->first);
 }
 
-/// The texts of objects and arrays while they are bound, at addresses that stay.
+/// The texts of objects and arrays while they are bound, at fixed addresses.
 using JSON_Texts = std::list<json_spirit::JSON_Dump>;
 
-/// Hands the value over as what a database takes it for: `driver.null()`, `.integer(long long)`, `.natural(unsigned
-/// long long)`, `.real(double)`, `.text(char const*, std::size_t)` or `.bytes(char const*, std::size_t)`. What is
-/// pointed to lives as long as `value` and `json_texts`. Throws std::runtime_error when the value's kind and its
-/// content do not agree, and for a real number that no database stores.
+/// Passes the value to the driver by its kind: `driver.null()`, `.integer(long long)`, `.natural(unsigned long long)`,
+/// `.real(double)`, `.text(char const*, std::size_t)` or `.bytes(char const*, std::size_t)`. Pointers are valid while
+/// `value` and `json_texts` live. Throws std::runtime_error when the value's kind and its content do not agree, and for
+/// a NaN, which no database stores.
 template <class Driver>
 void hand_over(Binding_Value const& value, JSON_Texts& json_texts, Driver& driver) {
   json_spirit::Value const& json = value.val();

@@ -9,7 +9,7 @@
 
 namespace backup {
 
-/// Prepared statements that wait for their next use, the last used first. `Handle` owns what the driver has of one.
+/// Prepared statements kept for their next use, the last used first. `Handle` owns the driver's statement.
 template <class Handle>
 class Statement_Cache {
 public:
@@ -18,13 +18,13 @@ public:
     Handle handle;
     Parameters parameters;
   };
-  using Node = std::list<Prepared>;  // of one statement
+  using Node = std::list<Prepared>;  // holds one statement or none
 
-  /// A statement of this text is worth keeping.
+  /// True when a statement of this text is kept.
   static bool keeps(std::string const& text) { return text.size() <= most_characters; }
 
-  /// Empty when there is none for `text`. A statement in use is out of here, so it is neither dropped nor given out
-  /// again.
+  /// Takes the statement for `text` out of the cache; empty when there is none. While in use it cannot be dropped or
+  /// taken again.
   Node take(std::string const& text) {
     Node taken;
     auto const kept = std::find_if(kept_.begin(), kept_.end(), [&](Prepared const& p) { return p.text == text; });
@@ -44,8 +44,8 @@ public:
   }
 
 private:
-  // SQLite takes 25 times the text of an INSERT by name and 40 times that of one by position, so what is kept stays
-  // near 12 or 20 MB: a multi-row INSERT of some hundred kilobytes while it repeats, and never many of them.
+  // SQLite's memory for an INSERT is 25 times its text by name and 40 times by position, so the cache takes about 12 or
+  // 20 MB at most. It keeps a repeated multi-row INSERT of some hundred kilobytes, but never many of them.
   static constexpr std::size_t most_statements = 64;
   static constexpr std::size_t most_characters = 512UL * 1024UL;
 

@@ -197,7 +197,7 @@ char const* reason_of(rapidjson::ParseErrorCode code) {
     case rapidjson::kParseErrorStringInvalidEncoding: return "a string is not valid UTF-8";
     case rapidjson::kParseErrorNumberTooBig:
     case rapidjson::kParseErrorTermination:
-      return "the number is too big";  // what else stops the builder is told apart before
+      return "the number is too big";  // the caller has excluded all else that stops the builder
     case rapidjson::kParseErrorNumberMissFraction: return "a digit is missing after the point of a number";
     case rapidjson::kParseErrorNumberMissExponent: return "a digit is missing in the exponent of a number";
     default: return "the text is not JSON";

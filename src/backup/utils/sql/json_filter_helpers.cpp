@@ -7,7 +7,7 @@
 #include <utility>
 
 #include "backup/runtime/detail/block_stack.h"
-#include "backup/utils/sql/detail/set_condition.h"
+#include "backup/utils/sql/detail/add_condition.h"
 #include "backup/utils/sql/detail/sql_log.h"
 #include "backup/utils/sql/detail/sql_new.h"
 
@@ -46,8 +46,7 @@ Object make_item(char const* op, std::string const& key, Value&& operand) {
   return item;
 }
 
-// Moves members into an object, in place of members with the same names. Replaced values, into which an argument may
-// point, are released last.
+// Moves members into an object, in place of members with the same names.
 void set_members(Object& object, Object&& members) noexcept {
   while (!members.empty()) {
     auto member = members.extract(members.begin());
@@ -164,9 +163,9 @@ void add_condition(Filter_SQL& filter, std::string const* key, std::string const
   if (operand.type() == json_spirit::array_type) {
     backup::add_set_condition(filter, *key, operand.get_array(), op == Item_SQL::OP_EQ, is_uuid);
   } else if (is_uuid && operand.type() == json_spirit::str_type) {
-    filter.add_key_uuid_item(op, *key, operand.get_str());
+    backup::require_added(filter.add_key_uuid_item(op, *key, operand.get_str()));
   } else {
-    filter.add_kv_item(op, *key, operand, Filter_SQL::no_flags);
+    backup::require_added(filter.add_kv_item(op, *key, operand, Filter_SQL::no_flags));
   }
 }
 
@@ -191,12 +190,13 @@ bool convert_object(Object const& object, Filter_SQL& filter, backup::Block_Stac
     return false;
   }
   groups.push({&operand->get_array(), 0, nullptr});  // first, as it may fail
-  Filter_SQL*& sub_filter = groups.top().filter;
-  sub_filter = filter.add_filter(*type);
-  if (sub_filter != nullptr) return true;
-  groups.pop();
-  sql_log::unexpected({source_file}, "Unexpected error in %N:%l, sub_filter_sql is NULL:\n%?\n");
-  return false;
+  Filter_SQL* const sub_filter = filter.add_filter(*type);
+  if (sub_filter == nullptr) {
+    sql_log::unexpected({source_file}, "Unexpected error in %N:%l, sub_filter_sql is NULL:\n%?\n");
+  }
+  backup::require_added(sub_filter);
+  groups.top().filter = sub_filter;
+  return true;
 }
 
 // Converts the members of the groups and of all groups inside them.
@@ -212,8 +212,7 @@ void convert_members(backup::Block_Stack<Group>& groups) {
     if (member.type() == json_spirit::obj_type) {
       convert_object(member.get_obj(), target, groups);
     } else if (member.type() == json_spirit::str_type) {
-      // The adder does not log this failure.
-      if (target.add_sql_ex(member.get_str().c_str(), true) == nullptr) throw std::bad_alloc();
+      backup::require_added(target.add_sql_ex(member.get_str().c_str(), true));
     }
   }
 }

@@ -18,8 +18,9 @@
 /// The result says whether a function succeeded. A text argument that is null or empty is logged and changes nothing;
 /// other failures are logged where the function says so. Nothing is rolled back. A returned pointer points into the
 /// document and is valid until the document changes. No function throws or recurses. When memory is short, a function
-/// gives false or null with errno ENOMEM, unless it says otherwise, and leaves the document unchanged; only a missing
-/// list of members may have been added, empty.
+/// gives false or null with errno ENOMEM, unless it says otherwise, and leaves the document unchanged. Exceptions: a
+/// missing list of members may have been added, empty; a function that makes a group or a list of members may leave a
+/// part of it, or a null.
 
 /// The member "op", or null when it is absent or no string.
 BACKUP_SQL_API std::string const* item_get_op(json_spirit::Object const& item);
@@ -98,8 +99,7 @@ BACKUP_SQL_API bool generate_eq_and_filter(json_spirit::Object& filter, json_spi
 
 /// Adds the conditions of a document to `filter`, after what it holds. False with nothing added when `obj` has no
 /// string "op" or no "v", when it is a group whose "v" is no array (logged), or when memory is short (errno ENOMEM).
-/// Bad members of a group, items without a key, and conditions for which an adder has no memory (logged) are left out;
-/// the others are added.
+/// Bad members of a group and items without a key are left out; the others are added.
 ///
 /// An array as operand becomes IN for "EQ" and, deliberately, NOT IN for any other operator. A text for a uuid key is
 /// compared as 16 bytes. Any other operand is compared unchanged. An unknown operator makes a condition without text,

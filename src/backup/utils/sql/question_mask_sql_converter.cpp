@@ -68,6 +68,7 @@ bool Question_Mask_SQL_Converter::convert(std::string& sql, Bindings const& bind
   std::string out;
   out.reserve(sql.size() - bindings.size());  // deliberate: a length error when there are more bindings than characters
   backup::reserve_more(values, std::min(bindings.size(), sql.size() / 2));
+  backup::Take_Back added(values);
   Lookup lookup(bindings);
   std::size_t position = 0;
   for (;;) {
@@ -88,6 +89,7 @@ bool Question_Mask_SQL_Converter::convert(std::string& sql, Bindings const& bind
     }
   }
   out.append(sql, position, std::string::npos);
+  added.keep();
   sql.swap(out);
   return !sql.empty();
 }

@@ -8,8 +8,8 @@
 
 #include "backup/runtime/detail/block_stack.h"
 #include "backup/runtime/uuid.h"
+#include "backup/utils/sql/detail/add_condition.h"
 #include "backup/utils/sql/detail/request_text.h"
-#include "backup/utils/sql/detail/set_condition.h"
 #include "backup/utils/sql/detail/sql_log.h"
 #include "backup/utils/sql/select_sql.h"
 #include "backup/utils/sql/where_sql.h"
@@ -182,7 +182,9 @@ bool add_list_condition(Filter_SQL& target, std::string const& column, Operand c
 }
 
 Filter_SQL* add_group(std::string const& key, Filter_SQL* target) {
-  return target->add_filter(*Filter_SQL::type_of_name(key));
+  Filter_SQL* const group = target->add_filter(*Filter_SQL::type_of_name(key));
+  backup::require_added(group);
+  return group;
 }
 
 void report_failure(std::string const& key, std::string const& value, int line = __builtin_LINE()) {
@@ -290,7 +292,6 @@ bool SQL_Filter_Parser::parse_filter(std::string const& key, Operand const& valu
   auto const handle = [&](std::string const& name, Operand const& operand, Filter_SQL* filter) {
     if (!backup::request_text::is_group(name)) return parse_condition(name, operand, *filter);
     Filter_SQL* const group = add_group(name, filter);
-    if (group == nullptr) return false;
     if (operand.text != nullptr) {
       auto const add = [this](std::string const& k, std::string const& v, Filter_SQL* f) {
         return parse_condition(k, v, *f);
@@ -325,8 +326,8 @@ bool SQL_Filter_Parser::parse_condition(std::string const& key, Operand const& v
   std::string column;
   append_column(column, filter, plain_key);
   switch (op) {
-    case Item_SQL::OP_NL: target.add_null_item(column); return true;
-    case Item_SQL::OP_NN: target.add_not_null_item(column); return true;
+    case Item_SQL::OP_NL: backup::require_added(target.add_null_item(column)); return true;
+    case Item_SQL::OP_NN: backup::require_added(target.add_not_null_item(column)); return true;
     case Item_SQL::OP_IN: return add_list_condition(target, column, value, filter.type, true);
     case Item_SQL::OP_NI: return add_list_condition(target, column, value, filter.type, false);
     default: break;
@@ -334,7 +335,8 @@ bool SQL_Filter_Parser::parse_condition(std::string const& key, Operand const& v
   Binding_Value binding;
   if (!to_binding(value, filter.type, binding)) return false;
   bool const lower = (filter.flags & Filter::FLAG_LOWER_CASE) != 0;
-  target.add_kv_item(op, column, std::move(binding), lower ? Filter_SQL::lower_case : Filter_SQL::no_flags);
+  backup::require_added(
+      target.add_kv_item(op, column, std::move(binding), lower ? Filter_SQL::lower_case : Filter_SQL::no_flags));
   return true;
 }
 

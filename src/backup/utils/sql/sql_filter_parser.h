@@ -25,7 +25,8 @@ class Read_Allowance;
 /// A key is "sort", "order", "limit" or "offset"; or "AND" or "OR", whose value (an object, or a query string) holds
 /// the pairs to join; or `<OP>_<key>` with a two-letter operator name; or `<key>`, which means equality. Keys that the
 /// table lacks are ignored. A pair with an unusable value is logged and left out; the others go on. When a member of a
-/// group fails, the members before it stay.
+/// group fails, the members before it stay. When memory is short, std::bad_alloc is thrown; the filter then has some of
+/// the conditions only, so it must not be used.
 ///
 /// Text of an integer: a sign and digits up to the first other character, no blanks before; 2^63-1 when it does not
 /// fit, even for a negative number; 0 without digits. Text of a boolean: false for exactly "0". Text of a list: the

@@ -12,4 +12,22 @@ void reserve_more(Container& container, std::size_t count) {
   if (container.capacity() - size < count) container.reserve(std::max(size + count, 2 * size));
 }
 
+/// Takes back what was appended to a container since, unless `keep` is called.
+template <class Container>
+class Take_Back {
+public:
+  explicit Take_Back(Container& container) : container_(container), size_(container.size()) {}
+  Take_Back(Take_Back const&) = delete;
+  Take_Back& operator=(Take_Back const&) = delete;
+  ~Take_Back() {
+    if (!is_kept_) container_.erase(container_.begin() + static_cast<std::ptrdiff_t>(size_), container_.end());
+  }
+  void keep() { is_kept_ = true; }
+
+private:
+  Container& container_;
+  std::size_t size_;
+  bool is_kept_ = false;
+};
+
 }  // namespace backup

@@ -110,14 +110,10 @@ void SQL_Writer::bind_gathered() {
 }
 
 void SQL_Writer::list_gathered(std::vector<Binding_Value>& values) {
-  std::size_t const size = values.size();
   reserve_more(values, gathered_.size());
-  try {
-    for (Binding_Value const* const value : gathered_) values.push_back(*value);
-  } catch (std::bad_alloc const&) {
-    values.resize(size);
-    throw;
-  }
+  Take_Back added(values);
+  for (Binding_Value const* const value : gathered_) values.push_back(*value);
+  added.keep();
 }
 
 void SQL_Writer::finish() {

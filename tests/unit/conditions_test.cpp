@@ -84,7 +84,7 @@ TEST(Filter_SQL, each_adder_writes_its_condition) {
       {"()", [](Filter_SQL& f) { f.add_item(Item_SQL::OP_EQ, "a", "b"); }},
       {"()", [](Filter_SQL& f) { f.add_kv_eq_item("", 2); }},
       {"(k LIKE :__search_0 ESCAPE '|') AND (k LIKE :__search_1 ESCAPE '|') {:__search_0=\"%a%\" :__search_1=\"%|%%\"}",
-       [](Filter_SQL& f) { f.add_substr_matching("k", "a").add_substr_matching("k", "%"); }},
+       [](Filter_SQL& f) { f.add_substr_matching("k", "a").add_substr_matching({"k\0z", 3}, "%"); }},
   };
   for (auto const& [text, add] : cases) {
     SCOPED_TRACE(text);

@@ -54,6 +54,11 @@ TEST(SQL, text_is_kept_by_pointer_or_copied) {
   SQL const borrowed(copied.sql(), SQL::TYPE_RAW, true);
   copied = borrowed;
   EXPECT_EQ(render(copied), "SELECT 1");
+  copied.count_sql(copied.sql(), false);
+  SQL counted(nullptr, SQL::TYPE_RAW, true);
+  counted.count_sql(copied.count_sql(), true);
+  copied = counted;
+  EXPECT_EQ(render_count(copied), "SELECT 1");
   copied.sql(nullptr, false);
   EXPECT_TRUE(copied.empty());
   EXPECT_TRUE(SQL("", SQL::TYPE_RAW, true).empty());

@@ -8,11 +8,13 @@ using backup::SQL_Writer;
 Delete_SQL::Delete_SQL(char const* table) : Where_SQL(nullptr, TYPE_DELETE), table_(table) {}
 
 Delete_SQL::Delete_SQL(Delete_SQL const& other) = default;
+Delete_SQL::~Delete_SQL() = default;
 
 Delete_SQL& Delete_SQL::operator=(Delete_SQL const& other) {
-  Delete_SQL const replaced(*this);  // keeps `other` alive when it is a part of this
-  Where_SQL::operator=(other);
-  table_ = other.table_;
+  if (this == &other) return *this;
+  Delete_SQL copied(other);
+  take(copied);
+  table_ = copied.table_;
   return *this;
 }
 

@@ -13,6 +13,7 @@ public:
   explicit Delete_SQL(char const* table);
   /// Copies share the filter.
   Delete_SQL(Delete_SQL const& other);
+  ~Delete_SQL() override;
   Delete_SQL& operator=(Delete_SQL const& other);
 
   /// True without a table text, whatever the conditions.

@@ -40,10 +40,12 @@ Filter_SQL::~Filter_SQL() {
 bool Filter_SQL::is_own_class() const { return backup::is_exactly<Filter_SQL>(*this); }
 
 And_Filter_SQL::And_Filter_SQL() : Filter_SQL(FILTER_AND) {}
+And_Filter_SQL::~And_Filter_SQL() = default;
 
 bool And_Filter_SQL::is_own_class() const { return backup::is_exactly<And_Filter_SQL>(*this); }
 
 Or_Filter_SQL::Or_Filter_SQL() : Filter_SQL(FILTER_OR) {}
+Or_Filter_SQL::~Or_Filter_SQL() = default;
 
 bool Or_Filter_SQL::is_own_class() const { return backup::is_exactly<Or_Filter_SQL>(*this); }
 
@@ -365,7 +367,8 @@ SQL* Filter_SQL::add_val_sql_item_i(SQL::Type type, Item_SQL::Item_Op op, Bindin
 Filter_SQL& Filter_SQL::add_substr_matching(std::string const& key, std::string const& text) {
   without_throwing([&]() -> SQL* {
     std::string const name = ":__search_" + std::to_string(items_.size());
-    std::string const condition = key + " LIKE " + name + " ESCAPE '|'";
+    std::string const column = key.substr(0, key.find('\0'));  // the fragment is a C text, which would end there
+    std::string const condition = column + " LIKE " + name + " ESCAPE '|'";
     ACE_Intrusive_Auto_Ptr<SQL> owner;
     SQL* const fragment = new_sql<SQL>(owner, condition.c_str(), TYPE_RAW, false);
     fragment->bind(name, Binding_Value('%' + escape_like(text) + '%'));

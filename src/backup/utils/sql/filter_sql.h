@@ -155,6 +155,7 @@ private:
 class BACKUP_SQL_API And_Filter_SQL : public Filter_SQL {
 public:
   And_Filter_SQL();
+  ~And_Filter_SQL() override;
 
 private:
   bool is_own_class() const override;
@@ -164,6 +165,7 @@ private:
 class BACKUP_SQL_API Or_Filter_SQL : public Filter_SQL {
 public:
   Or_Filter_SQL();
+  ~Or_Filter_SQL() override;
 
 private:
   bool is_own_class() const override;

@@ -45,21 +45,19 @@ Insert_SQL::Insert_SQL(Insert_SQL const& other)
 
 Insert_SQL::~Insert_SQL() { delete entries_.load(); }
 
-// Changes nothing when memory is short. The old rows end last, because `other` may be a part of them.
 Insert_SQL& Insert_SQL::operator=(Insert_SQL const& other) {
   if (this == &other) return *this;
+  Insert_SQL copied(other);
+  std::vector<Entry> copied_entries;
   std::vector<Entry>* const entries = entries_.load();
-  std::vector<Entry> other_entries;
-  if (entries != nullptr) other_entries = other.made_entries();
-  std::vector<std::string> columns = other.columns_;
-  std::vector<Row> rows = other.rows_;
-  SQL::operator=(other);
-  table_ = other.table_;
-  or_expr_ = other.or_expr_;
-  columns_.swap(columns);
-  rows_.swap(rows);
-  if (entries != nullptr) entries->swap(other_entries);
-  select_ = other.select_;
+  if (entries != nullptr) copied_entries = copied.made_entries();
+  take(copied);
+  table_ = copied.table_;
+  or_expr_ = copied.or_expr_;
+  columns_.swap(copied.columns_);
+  rows_.swap(copied.rows_);
+  if (entries != nullptr) entries->swap(copied_entries);
+  std::swap(select_, copied.select_);
   return *this;
 }
 

@@ -140,6 +140,8 @@ std::vector<json_spirit::Value> member_names(json_spirit::Object const& object) 
 
 Item_SQL::Item_SQL(Item_Type type, Item_Op op) : SQL(nullptr, TYPE_ITEM, true), item_type_(type), op_(op) {}
 
+Item_SQL::~Item_SQL() = default;
+
 void Item_SQL::clear() {}
 
 Item_SQL::Item_Type Item_SQL::item_type() const { return item_type_; }
@@ -164,6 +166,8 @@ char const* op_to_sql(Item_SQL::Item_Op op) {
 
 Key_Item_SQL::Key_Item_SQL(Item_Type type, Item_Op op, std::string const& key, unsigned int flags)
     : Item_SQL(type, op), flags_(flags), key_(quote_key(key)) {}
+
+Key_Item_SQL::~Key_Item_SQL() = default;
 
 std::string const& Key_Item_SQL::key() const { return key_; }
 unsigned int Key_Item_SQL::flags() const { return flags_; }
@@ -193,6 +197,8 @@ std::string Key_Item_SQL::quote_key(std::string const& key) {
 Null_Item_SQL::Null_Item_SQL(std::string const& key, bool is_null)
     : Key_Item_SQL(ITEM_NULL, is_null ? OP_NL : OP_NN, key, no_flags) {}
 
+Null_Item_SQL::~Null_Item_SQL() = default;
+
 void Null_Item_SQL::get_sql_i(Database_Type db, std::string& sql, Bindings& bindings, unsigned long long& index) const {
   SQL_Writer::render(*this, db, sql, bindings, index);
 }
@@ -219,6 +225,8 @@ In_Item_SQL::In_Item_SQL(std::string const& key, json_spirit::Object const& valu
 
 In_Item_SQL::In_Item_SQL(std::string const& key, SQL const& sub, bool in)
     : Key_Item_SQL(ITEM_IN, in ? OP_IN : OP_NI, key, no_flags), sub_statement_(&sub), hex_(false) {}
+
+In_Item_SQL::~In_Item_SQL() = default;
 
 void In_Item_SQL::get_sql_i(Database_Type db, std::string& sql, Bindings& bindings, unsigned long long& index) const {
   SQL_Writer::render(*this, db, sql, bindings, index);
@@ -263,11 +271,15 @@ std::vector<json_spirit::Value> const& In_Item_SQL::value() const { return value
 Binary_Item_SQL::Binary_Item_SQL(Item_Op op, char const* left, char const* right)
     : Item_SQL(ITEM_BINARY, op), left_(left, TYPE_RAW, true), right_(right, TYPE_RAW, true) {}
 
+Binary_Item_SQL::~Binary_Item_SQL() = default;
+
 KV_Item_SQL::KV_Item_SQL(Item_Op op, std::string const& key, Binding_Value const& value, unsigned int flags)
     : Key_Item_SQL(ITEM_KV, op, key, flags), value_(value) {}
 
 KV_Item_SQL::KV_Item_SQL(Item_Op op, std::string const& key, Binding_Value&& value, unsigned int flags)
     : Key_Item_SQL(ITEM_KV, op, key, flags), value_(std::move(value)) {}
+
+KV_Item_SQL::~KV_Item_SQL() = default;
 
 void KV_Item_SQL::get_sql_i(Database_Type db, std::string& sql, Bindings& bindings, unsigned long long& index) const {
   SQL_Writer::render(*this, db, sql, bindings, index);
@@ -293,10 +305,14 @@ void KV_Item_SQL::value(Binding_Value const& value) { value_ = value; }
 Key_UUID_Item_SQL::Key_UUID_Item_SQL(Item_Op op, std::string const& key, std::string const& uuid)
     : KV_Item_SQL(op, key, Binding_Value(uuid_string_to_binary(uuid)), no_flags) {}
 
+Key_UUID_Item_SQL::~Key_UUID_Item_SQL() = default;
+
 bool Key_UUID_Item_SQL::is_own_class() const { return backup::is_exactly<Key_UUID_Item_SQL>(*this); }
 
 Key_SQL_Item_SQL::Key_SQL_Item_SQL(SQL::Type type, Item_Op op, std::string const& key)
     : Key_Item_SQL(ITEM_KEY_SQL, op, key, no_flags), sql_(new_sub_statement(type)) {}
+
+Key_SQL_Item_SQL::~Key_SQL_Item_SQL() = default;
 
 void Key_SQL_Item_SQL::get_sql_i(Database_Type db, std::string& sql, Bindings& bindings,
                                  unsigned long long& index) const {
@@ -315,6 +331,8 @@ ACE_Intrusive_Auto_Ptr<SQL> const& Key_SQL_Item_SQL::sql() const { return sql_; 
 
 Val_SQL_Item_SQL::Val_SQL_Item_SQL(SQL::Type type, Item_Op op, Binding_Value const& value, bool sql_first)
     : Item_SQL(ITEM_VAL_SQL, op), value_(value), sql_(new_sub_statement(type)), sql_first_(sql_first) {}
+
+Val_SQL_Item_SQL::~Val_SQL_Item_SQL() = default;
 
 void Val_SQL_Item_SQL::get_sql_i(Database_Type db, std::string& sql, Bindings& bindings,
                                  unsigned long long& index) const {

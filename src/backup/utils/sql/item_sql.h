@@ -43,6 +43,7 @@ public:
   };
 
   Item_SQL(Item_Type type, Item_Op op);
+  ~Item_SQL() override;
 
   /// Does nothing: an item keeps key, operator, value and text.
   void clear() override;
@@ -71,6 +72,7 @@ public:
   enum Flags : std::uint32_t { no_flags = 0, lower_case = 1 };
 
   Key_Item_SQL(Item_Type type, Item_Op op, std::string const& key, unsigned int flags);
+  ~Key_Item_SQL() override;
 
   /// Quoted.
   std::string const& key() const;
@@ -89,6 +91,7 @@ private:
 class BACKUP_SQL_API Null_Item_SQL : public Key_Item_SQL {
 public:
   Null_Item_SQL(std::string const& key, bool is_null);
+  ~Null_Item_SQL() override;
 
   void get_sql_i(Database_Type db, std::string& sql, Bindings& bindings, unsigned long long& index) const override;
 
@@ -114,6 +117,7 @@ public:
   /// Keeps the address of `sub`, which must outlive every rendering.
   In_Item_SQL(std::string const& key, SQL const& sub, bool in);
   In_Item_SQL(std::string const& key, SQL const&& sub, bool in) = delete;
+  ~In_Item_SQL() override;
 
   void get_sql_i(Database_Type db, std::string& sql, Bindings& bindings, unsigned long long& index) const override;
 
@@ -134,6 +138,7 @@ private:
 class BACKUP_SQL_API Binary_Item_SQL : public Item_SQL {
 public:
   Binary_Item_SQL(Item_Op op, char const* left, char const* right);
+  ~Binary_Item_SQL() override;
 
 private:
   SQL left_;
@@ -148,6 +153,7 @@ class BACKUP_SQL_API KV_Item_SQL : public Key_Item_SQL {
 public:
   KV_Item_SQL(Item_Op op, std::string const& key, Binding_Value const& value, unsigned int flags);
   KV_Item_SQL(Item_Op op, std::string const& key, Binding_Value&& value, unsigned int flags);
+  ~KV_Item_SQL() override;
 
   void get_sql_i(Database_Type db, std::string& sql, Bindings& bindings, unsigned long long& index) const override;
 
@@ -165,6 +171,7 @@ private:
 class BACKUP_SQL_API Key_UUID_Item_SQL : public KV_Item_SQL {
 public:
   Key_UUID_Item_SQL(Item_Op op, std::string const& key, std::string const& uuid);
+  ~Key_UUID_Item_SQL() override;
 
 private:
   bool is_own_class() const override;
@@ -175,6 +182,7 @@ class BACKUP_SQL_API Key_SQL_Item_SQL : public Key_Item_SQL {
 public:
   /// Makes an empty statement of the class for `type`. When memory is short, the item renders as empty text.
   Key_SQL_Item_SQL(SQL::Type type, Item_Op op, std::string const& key);
+  ~Key_SQL_Item_SQL() override;
 
   void get_sql_i(Database_Type db, std::string& sql, Bindings& bindings, unsigned long long& index) const override;
 
@@ -192,6 +200,7 @@ private:
 class BACKUP_SQL_API Val_SQL_Item_SQL : public Item_SQL {
 public:
   Val_SQL_Item_SQL(SQL::Type type, Item_Op op, Binding_Value const& value, bool sql_first);
+  ~Val_SQL_Item_SQL() override;
 
   void get_sql_i(Database_Type db, std::string& sql, Bindings& bindings, unsigned long long& index) const override;
 

@@ -54,11 +54,13 @@ Select_SQL::Select_SQL(char const* table, char const* alias) : Where_SQL(nullptr
 }
 
 Select_SQL::Select_SQL(Select_SQL const& other) = default;
+Select_SQL::~Select_SQL() = default;
 
 Select_SQL& Select_SQL::operator=(Select_SQL const& other) {
-  Select_SQL const replaced(*this);  // keeps `other` alive when it is a part of this
-  Where_SQL::operator=(other);
-  clauses_ = other.clauses_;
+  if (this == &other) return *this;
+  Select_SQL copied(other);
+  take(copied);
+  std::swap(clauses_, copied.clauses_);
   return *this;
 }
 

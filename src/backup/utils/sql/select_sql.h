@@ -29,6 +29,7 @@ public:
   explicit Select_SQL(char const* table = nullptr, char const* alias = nullptr);
   /// Copies share the filter and the sub-selects.
   Select_SQL(Select_SQL const& other);
+  ~Select_SQL() override;
   Select_SQL& operator=(Select_SQL const& other);
 
   /// Back to the state of a new statement, except that the key set by `count()` stays: deliberate.

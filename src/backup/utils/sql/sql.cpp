@@ -51,7 +51,13 @@ SQL::SQL(char const* sql, Type type, bool is_static) : sql_(sql), ref_count_(0),
   if (!is_static) this->sql(sql, false);
 }
 
-SQL::SQL(SQL const& other) : sql_(nullptr), ref_count_(0), type_(TYPE_RAW) { *this = other; }
+SQL::SQL(SQL const& other)
+    : sql_(other.sql_),
+      extras_(other.extras_ == nullptr ? nullptr : std::make_unique<Extras>(*other.extras_)),
+      ref_count_(0),
+      type_(other.type_) {
+  if (other.has_own_text()) sql_ = extras_->sql.get();
+}
 
 SQL::~SQL() = default;
 
@@ -67,8 +73,9 @@ void SQL::clear() {
 
 bool SQL::empty() const { return !is_set(sql_); }
 
-void SQL::get_sql_i(Database_Type db, std::string& sql, Bindings& bindings, unsigned long long& index) const {
-  SQL_Writer::render(*this, db, sql, bindings, index);
+void SQL::get_sql_i(Database_Type /*db*/, std::string& sql, Bindings& /*bindings*/,
+                    unsigned long long& /*index*/) const {
+  sql = sql_ == nullptr ? "" : sql_;
 }
 
 bool SQL::is_own_class() const { return backup::is_exactly<SQL>(*this); }
@@ -94,16 +101,22 @@ void SQL::get_count_sql_i(Database_Type db, std::string& sql, Bindings& /*bindin
 
 SQL& SQL::operator=(SQL const& other) {
   if (this == &other) return *this;
-  auto extras = other.extras_ == nullptr ? nullptr : std::make_unique<Extras>(*other.extras_);
-  bool const has_copy = other.extras_ != nullptr && other.sql_ == other.extras_->sql.get();
-  if (!has_copy && extras_ != nullptr && extras_->sql.get() != nullptr) {  // `other` may share this own text
-    if (extras == nullptr) extras = std::make_unique<Extras>();
-    extras->sql.swap(extras_->sql);
-  }
-  sql_ = has_copy ? extras->sql.get() : other.sql_;
-  extras_ = std::move(extras);
-  type_ = other.type_;
+  SQL copied(other);
+  take(copied);
   return *this;
+}
+
+bool SQL::has_own_text() const { return extras_ != nullptr && sql_ != nullptr && sql_ == extras_->sql.get(); }
+
+void SQL::take(SQL& copied) {
+  if (extras_ != nullptr) {
+    Extras& extras = copied.extras();
+    if (!copied.has_own_text()) extras.sql.swap(extras_->sql);
+    extras.count_sql.keep_copy_of(extras_->count_sql);
+  }
+  std::swap(sql_, copied.sql_);
+  extras_.swap(copied.extras_);
+  std::swap(type_, copied.type_);
 }
 
 SQL& SQL::sql(char const* text, bool is_static) {

@@ -123,6 +123,11 @@ protected:
   /// True when exactly one reference is held.
   static bool is_sole_reference(SQL const& sql);
 
+  /// A step of an assignment: takes all from `copied`, a copy of the assigned object, and gives it what this object
+  /// had, which ends with it. So the assigned object may be a part of this one. Throws only std::bad_alloc, before
+  /// anything has changed. Own texts stay here unless others replace them: a text of the copy may point into them.
+  void take(SQL& copied);
+
 private:
   friend class backup::SQL_Writer;
 
@@ -130,6 +135,7 @@ private:
   // program's subclass inherits both: the first is false for its objects, so their own `get_sql_i` renders them.
   virtual bool is_own_class() const;
   virtual void write_sql(backup::SQL_Writer& out) const;
+  bool has_own_text() const;
   bool has_bindings() const { return extras_ != nullptr && !extras_->bindings.empty(); }
   void merge_bindings(Bindings& bindings, bool without_paging) const;
 

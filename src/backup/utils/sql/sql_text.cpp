@@ -7,9 +7,17 @@
 namespace backup {
 
 SQL_Text::SQL_Text(SQL_Text const& other) { *this = other; }
+SQL_Text::SQL_Text(SQL_Text&& other) noexcept { swap(other); }
+SQL_Text::~SQL_Text() = default;
 
 SQL_Text& SQL_Text::operator=(SQL_Text const& other) {
   if (this != &other) set(other.text_, other.text_ == other.copy_.get());
+  return *this;
+}
+
+SQL_Text& SQL_Text::operator=(SQL_Text&& other) noexcept {
+  SQL_Text taken(std::move(other));
+  swap(taken);
   return *this;
 }
 
@@ -33,6 +41,10 @@ void SQL_Text::clear() noexcept {
 void SQL_Text::swap(SQL_Text& other) noexcept {
   std::swap(text_, other.text_);
   copy_.swap(other.copy_);
+}
+
+void SQL_Text::keep_copy_of(SQL_Text& other) noexcept {
+  if (copy_ == nullptr) copy_.swap(other.copy_);
 }
 
 }  // namespace backup

@@ -8,12 +8,14 @@ using backup::SQL_Writer;
 Union_SQL::Union_SQL(unsigned int flags) : SQL(nullptr, TYPE_UNION, true), flags_(flags) {}
 
 Union_SQL::Union_SQL(Union_SQL const& other) = default;
+Union_SQL::~Union_SQL() = default;
 
 Union_SQL& Union_SQL::operator=(Union_SQL const& other) {
-  Union_SQL const replaced(*this);  // keeps `other` alive when it is a part of this
-  SQL::operator=(other);
-  flags_ = other.flags_;
-  selects_ = other.selects_;
+  if (this == &other) return *this;
+  Union_SQL copied(other);
+  take(copied);
+  flags_ = copied.flags_;
+  selects_.swap(copied.selects_);
   return *this;
 }
 

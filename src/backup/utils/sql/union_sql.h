@@ -25,6 +25,7 @@ public:
   explicit Union_SQL(unsigned int flags);
   /// Copies share the members.
   Union_SQL(Union_SQL const& other);
+  ~Union_SQL() override;
   Union_SQL& operator=(Union_SQL const& other);
 
   /// Drops the members; the flags stay.

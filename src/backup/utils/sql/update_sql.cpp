@@ -21,12 +21,14 @@ column_value::Reporter reporter(int line = __builtin_LINE()) { return {{source_f
 Update_SQL::Update_SQL(char const* table) : Where_SQL(nullptr, TYPE_UPDATE), table_(table) {}
 
 Update_SQL::Update_SQL(Update_SQL const& other) = default;
+Update_SQL::~Update_SQL() = default;
 
 Update_SQL& Update_SQL::operator=(Update_SQL const& other) {
-  Update_SQL const replaced(*this);  // keeps `other` alive when it is a part of this
-  Where_SQL::operator=(other);
-  table_ = other.table_;
-  assignments_ = other.assignments_;
+  if (this == &other) return *this;
+  Update_SQL copied(other);
+  take(copied);
+  table_ = copied.table_;
+  assignments_.swap(copied.assignments_);
   return *this;
 }
 

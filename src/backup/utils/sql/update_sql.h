@@ -28,6 +28,7 @@ public:
   explicit Update_SQL(char const* table);
   /// Copies share the filter and the statements used as values.
   Update_SQL(Update_SQL const& other);
+  ~Update_SQL() override;
   Update_SQL& operator=(Update_SQL const& other);
 
   void clear() override;

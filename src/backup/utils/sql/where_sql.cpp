@@ -1,6 +1,7 @@
 #include "backup/utils/sql/where_sql.h"
 
 #include <string_view>
+#include <utility>
 
 #include "backup/utils/sql/detail/sql_new.h"
 #include "backup/utils/sql/detail/sql_writer.h"
@@ -10,13 +11,19 @@ using backup::SQL_Writer;
 Where_SQL::Where_SQL(char const* text, Type type) : SQL(text, type, true) {}
 
 Where_SQL::Where_SQL(Where_SQL const& other) = default;
+Where_SQL::~Where_SQL() = default;
 
 Where_SQL& Where_SQL::operator=(Where_SQL const& other) {
-  ACE_Intrusive_Auto_Ptr<SQL> const replaced = filter_;  // keeps `other` alive when it is a part of this
-  SQL::operator=(other);
-  where_ = other.where_;
-  filter_ = other.filter_;
+  if (this == &other) return *this;
+  Where_SQL copied(other);
+  take(copied);
   return *this;
+}
+
+void Where_SQL::take(Where_SQL& copied) {
+  SQL::take(copied);
+  where_.swap(copied.where_);
+  std::swap(filter_, copied.filter_);
 }
 
 void Where_SQL::clear() {

@@ -18,6 +18,7 @@ public:
   Where_SQL(char const* text, Type type);
   /// Copies share the filter: a condition added through one shows in both.
   Where_SQL(Where_SQL const& other);
+  ~Where_SQL() override;
   Where_SQL& operator=(Where_SQL const& other);
 
   void clear() override;
@@ -36,6 +37,8 @@ public:
   std::string& get_where_sql(Database_Type db, std::string& sql, Bindings& bindings, unsigned long long& index) const;
 
 protected:
+  /// As `SQL::take`.
+  void take(Where_SQL& copied);
   void write_where(backup::SQL_Writer& out) const;
 
 private:
